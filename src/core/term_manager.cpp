@@ -1,0 +1,904 @@
+#include "core/term_manager.h"
+
+#include <algorithm>
+#include <cstring>
+#include <new>
+#include <sstream>
+#include <stdexcept>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace tvx {
+
+namespace {
+
+// How an operator is applied: how many arguments and which sorts it takes.
+enum class Sig : std::uint8_t {
+  Const,        // no arguments, Bool (true, false)
+  BoolUnary,    // Bool -> Bool
+  BoolNary,     // Bool^n -> Bool, n >= 2
+  Chain,        // S^n -> Bool, n >= 2, any sort S (=, distinct)
+  Ite,          // Bool S S -> S
+  ArithNary,    // A^n -> A, n >= 2, A Int or Real
+  Minus,        // A -> A (negation) or A^n -> A
+  RealNary,     // Real^n -> Real, n >= 2
+  IntNary,      // Int^n -> Int, n >= 2
+  IntBinary,    // Int Int -> Int
+  IntUnary,     // Int -> Int
+  ArithChain,   // A^n -> Bool, n >= 2
+  ToReal,       // Int -> Real
+  ToInt,        // Real -> Int
+  IsInt,        // Real -> Bool
+  Concat,       // BV^n -> BV of the summed width, n >= 2
+  Extract,      // indexed (i j): BV m -> BV (i - j + 1)
+  Repeat,       // indexed (i): BV m -> BV (m * i)
+  Extend,       // indexed (i): BV m -> BV (m + i)
+  Rotate,       // indexed (i): BV m -> BV m
+  BvUnary,      // BV m -> BV m
+  BvNary,       // BV m ^n -> BV m, n >= 2
+  BvBinary,     // BV m BV m -> BV m
+  BvComp,       // BV m BV m -> BV 1
+  BvPred,       // BV m BV m -> Bool
+  Select,       // (Array I E) I -> E
+  Store,        // (Array I E) I E -> (Array I E)
+};
+
+struct OpInfo {
+  char const* name;
+  SymbolTag::tag tag;
+  Sig sig;
+};
+
+// Every operator of the supported theories; indexed by nothing, searched by name.
+constexpr OpInfo kOps[] = {
+    {"true", SymbolTag::TRUE, Sig::Const},
+    {"false", SymbolTag::FALSE, Sig::Const},
+    {"not", SymbolTag::NOT, Sig::BoolUnary},
+    {"and", SymbolTag::AND, Sig::BoolNary},
+    {"or", SymbolTag::OR, Sig::BoolNary},
+    {"xor", SymbolTag::XOR, Sig::BoolNary},
+    {"=>", SymbolTag::IMPLIES, Sig::BoolNary},
+    {"=", SymbolTag::EQUAL, Sig::Chain},
+    {"distinct", SymbolTag::DISTINCT, Sig::Chain},
+    {"ite", SymbolTag::ITE, Sig::Ite},
+    {"+", SymbolTag::ADD, Sig::ArithNary},
+    {"-", SymbolTag::SUB, Sig::Minus},
+    {"*", SymbolTag::MUL, Sig::ArithNary},
+    {"/", SymbolTag::DIV, Sig::RealNary},
+    {"div", SymbolTag::IDIV, Sig::IntNary},
+    {"mod", SymbolTag::MOD, Sig::IntBinary},
+    {"abs", SymbolTag::ABS, Sig::IntUnary},
+    {"<", SymbolTag::LT, Sig::ArithChain},
+    {"<=", SymbolTag::LE, Sig::ArithChain},
+    {">", SymbolTag::GT, Sig::ArithChain},
+    {">=", SymbolTag::GE, Sig::ArithChain},
+    {"to_real", SymbolTag::TO_REAL, Sig::ToReal},
+    {"to_int", SymbolTag::TO_INT, Sig::ToInt},
+    {"is_int", SymbolTag::IS_INT, Sig::IsInt},
+    {"concat", SymbolTag::CONCAT, Sig::Concat},
+    {"extract", SymbolTag::EXTRACT, Sig::Extract},
+    {"repeat", SymbolTag::REPEAT, Sig::Repeat},
+    {"zero_extend", SymbolTag::ZERO_EXTEND, Sig::Extend},
+    {"sign_extend", SymbolTag::SIGN_EXTEND, Sig::Extend},
+    {"rotate_left", SymbolTag::ROTATE_LEFT, Sig::Rotate},
+    {"rotate_right", SymbolTag::ROTATE_RIGHT, Sig::Rotate},
+    {"bvnot", SymbolTag::BVNOT, Sig::BvUnary},
+    {"bvneg", SymbolTag::BVNEG, Sig::BvUnary},
+    {"bvand", SymbolTag::BVAND, Sig::BvNary},
+    {"bvor", SymbolTag::BVOR, Sig::BvNary},
+    {"bvxor", SymbolTag::BVXOR, Sig::BvNary},
+    {"bvnand", SymbolTag::BVNAND, Sig::BvBinary},
+    {"bvnor", SymbolTag::BVNOR, Sig::BvBinary},
+    {"bvxnor", SymbolTag::BVXNOR, Sig::BvBinary},
+    {"bvcomp", SymbolTag::BVCOMP, Sig::BvComp},
+    {"bvadd", SymbolTag::BVADD, Sig::BvNary},
+    {"bvsub", SymbolTag::BVSUB, Sig::BvNary},
+    {"bvmul", SymbolTag::BVMUL, Sig::BvNary},
+    {"bvudiv", SymbolTag::BVUDIV, Sig::BvBinary},
+    {"bvurem", SymbolTag::BVUREM, Sig::BvBinary},
+    {"bvsdiv", SymbolTag::BVSDIV, Sig::BvBinary},
+    {"bvsrem", SymbolTag::BVSREM, Sig::BvBinary},
+    {"bvsmod", SymbolTag::BVSMOD, Sig::BvBinary},
+    {"bvshl", SymbolTag::BVSHL, Sig::BvBinary},
+    {"bvlshr", SymbolTag::BVLSHR, Sig::BvBinary},
+    {"bvashr", SymbolTag::BVASHR, Sig::BvBinary},
+    {"bvult", SymbolTag::BVULT, Sig::BvPred},
+    {"bvule", SymbolTag::BVULE, Sig::BvPred},
+    {"bvugt", SymbolTag::BVUGT, Sig::BvPred},
+    {"bvuge", SymbolTag::BVUGE, Sig::BvPred},
+    {"bvslt", SymbolTag::BVSLT, Sig::BvPred},
+    {"bvsle", SymbolTag::BVSLE, Sig::BvPred},
+    {"bvsgt", SymbolTag::BVSGT, Sig::BvPred},
+    {"bvsge", SymbolTag::BVSGE, Sig::BvPred},
+    {"select", SymbolTag::SELECT, Sig::Select},
+    {"store", SymbolTag::STORE, Sig::Store},
+};
+
+// Every tag but UNINTERPRETED, NUMERAL and NEG (unary "-" shares SUB's row) has one row.
+static_assert(sizeof(kOps) / sizeof(kOps[0]) == SymbolTag::NUM_TAGS - 3,
+              "every operator tag needs a row in the operator table");
+
+constexpr char const* kBuiltinSorts[] = {"Bool", "Int", "Real", "BitVec", "Array"};
+
+OpInfo const* find_op(std::string const& name) {
+  for (OpInfo const& op : kOps) {
+    if (name == op.name) {
+      return &op;
+    }
+  }
+  return nullptr;
+}
+
+std::size_t num_indices_of(Sig sig) {
+  switch (sig) {
+    case Sig::Extract:
+      return 2;
+    case Sig::Repeat:
+    case Sig::Extend:
+    case Sig::Rotate:
+      return 1;
+    default:
+      return 0;
+  }
+}
+
+[[noreturn]] void fail_application(std::string const& op, Term const* const* args, std::size_t n,
+                                   std::uint64_t const* indices, std::size_t num_indices,
+                                   std::string const& why) {
+  std::ostringstream msg;
+  msg << "invalid application of '";
+  if (num_indices > 0) {
+    msg << "(_ " << op;
+    for (std::size_t i = 0; i < num_indices; ++i) {
+      msg << ' ' << indices[i];
+    }
+    msg << ')';
+  } else {
+    msg << op;
+  }
+  msg << "' to (";
+  for (std::size_t i = 0; i < n; ++i) {
+    msg << (i ? " " : "") << args[i]->get_type()->to_string();
+  }
+  msg << "): " << why;
+  throw std::invalid_argument(msg.str());
+}
+
+bool all_digits(std::string const& s, std::size_t from, std::size_t to) {
+  if (from >= to) {
+    return false;
+  }
+  for (std::size_t i = from; i < to; ++i) {
+    if (s[i] < '0' || s[i] > '9') {
+      return false;
+    }
+  }
+  return true;
+}
+
+std::string strip_leading_zeros(std::string const& digits) {
+  std::size_t i = 0;
+  while (i + 1 < digits.size() && digits[i] == '0') {
+    ++i;
+  }
+  return digits.substr(i);
+}
+
+bool fits_u64(std::string const& digits) {
+  return digits.size() < 20 || (digits.size() == 20 && digits <= "18446744073709551615");
+}
+
+std::uint64_t gcd(std::uint64_t a, std::uint64_t b) {
+  while (b != 0) {
+    std::uint64_t r = a % b;
+    a = b;
+    b = r;
+  }
+  return a;
+}
+
+// The bits of a non-negative decimal modulo 2^width, most significant first.
+std::string decimal_to_bits(std::string const& digits, std::uint64_t width) {
+  // Base-10^9 limbs, most significant first; divided by 2 repeatedly until zero or `width`
+  // bits have been produced.
+  std::vector<std::uint32_t> limbs;
+  std::size_t first = digits.size() % 9;
+  if (first != 0) {
+    limbs.push_back(static_cast<std::uint32_t>(std::stoul(digits.substr(0, first))));
+  }
+  for (std::size_t i = first; i < digits.size(); i += 9) {
+    limbs.push_back(static_cast<std::uint32_t>(std::stoul(digits.substr(i, 9))));
+  }
+  std::string bits(width, '0');
+  std::size_t start = 0;
+  for (std::uint64_t k = 0; k < width; ++k) {
+    while (start < limbs.size() && limbs[start] == 0) {
+      ++start;
+    }
+    if (start == limbs.size()) {
+      break;
+    }
+    std::uint64_t rem = 0;
+    for (std::size_t i = start; i < limbs.size(); ++i) {
+      std::uint64_t cur = rem * 1000000000ULL + limbs[i];
+      limbs[i] = static_cast<std::uint32_t>(cur / 2);
+      rem = cur % 2;
+    }
+    bits[width - 1 - k] = rem ? '1' : '0';
+  }
+  return bits;
+}
+
+[[noreturn]] void fail_number(std::string const& value, DataType const* type,
+                              std::string const& why) {
+  throw std::invalid_argument("invalid numeral '" + value + "' of sort " + type->to_string() +
+                              ": " + why);
+}
+
+// Canonical value text of a numeral of an arithmetic sort.
+std::string canonical_arith(std::string const& value, DataType const* type) {
+  bool const negative = !value.empty() && value[0] == '-';
+  std::size_t const start = negative ? 1 : 0;
+  std::size_t const dot = value.find('.');
+  std::size_t const slash = value.find('/');
+  std::string body;
+  if (dot == std::string::npos && slash == std::string::npos) {
+    if (!all_digits(value, start, value.size())) {
+      fail_number(value, type, "expected digits");
+    }
+    body = strip_leading_zeros(value.substr(start));
+  } else if (type->is_int()) {
+    fail_number(value, type, "an integer takes no fraction");
+  } else if (slash == std::string::npos) {
+    if (!all_digits(value, start, dot) || !all_digits(value, dot + 1, value.size())) {
+      fail_number(value, type, "expected a decimal");
+    }
+    std::string whole = strip_leading_zeros(value.substr(start, dot - start));
+    std::string frac = value.substr(dot + 1);
+    while (!frac.empty() && frac.back() == '0') {
+      frac.pop_back();
+    }
+    body = frac.empty() ? whole : whole + "." + frac;
+  } else {
+    if (!all_digits(value, start, slash) || !all_digits(value, slash + 1, value.size())) {
+      fail_number(value, type, "expected a rational n/d");
+    }
+    std::string num = strip_leading_zeros(value.substr(start, slash - start));
+    std::string den = strip_leading_zeros(value.substr(slash + 1));
+    if (den == "0") {
+      fail_number(value, type, "zero denominator");
+    }
+    if (fits_u64(num) && fits_u64(den)) {
+      std::uint64_t n = std::stoull(num);
+      std::uint64_t d = std::stoull(den);
+      std::uint64_t g = gcd(n, d);
+      if (g > 1) {
+        n /= g;
+        d /= g;
+      }
+      num = std::to_string(n);
+      den = std::to_string(d);
+    }
+    body = den == "1" ? num : num + "/" + den;
+  }
+  bool const zero = body == "0";
+  return (negative && !zero) ? "-" + body : body;
+}
+
+std::string canonical_bv(std::string const& value, DataType const* type) {
+  std::uint64_t const width = type->get_bv_width();
+  if (value.size() > 2 && value[0] == '#' && value[1] == 'b') {
+    if (value.size() - 2 != width) {
+      fail_number(value, type, "the number of binary digits differs from the width");
+    }
+    for (std::size_t i = 2; i < value.size(); ++i) {
+      if (value[i] != '0' && value[i] != '1') {
+        fail_number(value, type, "expected binary digits");
+      }
+    }
+    return value;
+  }
+  if (value.size() > 2 && value[0] == '#' && value[1] == 'x') {
+    if ((value.size() - 2) * 4 != width) {
+      fail_number(value, type, "four bits per hexadecimal digit must give the width");
+    }
+    static constexpr char const* kNibbles[16] = {"0000", "0001", "0010", "0011", "0100", "0101",
+                                                 "0110", "0111", "1000", "1001", "1010", "1011",
+                                                 "1100", "1101", "1110", "1111"};
+    std::string bits = "#b";
+    for (std::size_t i = 2; i < value.size(); ++i) {
+      char c = value[i];
+      int v;
+      if (c >= '0' && c <= '9') {
+        v = c - '0';
+      } else if (c >= 'a' && c <= 'f') {
+        v = c - 'a' + 10;
+      } else if (c >= 'A' && c <= 'F') {
+        v = c - 'A' + 10;
+      } else {
+        fail_number(value, type, "expected hexadecimal digits");
+      }
+      bits += kNibbles[v];
+    }
+    return bits;
+  }
+  if (!all_digits(value, 0, value.size())) {
+    fail_number(value, type, "expected a non-negative decimal, #b or #x");
+  }
+  // Beyond this many digits the conversion would take too long to be worth it.
+  if (value.size() > 100000) {
+    fail_number(value, type, "decimal value too long");
+  }
+  return "#b" + decimal_to_bits(value, width);
+}
+
+void check_name(std::string const& name, char const* what) {
+  if (name.find('|') != std::string::npos || name.find('\\') != std::string::npos) {
+    throw std::invalid_argument(std::string("invalid ") + what + " name '" + name +
+                                "': SMT-LIB cannot write a name containing '|' or '\\'");
+  }
+  if (TermManager::is_builtin_name(name)) {
+    throw std::invalid_argument(std::string("invalid ") + what + " name '" + name +
+                                "': it is a built-in name");
+  }
+}
+
+constexpr std::size_t kTermChunkBytes = std::size_t{1} << 20;
+
+}  // namespace
+
+bool TermManager::is_builtin_name(std::string const& name) {
+  if (find_op(name) != nullptr) {
+    return true;
+  }
+  for (char const* sort : kBuiltinSorts) {
+    if (name == sort) {
+      return true;
+    }
+  }
+  return false;
+}
+
+std::uint64_t TermManager::StructuralHash::operator()(Term const* t) const {
+  std::uint64_t h = t->get_symbol()->get_id() * 0x9E3779B97F4A7C15ULL;
+  Term const* const* args = t->args();
+  for (std::size_t i = 0, n = t->get_arity(); i < n; ++i) {
+    h ^= args[i]->get_id() + 0x9E3779B97F4A7C15ULL + (h << 6) + (h >> 2);
+  }
+  return h ^ (h >> 29);
+}
+
+bool TermManager::StructuralEqual::operator()(Term const* a, Term const* b) const {
+  if (a->get_symbol() != b->get_symbol()) {
+    return false;
+  }
+  std::size_t const n = a->get_arity();
+  return n == 0 || std::memcmp(a->args(), b->args(), n * sizeof(Term const*)) == 0;
+}
+
+TermManager::TermManager() {
+  bool_type_ = intern_type(DataType::Kind::Bool, "Bool", 0, {});
+  int_type_ = intern_type(DataType::Kind::Int, "Int", 0, {});
+  real_type_ = intern_type(DataType::Kind::Real, "Real", 0, {});
+}
+
+TermManager::~TermManager() = default;
+
+// ---------------------------------------------------------------- sorts
+
+DataType const* TermManager::intern_type(DataType::Kind kind, std::string name,
+                                         std::uint64_t width,
+                                         std::vector<DataType const*> components) {
+  types_.emplace_back(next_type_id_++, kind, std::move(name), width, std::move(components));
+  return &types_.back();
+}
+
+DataType const* TermManager::get_bool_type() { return bool_type_; }
+DataType const* TermManager::get_integer_type() { return int_type_; }
+DataType const* TermManager::get_rational_type() { return real_type_; }
+
+DataType const* TermManager::get_bv_type(std::size_t width) {
+  if (width == 0 || width > kMaxBvWidth) {
+    throw std::invalid_argument("invalid bit-vector sort (_ BitVec " + std::to_string(width) +
+                                "): the width must be between 1 and " +
+                                std::to_string(kMaxBvWidth));
+  }
+  auto it = bv_types_.find(width);
+  if (it != bv_types_.end()) {
+    return it->second;
+  }
+  std::string name = "(_ BitVec " + std::to_string(width) + ")";
+  DataType const* t = intern_type(DataType::Kind::BitVector, name, width, {});
+  bv_types_.emplace(width, t);
+  simple_types_.emplace(std::move(name), t);
+  return t;
+}
+
+DataType const* TermManager::get_array_type(DataType const* index, DataType const* element) {
+  if (index == nullptr || element == nullptr || index->is_function() || element->is_function()) {
+    throw std::invalid_argument("invalid array sort: index and element must be sorts");
+  }
+  std::vector<std::uint64_t> key{static_cast<std::uint64_t>(DataType::Kind::Array), index->get_id(),
+                                 element->get_id()};
+  auto it = compound_types_.find(key);
+  if (it != compound_types_.end()) {
+    return it->second;
+  }
+  DataType const* t = intern_type(DataType::Kind::Array, "", 0, {index, element});
+  compound_types_.emplace(std::move(key), t);
+  return t;
+}
+
+DataType const* TermManager::get_function_type(std::vector<DataType const*> const& args,
+                                               DataType const* result) {
+  if (result == nullptr || result->is_function()) {
+    throw std::invalid_argument("invalid function sort: the result must be a sort");
+  }
+  if (args.empty()) {
+    return result;
+  }
+  std::vector<std::uint64_t> key{static_cast<std::uint64_t>(DataType::Kind::Function)};
+  key.reserve(args.size() + 2);
+  for (DataType const* a : args) {
+    if (a == nullptr || a->is_function()) {
+      throw std::invalid_argument("invalid function sort: every argument must be a sort");
+    }
+    key.push_back(a->get_id());
+  }
+  key.push_back(result->get_id());
+  auto it = compound_types_.find(key);
+  if (it != compound_types_.end()) {
+    return it->second;
+  }
+  std::vector<DataType const*> components(args);
+  components.push_back(result);
+  DataType const* t = intern_type(DataType::Kind::Function, "", 0, std::move(components));
+  compound_types_.emplace(std::move(key), t);
+  return t;
+}
+
+DataType const* TermManager::make_simple_type(std::string const& name) {
+  check_name(name, "sort");
+  if (simple_types_.count(name) != 0) {
+    throw std::invalid_argument("invalid sort name '" + name + "': a sort of that name exists");
+  }
+  DataType const* t = intern_type(DataType::Kind::Uninterpreted, name, 0, {});
+  simple_types_.emplace(name, t);
+  return t;
+}
+
+DataType const* TermManager::get_simple_type(std::string const& name, bool uninterpreted_only) {
+  if (name == "Bool" || name == "Int" || name == "Real") {
+    if (uninterpreted_only) {
+      return nullptr;
+    }
+    return name == "Bool" ? bool_type_ : name == "Int" ? int_type_ : real_type_;
+  }
+  auto it = simple_types_.find(name);
+  if (it == simple_types_.end()) {
+    return nullptr;
+  }
+  if (uninterpreted_only && !it->second->is_uninterpreted()) {
+    return nullptr;
+  }
+  return it->second;
+}
+
+// ---------------------------------------------------------------- symbols
+
+Symbol const* TermManager::make_symbol(std::string const& name, DataType const* type) {
+  check_name(name, "symbol");
+  if (type == nullptr) {
+    throw std::invalid_argument("invalid symbol '" + name + "': no sort given");
+  }
+  if (user_symbols_.count(name) != 0) {
+    throw std::invalid_argument("invalid symbol name '" + name +
+                                "': a symbol of that name exists");
+  }
+  std::uint64_t const arity = type->is_function() ? type->get_num_components() - 1 : 0;
+  DataType const* output = type->is_function() ? type->get_function_result() : type;
+  symbols_.emplace_back(next_symbol_id_++, arity, type, output, SymbolTag::UNINTERPRETED, name);
+  Symbol const* s = &symbols_.back();
+  user_symbols_.emplace(name, s);
+  return s;
+}
+
+Symbol const* TermManager::find_symbol(std::string const& name) const {
+  auto it = user_symbols_.find(name);
+  return it == user_symbols_.end() ? nullptr : it->second;
+}
+
+bool TermManager::is_interpreted(Symbol const* s) const {
+  return s->get_tag() != SymbolTag::UNINTERPRETED;
+}
+
+Symbol const* TermManager::interpreted_symbol(SymbolTag::tag tag, std::string const& name,
+                                              DataType const* const* arg_types, std::size_t n,
+                                              DataType const* result,
+                                              std::uint64_t const* indices,
+                                              std::size_t num_indices) {
+  key_scratch_.clear();
+  key_scratch_.push_back(tag);
+  key_scratch_.push_back(num_indices);
+  key_scratch_.insert(key_scratch_.end(), indices, indices + num_indices);
+  for (std::size_t i = 0; i < n; ++i) {
+    key_scratch_.push_back(arg_types[i]->get_id());
+  }
+  key_scratch_.push_back(result->get_id());
+  auto it = theory_symbols_.find(key_scratch_);
+  if (it != theory_symbols_.end()) {
+    return it->second;
+  }
+  DataType const* type = result;
+  if (n > 0) {
+    type = get_function_type(std::vector<DataType const*>(arg_types, arg_types + n), result);
+  }
+  symbols_.emplace_back(next_symbol_id_++, n, type, result, tag, name, num_indices, indices);
+  Symbol const* s = &symbols_.back();
+  theory_symbols_.emplace(key_scratch_, s);
+  return s;
+}
+
+// ---------------------------------------------------------------- terms
+
+void* TermManager::allocate_term(std::size_t bytes) {
+  if (static_cast<std::size_t>(chunk_end_ - chunk_pos_) < bytes) {
+    std::size_t const size = std::max(kTermChunkBytes, bytes);
+    term_chunks_.emplace_back(new char[size]);
+    chunk_pos_ = term_chunks_.back().get();
+    chunk_end_ = chunk_pos_ + size;
+  }
+  void* p = chunk_pos_;
+  chunk_pos_ += bytes;
+  return p;
+}
+
+Term const* TermManager::intern_term(Symbol const* s, Term const* const* args, std::size_t n) {
+  // Look the structure up through a probe term in scratch storage, so that nothing is
+  // allocated for a term that exists already.
+  probe_.resize(2 + n);
+  Term* probe = new (probe_.data()) Term(0, s);
+  std::copy(args, args + n, probe->mutable_args());
+  auto found = terms_.find(probe);
+  if (found != terms_.end()) {
+    return *found;
+  }
+  std::size_t const bytes = sizeof(Term) + n * sizeof(Term const*);
+  Term* t = new (allocate_term(bytes)) Term(next_term_id_, s);
+  std::copy(args, args + n, t->mutable_args());
+  terms_.insert(t);
+  ++next_term_id_;
+  return t;
+}
+
+Term const* TermManager::make_constant(Symbol const* s) { return make_term(s, nullptr, 0); }
+
+Term const* TermManager::make_term(Symbol const* s, std::vector<Term const*> const& args) {
+  return make_term(s, args.data(), args.size());
+}
+
+Term const* TermManager::make_term(Symbol const* s, Term const* const* args, std::size_t n) {
+  if (s == nullptr) {
+    throw std::invalid_argument("invalid application: no symbol");
+  }
+  for (std::size_t i = 0; i < n; ++i) {
+    if (args[i] == nullptr) {
+      throw std::invalid_argument("invalid application of '" + s->get_name() +
+                                  "': null argument");
+    }
+  }
+  if (s->get_arity() != n) {
+    fail_application(s->get_name(), args, n, nullptr, 0,
+                     "expected " + std::to_string(s->get_arity()) + " argument(s)");
+  }
+  if (n > 0) {
+    DataType const* type = s->get_type();
+    for (std::size_t i = 0; i < n; ++i) {
+      if (args[i]->get_type() != type->get_component(i)) {
+        fail_application(s->get_name(), args, n, nullptr, 0,
+                         "argument " + std::to_string(i + 1) + " must be of sort " +
+                             type->get_component(i)->to_string());
+      }
+    }
+  }
+  return intern_term(s, args, n);
+}
+
+Term const* TermManager::make_true() { return make_builtin("true", nullptr, 0); }
+Term const* TermManager::make_false() { return make_builtin("false", nullptr, 0); }
+Term const* TermManager::make_not(Term const* t) { return make_builtin("not", &t, 1); }
+Term const* TermManager::make_and(Term const* a, Term const* b) {
+  Term const* args[2] = {a, b};
+  return make_builtin("and", args, 2);
+}
+Term const* TermManager::make_or(Term const* a, Term const* b) {
+  Term const* args[2] = {a, b};
+  return make_builtin("or", args, 2);
+}
+Term const* TermManager::make_equal(Term const* a, Term const* b) {
+  Term const* args[2] = {a, b};
+  return make_builtin("=", args, 2);
+}
+Term const* TermManager::make_ite(Term const* c, Term const* a, Term const* b) {
+  Term const* args[3] = {c, a, b};
+  return make_builtin("ite", args, 3);
+}
+
+Term const* TermManager::make_number(std::string const& value, DataType const* type) {
+  if (type == nullptr) {
+    throw std::invalid_argument("invalid numeral '" + value + "': no sort given");
+  }
+  std::string text;
+  if (type->is_int() || type->is_real()) {
+    text = canonical_arith(value, type);
+  } else if (type->is_bv()) {
+    text = canonical_bv(value, type);
+  } else {
+    fail_number(value, type, "numerals are Int, Real or bit-vector values");
+  }
+  auto key = std::make_pair(type->get_id(), text);
+  auto it = numerals_.find(key);
+  Symbol const* s;
+  if (it != numerals_.end()) {
+    s = it->second;
+  } else {
+    symbols_.emplace_back(next_symbol_id_++, 0, type, type, SymbolTag::NUMERAL, text);
+    s = &symbols_.back();
+    numerals_.emplace(std::move(key), s);
+  }
+  return intern_term(s, nullptr, 0);
+}
+
+Term const* TermManager::make_builtin(std::string const& op, std::vector<Term const*> const& args,
+                                      std::vector<std::uint64_t> const& indices) {
+  return make_builtin(op, args.data(), args.size(), indices.data(), indices.size());
+}
+
+Term const* TermManager::make_builtin(std::string const& op, Term const* const* args,
+                                      std::size_t n, std::uint64_t const* indices,
+                                      std::size_t num_indices) {
+  OpInfo const* info = find_op(op);
+  if (info == nullptr) {
+    throw std::invalid_argument("unknown operator '" + op + "'");
+  }
+  for (std::size_t i = 0; i < n; ++i) {
+    if (args[i] == nullptr) {
+      throw std::invalid_argument("invalid application of '" + op + "': null argument");
+    }
+  }
+  auto fail = [&](std::string const& why) {
+    fail_application(op, args, n, indices, num_indices, why);
+  };
+  if (num_indices != num_indices_of(info->sig)) {
+    fail("expected " + std::to_string(num_indices_of(info->sig)) + " index(es), got " +
+         std::to_string(num_indices));
+  }
+  auto arity = [&](std::size_t expected) {
+    if (n != expected) {
+      fail("expected " + std::to_string(expected) + " argument(s)");
+    }
+  };
+  auto at_least = [&](std::size_t expected) {
+    if (n < expected) {
+      fail("expected at least " + std::to_string(expected) + " arguments");
+    }
+  };
+  auto all_of_sort = [&](DataType const* sort, char const* what) {
+    for (std::size_t i = 0; i < n; ++i) {
+      if (args[i]->get_type() != sort) {
+        fail(std::string("expected ") + what);
+      }
+    }
+  };
+  auto same_arith = [&]() -> DataType const* {
+    DataType const* sort = args[0]->get_type();
+    if (!sort->is_int() && !sort->is_real()) {
+      fail("expected Int or Real arguments");
+    }
+    all_of_sort(sort, "arguments of one sort, Int or Real");
+    return sort;
+  };
+  auto same_bv = [&]() -> DataType const* {
+    DataType const* sort = args[0]->get_type();
+    if (!sort->is_bv()) {
+      fail("expected bit-vector arguments");
+    }
+    all_of_sort(sort, "bit-vector arguments of one width");
+    return sort;
+  };
+
+  SymbolTag::tag tag = info->tag;
+  DataType const* result = nullptr;
+  switch (info->sig) {
+    case Sig::Const:
+      arity(0);
+      result = bool_type_;
+      break;
+    case Sig::BoolUnary:
+      arity(1);
+      all_of_sort(bool_type_, "a Bool argument");
+      result = bool_type_;
+      break;
+    case Sig::BoolNary:
+      at_least(2);
+      all_of_sort(bool_type_, "Bool arguments");
+      result = bool_type_;
+      break;
+    case Sig::Chain:
+      at_least(2);
+      if (args[0]->get_type()->is_function()) {
+        fail("expected sorted arguments");
+      }
+      all_of_sort(args[0]->get_type(), "arguments of one sort");
+      result = bool_type_;
+      break;
+    case Sig::Ite:
+      arity(3);
+      if (args[0]->get_type() != bool_type_) {
+        fail("expected a Bool condition");
+      }
+      if (args[1]->get_type() != args[2]->get_type()) {
+        fail("expected two branches of one sort");
+      }
+      result = args[1]->get_type();
+      break;
+    case Sig::ArithNary:
+      at_least(2);
+      result = same_arith();
+      break;
+    case Sig::Minus:
+      at_least(1);
+      result = same_arith();
+      if (n == 1) {
+        tag = SymbolTag::NEG;
+      }
+      break;
+    case Sig::RealNary:
+      at_least(2);
+      all_of_sort(real_type_, "Real arguments");
+      result = real_type_;
+      break;
+    case Sig::IntNary:
+      at_least(2);
+      all_of_sort(int_type_, "Int arguments");
+      result = int_type_;
+      break;
+    case Sig::IntBinary:
+      arity(2);
+      all_of_sort(int_type_, "Int arguments");
+      result = int_type_;
+      break;
+    case Sig::IntUnary:
+      arity(1);
+      all_of_sort(int_type_, "an Int argument");
+      result = int_type_;
+      break;
+    case Sig::ArithChain:
+      at_least(2);
+      same_arith();
+      result = bool_type_;
+      break;
+    case Sig::ToReal:
+      arity(1);
+      all_of_sort(int_type_, "an Int argument");
+      result = real_type_;
+      break;
+    case Sig::ToInt:
+      arity(1);
+      all_of_sort(real_type_, "a Real argument");
+      result = int_type_;
+      break;
+    case Sig::IsInt:
+      arity(1);
+      all_of_sort(real_type_, "a Real argument");
+      result = bool_type_;
+      break;
+    case Sig::Concat: {
+      at_least(2);
+      std::uint64_t width = 0;
+      for (std::size_t i = 0; i < n; ++i) {
+        if (!args[i]->get_type()->is_bv()) {
+          fail("expected bit-vector arguments");
+        }
+        width += args[i]->get_type()->get_bv_width();
+      }
+      if (width > kMaxBvWidth) {
+        fail("the result is too wide");
+      }
+      result = get_bv_type(width);
+      break;
+    }
+    case Sig::Extract: {
+      arity(1);
+      std::uint64_t const m = same_bv()->get_bv_width();
+      if (!(indices[0] < m && indices[1] <= indices[0])) {
+        fail("expected indices i j with width > i >= j");
+      }
+      result = get_bv_type(indices[0] - indices[1] + 1);
+      break;
+    }
+    case Sig::Repeat: {
+      arity(1);
+      std::uint64_t const m = same_bv()->get_bv_width();
+      if (indices[0] == 0 || indices[0] > kMaxBvWidth / m) {
+        fail("expected a repeat count of at least 1 within the widest sort");
+      }
+      result = get_bv_type(m * indices[0]);
+      break;
+    }
+    case Sig::Extend: {
+      arity(1);
+      std::uint64_t const m = same_bv()->get_bv_width();
+      if (indices[0] > kMaxBvWidth - m) {
+        fail("the result is too wide");
+      }
+      result = get_bv_type(m + indices[0]);
+      break;
+    }
+    case Sig::Rotate:
+      arity(1);
+      result = same_bv();
+      break;
+    case Sig::BvUnary:
+      arity(1);
+      result = same_bv();
+      break;
+    case Sig::BvNary:
+      at_least(2);
+      result = same_bv();
+      break;
+    case Sig::BvBinary:
+      arity(2);
+      result = same_bv();
+      break;
+    case Sig::BvComp:
+      arity(2);
+      same_bv();
+      result = get_bv_type(1);
+      break;
+    case Sig::BvPred:
+      arity(2);
+      same_bv();
+      result = bool_type_;
+      break;
+    case Sig::Select: {
+      arity(2);
+      DataType const* a = args[0]->get_type();
+      if (!a->is_array()) {
+        fail("expected an array first");
+      }
+      if (args[1]->get_type() != a->get_array_index()) {
+        fail("expected an index of sort " + a->get_array_index()->to_string());
+      }
+      result = a->get_array_element();
+      break;
+    }
+    case Sig::Store: {
+      arity(3);
+      DataType const* a = args[0]->get_type();
+      if (!a->is_array()) {
+        fail("expected an array first");
+      }
+      if (args[1]->get_type() != a->get_array_index()) {
+        fail("expected an index of sort " + a->get_array_index()->to_string());
+      }
+      if (args[2]->get_type() != a->get_array_element()) {
+        fail("expected an element of sort " + a->get_array_element()->to_string());
+      }
+      result = a;
+      break;
+    }
+  }
+
+  // One symbol per operator and signature; the argument sorts are the signature.
+  arg_types_scratch_.clear();
+  for (std::size_t i = 0; i < n; ++i) {
+    arg_types_scratch_.push_back(args[i]->get_type());
+  }
+  Symbol const* s = interpreted_symbol(tag, info->name, arg_types_scratch_.data(), n, result,
+                                       indices, num_indices);
+  return intern_term(s, args, n);
+}
+
+}  // namespace tvx

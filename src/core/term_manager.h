@@ -1,0 +1,131 @@
+// TermManager: makes and owns every sort, symbol and term; everything is hash-consed, so the
+// same structure is the same pointer. Invariant: ids grow in creation order from 1.
+#ifndef TVX_CORE_TERM_MANAGER_H
+#define TVX_CORE_TERM_MANAGER_H
+
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <map>
+#include <memory>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "core/data_type.h"
+#include "core/symbol.h"
+#include "core/term.h"
+#include "support/hashtable.h"
+
+namespace tvx {
+
+class TermManager {
+ public:
+  TermManager();
+  ~TermManager();
+  TermManager(TermManager const&) = delete;
+  TermManager& operator=(TermManager const&) = delete;
+
+  // --- sorts ---
+  DataType const* get_bool_type();
+  DataType const* get_integer_type();
+  DataType const* get_rational_type();
+  DataType const* get_bv_type(std::size_t width);
+  DataType const* get_array_type(DataType const* index, DataType const* element);
+  DataType const* get_function_type(std::vector<DataType const*> const& args,
+                                    DataType const* result);
+  // A new uninterpreted sort (arity 0). Throws for a name already taken or not writable.
+  DataType const* make_simple_type(std::string const& name);
+  // The simple sort of that name, or null. With uninterpreted_only set, answers only for
+  // uninterpreted sorts, so built-in sorts never reach a declaration.
+  DataType const* get_simple_type(std::string const& name, bool uninterpreted_only);
+
+  // --- symbols ---
+  // A new uninterpreted symbol; a function type gives arity = its argument count, else 0.
+  Symbol const* make_symbol(std::string const& name, DataType const* type);
+  // The uninterpreted symbol of that name, or null.
+  Symbol const* find_symbol(std::string const& name) const;
+  // True exactly for theory operators and numerals.
+  bool is_interpreted(Symbol const* s) const;
+
+  // --- terms ---
+  Term const* make_constant(Symbol const* s);
+  Term const* make_term(Symbol const* s, std::vector<Term const*> const& args);
+  Term const* make_term(Symbol const* s, Term const* const* args, std::size_t n);
+  Term const* make_true();
+  Term const* make_false();
+  Term const* make_not(Term const* t);
+  Term const* make_and(Term const* a, Term const* b);
+  Term const* make_or(Term const* a, Term const* b);
+  Term const* make_equal(Term const* a, Term const* b);
+  Term const* make_ite(Term const* c, Term const* a, Term const* b);
+  // Int/Real: "5", "-3", "1/2", "0.25"; bit-vector sort: a decimal value (taken modulo
+  // 2^width), or "#b…" / "#x…" of exactly the sort's width.
+  Term const* make_number(std::string const& value, DataType const* type);
+  // Any operator of the supported theories by its SMT-LIB name: "and", "=>", "distinct", "+",
+  // "div", "to_real", "bvadd", "extract" with indices {7, 0}, "select", "store", ...
+  Term const* make_builtin(std::string const& op, std::vector<Term const*> const& args,
+                           std::vector<std::uint64_t> const& indices = {});
+  Term const* make_builtin(std::string const& op, Term const* const* args, std::size_t n,
+                           std::uint64_t const* indices = nullptr, std::size_t num_indices = 0);
+
+  // Number of terms made so far; the largest term id.
+  std::size_t num_terms() const { return next_term_id_ - 1; }
+  // True when `name` is a built-in symbol or sort name of the supported theories.
+  static bool is_builtin_name(std::string const& name);
+
+  // Largest bit-vector width accepted.
+  static constexpr std::uint64_t kMaxBvWidth = std::uint64_t{1} << 24;
+
+ private:
+  struct StructuralHash {
+    std::uint64_t operator()(Term const* t) const;
+  };
+  struct StructuralEqual {
+    bool operator()(Term const* a, Term const* b) const;
+  };
+  using TermTable = hsh::Hashtable<Term const*, hsh::GetKey_identity<Term const*>, Term const*,
+                                   StructuralHash, StructuralEqual>;
+
+  DataType const* intern_type(DataType::Kind kind, std::string name, std::uint64_t width,
+                              std::vector<DataType const*> components);
+  Symbol const* interpreted_symbol(SymbolTag::tag tag, std::string const& name,
+                                   DataType const* const* arg_types, std::size_t n,
+                                   DataType const* result, std::uint64_t const* indices,
+                                   std::size_t num_indices);
+  Term const* intern_term(Symbol const* s, Term const* const* args, std::size_t n);
+  void* allocate_term(std::size_t bytes);
+
+  std::uint64_t next_type_id_ = 1;
+  std::uint64_t next_symbol_id_ = 1;
+  std::uint64_t next_term_id_ = 1;
+
+  std::deque<DataType> types_;
+  std::map<std::vector<std::uint64_t>, DataType const*> compound_types_;
+  std::unordered_map<std::string, DataType const*> simple_types_;
+  std::unordered_map<std::uint64_t, DataType const*> bv_types_;
+  DataType const* bool_type_ = nullptr;
+  DataType const* int_type_ = nullptr;
+  DataType const* real_type_ = nullptr;
+
+  std::deque<Symbol> symbols_;
+  std::unordered_map<std::string, Symbol const*> user_symbols_;
+  // Interpreted symbols by (tag, indices, argument sort ids, result sort id).
+  std::map<std::vector<std::uint64_t>, Symbol const*> theory_symbols_;
+  // Numeral symbols by (sort id, canonical value text).
+  std::map<std::pair<std::uint64_t, std::string>, Symbol const*> numerals_;
+  std::vector<std::uint64_t> key_scratch_;
+  std::vector<DataType const*> arg_types_scratch_;
+
+  // Terms live in chunks of a bump allocator; each term is one contiguous block.
+  std::vector<std::unique_ptr<char[]>> term_chunks_;
+  char* chunk_pos_ = nullptr;
+  char* chunk_end_ = nullptr;
+  TermTable terms_;
+  // Scratch term used as the lookup key before a term is created.
+  std::vector<std::uint64_t> probe_;
+};
+
+}  // namespace tvx
+
+#endif  // TVX_CORE_TERM_MANAGER_H

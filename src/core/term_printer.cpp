@@ -1,0 +1,437 @@
+#include "core/term_printer.h"
+
+#include <algorithm>
+#include <cstring>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace tvx {
+
+namespace {
+
+// Words that a simple symbol may not be: SMT-LIB's reserved words and command names (and the
+// extension commands of traces), so that a quoted name never reads as a keyword.
+constexpr char const* kReserved[] = {
+    "!",
+    "_",
+    "as",
+    "BINARY",
+    "DECIMAL",
+    "exists",
+    "HEXADECIMAL",
+    "forall",
+    "let",
+    "match",
+    "NUMERAL",
+    "par",
+    "STRING",
+    "assert",
+    "check-allsat",
+    "check-sat",
+    "check-sat-assuming",
+    "declare-const",
+    "declare-datatype",
+    "declare-datatypes",
+    "declare-fun",
+    "declare-sort",
+    "define-const",
+    "define-fun",
+    "define-fun-rec",
+    "define-funs-rec",
+    "define-sort",
+    "echo",
+    "exit",
+    "get-assertions",
+    "get-assignment",
+    "get-info",
+    "get-interpolant",
+    "get-model",
+    "get-option",
+    "get-proof",
+    "get-unsat-assumptions",
+    "get-unsat-core",
+    "get-value",
+    "pop",
+    "push",
+    "reset",
+    "reset-assertions",
+    "set-info",
+    "set-logic",
+    "set-option",
+};
+
+bool is_symbol_char(unsigned char c) {
+  if ((c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9')) {
+    return true;
+  }
+  return c != 0 && std::strchr("~!@$%^&*_-+=<>.?/", c) != nullptr;
+}
+
+// "N", "d.f" or "n/d" (no sign) as a Real literal: "N.0", "d.f", "(/ n.0 d.0)".
+std::string real_literal(std::string const& body) {
+  std::size_t const slash = body.find('/');
+  if (slash != std::string::npos) {
+    return "(/ " + body.substr(0, slash) + ".0 " + body.substr(slash + 1) + ".0)";
+  }
+  if (body.find('.') != std::string::npos) {
+    return body;
+  }
+  return body + ".0";
+}
+
+std::string numeral_text(Symbol const* s) {
+  std::string const& value = s->get_name();
+  DataType const* type = s->get_output_type();
+  if (type->is_bv()) {
+    return value;
+  }
+  bool const negative = !value.empty() && value[0] == '-';
+  std::string body = negative ? value.substr(1) : value;
+  if (type->is_real()) {
+    body = real_literal(body);
+  }
+  return negative ? "(- " + body + ")" : body;
+}
+
+}  // namespace
+
+// ------------------------------------------------------------------------------ TermPrinter
+
+TermPrinter::~TermPrinter() = default;
+
+bool TermPrinter::sym_ty_lt::operator()(DataType const* a, DataType const* b) const {
+  // Sorts are hash-consed, so equal components are the same pointer and the first differing
+  // component decides; following it is a loop, not a recursion.
+  for (;;) {
+    if (a == b) {
+      return false;
+    }
+    if (a->is_simple() != b->is_simple()) {
+      return a->is_simple();
+    }
+    if (a->is_simple()) {
+      return a->get_id() < b->get_id();
+    }
+    std::size_t const na = a->get_num_components();
+    std::size_t const nb = b->get_num_components();
+    if (na != nb) {
+      return na < nb;
+    }
+    std::size_t i = 0;
+    while (i < na && a->get_component(i) == b->get_component(i)) {
+      ++i;
+    }
+    if (i == na) {
+      return false;
+    }
+    a = a->get_component(i);
+    b = b->get_component(i);
+  }
+}
+
+// ------------------------------------------------------------------------ SmtLibTermPrinter
+
+SmtLibTermPrinter::SmtLibTermPrinter(TermManager* mgr, std::string name_prefix)
+    : TermPrinter(mgr), name_prefix_(std::move(name_prefix)) {}
+
+SmtLibTermPrinter::~SmtLibTermPrinter() = default;
+
+bool SmtLibTermPrinter::is_simple_symbol(std::string const& name) {
+  if (name.empty() || (name[0] >= '0' && name[0] <= '9')) {
+    return false;
+  }
+  for (char c : name) {
+    if (!is_symbol_char(static_cast<unsigned char>(c))) {
+      return false;
+    }
+  }
+  for (char const* word : kReserved) {
+    if (name == word) {
+      return false;
+    }
+  }
+  return true;
+}
+
+std::string SmtLibTermPrinter::quote(std::string const& name) {
+  return is_simple_symbol(name) ? name : "|" + name + "|";
+}
+
+std::string const& SmtLibTermPrinter::symbol_text(Symbol const* s) {
+  auto found = symbol_names_.find(s);
+  if (found != symbol_names_.end()) {
+    return found->second;
+  }
+  std::string text;
+  switch (s->get_tag()) {
+    case SymbolTag::UNINTERPRETED:
+      text = quote(name_prefix_ + s->get_name());
+      break;
+    case SymbolTag::NUMERAL:
+      text = numeral_text(s);
+      break;
+    default:
+      if (s->get_num_indices() == 0) {
+        text = s->get_name();
+      } else {
+        text = "(_ " + s->get_name();
+        for (std::size_t i = 0; i < s->get_num_indices(); ++i) {
+          text += ' ';
+          text += std::to_string(s->get_index(i));
+        }
+        text += ')';
+      }
+      break;
+  }
+  return symbol_names_.insert({s, std::move(text)}).first->second;
+}
+
+std::string const& SmtLibTermPrinter::type_text(DataType const* t) {
+  auto found = type_names_.find(t);
+  if (found != type_names_.end()) {
+    return found->second;
+  }
+  std::string text;
+  if (t->is_uninterpreted()) {
+    text = quote(name_prefix_ + t->get_name());
+  } else if (t->is_simple()) {
+    text = t->get_name();
+  } else {
+    // Arrays nest; each component's text is cached, so build bottom-up with a work list.
+    std::vector<DataType const*> pending{t};
+    while (!pending.empty()) {
+      DataType const* top = pending.back();
+      bool ready = true;
+      for (std::size_t i = 0; i < top->get_num_components(); ++i) {
+        DataType const* c = top->get_component(i);
+        if (!c->is_simple() && type_names_.find(c) == type_names_.end()) {
+          pending.push_back(c);
+          ready = false;
+        }
+      }
+      if (!ready) {
+        continue;
+      }
+      pending.pop_back();
+      if (top == t) {
+        break;
+      }
+      if (type_names_.find(top) == type_names_.end()) {
+        type_text(top);
+      }
+    }
+    text = t->is_array() ? "(Array" : "(->";
+    for (std::size_t i = 0; i < t->get_num_components(); ++i) {
+      text += ' ';
+      text += type_text(t->get_component(i));
+    }
+    text += ')';
+  }
+  return type_names_.insert({t, std::move(text)}).first->second;
+}
+
+std::string SmtLibTermPrinter::to_smtlib(Symbol const* s) { return symbol_text(s); }
+std::string SmtLibTermPrinter::to_smtlib(DataType const* t) { return type_text(t); }
+
+// ----------------------------------------------------------------------- SmtLib2TermPrinter
+
+SmtLib2TermPrinter::SmtLib2TermPrinter(TermManager* mgr, Configuration::Printer* settings,
+                                       std::string const& name_prefix,
+                                       std::string const& line_prefix, bool global_decls,
+                                       Annotations const* annotations)
+    : SmtLibTermPrinter(mgr, name_prefix),
+      settings_(settings),
+      line_prefix_(line_prefix),
+      global_decls_(global_decls),
+      annotations_(annotations) {}
+
+SmtLib2TermPrinter::~SmtLib2TermPrinter() = default;
+
+void SmtLib2TermPrinter::print_type_declaration(std::ostream& os, DataType const* t) {
+  os << line_prefix_ << "(declare-sort " << type_text(t) << " 0)\n";
+}
+
+void SmtLib2TermPrinter::print_symbol_declaration(std::ostream& os, Symbol const* s) {
+  os << line_prefix_ << "(declare-fun " << symbol_text(s) << " (";
+  DataType const* type = s->get_type();
+  for (std::size_t i = 0; i < s->get_arity(); ++i) {
+    os << (i ? " " : "") << type_text(type->get_component(i));
+  }
+  os << ") " << type_text(s->get_output_type()) << ")\n";
+}
+
+void SmtLib2TermPrinter::apitracer_print_term(std::ostream& os, Term const* t,
+                                              std::string const& annotation) {
+  os << line_prefix_ << "(assert ";
+  if (annotation.empty()) {
+    print_term(os, t, false);
+  } else {
+    os << "(! ";
+    print_term(os, t, false);
+    os << ' ' << annotation << ')';
+  }
+  os << ")\n";
+}
+
+bool SmtLib2TermPrinter::has_annotations(Term const* t, bool annotate) const {
+  return annotate && annotations_ != nullptr && annotations_->find(t) != annotations_->end();
+}
+
+std::string const& SmtLib2TermPrinter::let_name_prefix() {
+  let_prefix_cache_ = settings_ != nullptr && !settings_->let_prefix.empty()
+                          ? settings_->let_prefix
+                          : std::string("_let_");
+  return let_prefix_cache_;
+}
+
+// Finds the subterms to bind: every term with arguments that occurs more than once in the DAG
+// of `root`. Each gets a level, one more than the deepest level its text refers to, so that
+// bindings of one level share one `let`. Leaves `bound_` ordered by (level, id).
+void SmtLib2TermPrinter::compute_sharing(Term const* root) {
+  std::size_t const ids = root->get_id() + 1;
+  if (occurrences_.size() < ids) {
+    occurrences_.resize(ids, 0);
+    let_names_.resize(ids, 0);
+  }
+  order_.clear();
+  bound_.clear();
+  frames_.clear();
+  occurrences_[root->get_id()] = 1;
+  frames_.push_back({root, 0});
+  while (!frames_.empty()) {
+    Frame& f = frames_.back();
+    if (f.next_arg < f.term->get_arity()) {
+      Term const* child = f.term->get_arg(f.next_arg++);
+      if (occurrences_[child->get_id()]++ == 0) {
+        frames_.push_back({child, 0});
+      }
+      continue;
+    }
+    order_.push_back(f.term);
+    frames_.pop_back();
+  }
+  // let_names_ first holds each term's level: for a bound term the level of its binding, for
+  // any other the deepest level that its text refers to. Arguments come before parents.
+  for (Term const* t : order_) {
+    std::uint64_t depth = 0;
+    for (std::size_t i = 0; i < t->get_arity(); ++i) {
+      depth = std::max(depth, let_names_[t->get_arg(i)->get_id()]);
+    }
+    bool const shared = t->get_arity() > 0 && occurrences_[t->get_id()] > 1;
+    let_names_[t->get_id()] = shared ? depth + 1 : depth;
+    if (shared) {
+      bound_.push_back(t);
+    }
+  }
+  std::sort(bound_.begin(), bound_.end(), [this](Term const* a, Term const* b) {
+    std::uint64_t la = let_names_[a->get_id()], lb = let_names_[b->get_id()];
+    return la != lb ? la < lb : a->get_id() < b->get_id();
+  });
+}
+
+void SmtLib2TermPrinter::print_term(std::ostream& os, Term const* root, bool annotate) {
+  try {
+    write_term(os, root, annotate);
+  } catch (...) {
+    // The per-id scratch must be all zero between calls; after a failure part of it is not.
+    std::fill(occurrences_.begin(), occurrences_.end(), 0);
+    std::fill(let_names_.begin(), let_names_.end(), 0);
+    throw;
+  }
+}
+
+void SmtLib2TermPrinter::write_term(std::ostream& os, Term const* root, bool annotate) {
+  compute_sharing(root);
+
+  // Names: a counter per call, or the term id in global-declarations mode; the prefix grows
+  // until no name equals a user symbol.
+  std::string prefix = let_name_prefix();
+  for (bool clash = true; clash;) {
+    clash = false;
+    for (std::size_t k = 0; k < bound_.size() && !clash; ++k) {
+      std::uint64_t const n = global_decls_ ? bound_[k]->get_id() : k + 1;
+      clash = mgr_->find_symbol(prefix + std::to_string(n)) != nullptr;
+    }
+    if (clash) {
+      prefix += '_';
+    }
+  }
+  std::vector<std::uint64_t> levels(bound_.size());
+  for (std::size_t k = 0; k < bound_.size(); ++k) {
+    levels[k] = let_names_[bound_[k]->get_id()];
+  }
+  for (Term const* t : order_) {
+    let_names_[t->get_id()] = 0;
+  }
+  for (std::size_t k = 0; k < bound_.size(); ++k) {
+    let_names_[bound_[k]->get_id()] = (global_decls_ ? bound_[k]->get_id() : k + 1) + 1;
+  }
+
+  // Writes the text of `t`, naming bound arguments instead of writing them out.
+  auto write_body = [&](Term const* t) {
+    frames_.clear();
+    frames_.push_back({t, 0});
+    while (!frames_.empty()) {
+      Frame& f = frames_.back();
+      Term const* u = f.term;
+      if (f.next_arg == 0) {
+        if (u != t && let_names_[u->get_id()] != 0) {
+          os << prefix << (let_names_[u->get_id()] - 1);
+          frames_.pop_back();
+          continue;
+        }
+        if (has_annotations(u, annotate)) {
+          os << "(! ";
+        }
+        if (u->get_arity() == 0) {
+          os << symbol_text(u->get_symbol());
+        } else {
+          os << '(' << symbol_text(u->get_symbol());
+        }
+      }
+      if (f.next_arg < u->get_arity()) {
+        Term const* child = u->get_arg(f.next_arg++);
+        os << ' ';
+        frames_.push_back({child, 0});
+        continue;
+      }
+      if (u->get_arity() > 0) {
+        os << ')';
+      }
+      if (has_annotations(u, annotate)) {
+        for (auto const& kv : annotations_->find(u)->second) {
+          os << ' ' << kv.first;
+          if (!kv.second.empty()) {
+            os << ' ' << kv.second;
+          }
+        }
+        os << ')';
+      }
+      frames_.pop_back();
+    }
+  };
+
+  std::size_t open = 0;
+  for (std::size_t k = 0; k < bound_.size();) {
+    os << "(let (";
+    std::uint64_t const level = levels[k];
+    for (bool first = true; k < bound_.size() && levels[k] == level; ++k, first = false) {
+      os << (first ? "(" : " (") << prefix << (let_names_[bound_[k]->get_id()] - 1) << ' ';
+      write_body(bound_[k]);
+      os << ')';
+    }
+    os << ") ";
+    ++open;
+  }
+  write_body(root);
+  for (std::size_t i = 0; i < open; ++i) {
+    os << ')';
+  }
+  for (Term const* t : order_) {
+    occurrences_[t->get_id()] = 0;
+    let_names_[t->get_id()] = 0;
+  }
+}
+
+}  // namespace tvx

@@ -1,0 +1,123 @@
+// Term printers: TermPrinter (the interface and the declaration order sym_ty_lt),
+// SmtLibTermPrinter (SMT-LIB names of symbols and sorts, cached) and SmtLib2TermPrinter
+// (commands and whole terms, with shared subterms let-bound). No traversal recurses.
+#ifndef TVX_CORE_TERM_PRINTER_H
+#define TVX_CORE_TERM_PRINTER_H
+
+#include <cstdint>
+#include <ostream>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "core/configuration.h"
+#include "core/term_manager.h"
+#include "support/hashtable.h"
+
+namespace tvx {
+
+class TermPrinter {
+ public:
+  // The order of the declaration sets: symbols by id; sorts simple before compound, fewer
+  // components first, then componentwise; simple sorts by id (creation order).
+  struct sym_ty_lt {
+    bool operator()(Symbol const* a, Symbol const* b) const { return a->get_id() < b->get_id(); }
+    bool operator()(DataType const* a, DataType const* b) const;
+  };
+
+  explicit TermPrinter(TermManager* mgr) : mgr_(mgr) {}
+  virtual ~TermPrinter();
+
+  // Writes `t` as one expression and nothing else. `annotate` asks for the attributes of the
+  // printer's annotation map to be written around the terms that have some.
+  virtual void print_term(std::ostream& os, Term const* t, bool annotate) = 0;
+
+ protected:
+  TermManager* mgr_;
+};
+
+class SmtLibTermPrinter : public TermPrinter {
+ public:
+  // `name_prefix` is written before every uninterpreted symbol and sort name (empty: none).
+  SmtLibTermPrinter(TermManager* mgr, std::string name_prefix);
+  ~SmtLibTermPrinter() override;
+
+  // The SMT-LIB text of a symbol: a user name (|quoted| when it is not a legal simple symbol
+  // or is reserved), an operator ("bvadd", "(_ extract 7 0)") or a numeral ("5", "(- 3)",
+  // "(/ 1.0 2.0)", "#b0101").
+  std::string to_smtlib(Symbol const* s);
+  // The SMT-LIB text of a sort: "Int", "(_ BitVec 8)", "(Array Int Bool)", a quoted user name.
+  std::string to_smtlib(DataType const* t);
+
+  // The symbol text without copying; valid until the printer is destroyed.
+  std::string const& symbol_text(Symbol const* s);
+  std::string const& type_text(DataType const* t);
+
+  // Whether `name` can be written as it is (a legal simple symbol and no reserved word).
+  static bool is_simple_symbol(std::string const& name);
+  // `name` as it must be written: unchanged, or between bars.
+  static std::string quote(std::string const& name);
+
+ protected:
+  std::string name_prefix_;
+
+ private:
+  hsh::HashMap<Symbol const*, std::string> symbol_names_;
+  hsh::HashMap<DataType const*, std::string> type_names_;
+  hsh::HashMap<SymbolTag::tag, std::string> operator_names_;
+};
+
+class SmtLib2TermPrinter : public SmtLibTermPrinter {
+ public:
+  using Annotations = hsh::HashMap<Term const*, std::vector<std::pair<std::string, std::string>>>;
+
+  // settings:     the printer settings; let_prefix names let-bound subterms.
+  // name_prefix:  written before every uninterpreted symbol and sort name ("" for none).
+  // line_prefix:  written at the start of every command the printer writes ("" for none),
+  //               e.g. "; " to comment a script out.
+  // global_decls: names let-bound subterms by term id instead of by a counter that starts
+  //               anew in every command, so a shared subterm has one name in the whole trace.
+  // annotations:  optional attributes per term; print_term(os, t, true) writes a term that
+  //               has some as (! TERM :key value ...). May be null.
+  SmtLib2TermPrinter(TermManager* mgr, Configuration::Printer* settings,
+                     std::string const& name_prefix, std::string const& line_prefix,
+                     bool global_decls, Annotations const* annotations);
+  ~SmtLib2TermPrinter() override;
+
+  // (declare-sort U 0) and a newline.
+  virtual void print_type_declaration(std::ostream& os, DataType const* t);
+  // (declare-fun f (U Int) Bool) or (declare-fun x () U) and a newline.
+  virtual void print_symbol_declaration(std::ostream& os, Symbol const* s);
+
+  void print_term(std::ostream& os, Term const* t, bool annotate) override;
+
+  // (assert EXPR) and a newline, or (assert (! EXPR ANNOTATION)) when annotation is not empty.
+  void apitracer_print_term(std::ostream& os, Term const* t, std::string const& annotation);
+
+ private:
+  void compute_sharing(Term const* root);
+  void write_term(std::ostream& os, Term const* root, bool annotate);
+  std::string const& let_name_prefix();
+  bool has_annotations(Term const* t, bool annotate) const;
+
+  Configuration::Printer* settings_;
+  std::string line_prefix_;
+  bool global_decls_;
+  Annotations const* annotations_;
+
+  // Scratch of print_term, reused from call to call.
+  struct Frame {
+    Term const* term;
+    std::size_t next_arg;
+  };
+  std::vector<Frame> frames_;
+  std::vector<Term const*> order_;         // terms of the DAG, arguments before parents
+  std::vector<std::uint32_t> occurrences_;  // per term id: parents seen, while analysing
+  std::vector<std::uint64_t> let_names_;    // per term id: 0, or the let number + 1
+  std::vector<Term const*> bound_;          // the let-bound terms of the current print
+  std::string let_prefix_cache_;
+};
+
+}  // namespace tvx
+
+#endif  // TVX_CORE_TERM_PRINTER_H

@@ -1,0 +1,463 @@
+#include "tracer/smtlib2_api_tracer.h"
+
+#include <ctime>
+#include <sstream>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "core/local_time.h"
+#include "support/sort.h"
+#include "support/str.h"
+
+namespace tvx {
+
+namespace {
+
+// Writes each configuration entry as one `(set-option :config "KEY=VALUE")` line, leaving out
+// the entries of the tracing feature itself.
+class TraceConfigPrinter : public ConfigurationSetter::ConfigEntryPrinter {
+ public:
+  ~TraceConfigPrinter() override = default;
+
+  void operator()(std::ostream& os, std::string const& key, bool value) const override {
+    if (skipped(key)) {
+      return;
+    }
+    os << "(set-option :config \"" << key << "=" << (value ? "true" : "false") << "\")\n";
+  }
+  void operator()(std::ostream& os, std::string const& key, int value) const override {
+    if (skipped(key)) {
+      return;
+    }
+    os << "(set-option :config \"" << key << "=" << value << "\")\n";
+  }
+  void operator()(std::ostream& os, std::string const& key, unsigned value) const override {
+    if (skipped(key)) {
+      return;
+    }
+    os << "(set-option :config \"" << key << "=" << value << "\")\n";
+  }
+  void operator()(std::ostream& os, std::string const& key, double value) const override {
+    if (skipped(key)) {
+      return;
+    }
+    os << "(set-option :config \"" << key << "=" << value << "\")\n";
+  }
+  void operator()(std::ostream& os, std::string const& key,
+                  std::string const& value) const override {
+    if (skipped(key)) {
+      return;
+    }
+    os << "(set-option :config \"" << key << "=" << str::replace('"', "\\\"", value) << "\")\n";
+  }
+
+ private:
+  static bool skipped(std::string const& key) {
+    static constexpr char kPrefix[] = "debug.api_call_trace";
+    static constexpr std::size_t kLength = sizeof(kPrefix) - 1;
+    return key.size() >= kLength && key.compare(0, kLength, kPrefix) == 0;
+  }
+};
+
+// Definition lines go out in ascending term id, which puts each after the lines it uses.
+bool print_lt(std::pair<Term const*, std::string> const& a,
+              std::pair<Term const*, std::string> const& b) {
+  return a.first->get_id() < b.first->get_id();
+}
+
+}  // namespace
+
+SmtLib2ApiTracer::SmtLib2ApiTracer(Configuration* config, TermManager* mgr, std::ostream& out,
+                                   bool global_decls, bool dump_config)
+    : config_(config),
+      mgr_(mgr),
+      out_(out),
+      printer_(mgr, &config->printer, "", "", global_decls, nullptr),
+      itp_group_(-1),
+      global_decls_(global_decls) {
+  out_ << ";; Tarvex API call trace\n";
+  std::time_t const now = std::time(nullptr);
+  std::tm const local = get_local_time(&now);
+  char stamp[255];
+  stamp[0] = '\0';
+  std::strftime(stamp, 255, "%c", &local);
+  if (stamp[0] != '\0') {
+    out_ << ";; generated on " << stamp << "\n";
+  }
+  if (global_decls) {
+    out_ << "(set-option :global-decls true)\n";
+  }
+  if (dump_config) {
+    do_print_config(config);
+  }
+  out_.flush();
+}
+
+SmtLib2ApiTracer::~SmtLib2ApiTracer() = default;
+
+void SmtLib2ApiTracer::do_print_config(Configuration* config) {
+  ConfigurationSetter setter;
+  TraceConfigPrinter printer;
+  setter.dump(config, out_, printer);
+  out_ << "\n";
+  out_.flush();
+}
+
+// ------------------------------------------------------------------------------ declarations
+
+void SmtLib2ApiTracer::trace_type_declaration(DataType const* type) {
+  if (declared_types_.insert(type).second) {
+    printer_.print_type_declaration(out_, type);
+    if (!global_decls_) {
+      type_decl_stack_.push_back(type);
+    }
+  }
+  out_.flush();
+}
+
+void SmtLib2ApiTracer::trace_symbol_declaration(Symbol const* sym) {
+  if (declared_symbols_.insert(sym).second) {
+    printer_.print_symbol_declaration(out_, sym);
+    if (!global_decls_) {
+      symbol_decl_stack_.push_back(sym);
+    }
+  }
+  out_.flush();
+}
+
+void SmtLib2ApiTracer::do_print_new_declarations(Term const* term) {
+  find_symbols_and_types_to_declare(term, new_symbols_, new_types_);
+  for (DataType const* type : new_types_) {
+    trace_type_declaration(type);
+  }
+  for (Symbol const* sym : new_symbols_) {
+    trace_symbol_declaration(sym);
+  }
+}
+
+bool SmtLib2ApiTracer::visit_mark(std::size_t bit) const {
+  return bit < visit_marks_.size() && visit_marks_[bit];
+}
+
+void SmtLib2ApiTracer::set_visit_mark(std::size_t bit) {
+  if (bit >= visit_marks_.size()) {
+    visit_marks_.resize(std::max(2 * visit_marks_.size(), (bit | 1) + 1), false);
+  }
+  visit_marks_[bit] = true;
+}
+
+void SmtLib2ApiTracer::find_symbols_and_types_to_declare(
+    Term const* term, std::set<Symbol const*, TermPrinter::sym_ty_lt>& symbols,
+    std::set<DataType const*, TermPrinter::sym_ty_lt>& types) {
+  symbols.clear();
+  types.clear();
+  // Bit 2n is the done mark of the term with id n, bit 2n+1 its entered mark.
+  std::vector<Term const*> stack{term};
+  std::vector<Term const*> visited;
+  auto clear_marks = [&]() {
+    for (Term const* t : visited) {
+      std::size_t const n = static_cast<std::size_t>(t->get_id());
+      visit_marks_[2 * n] = false;
+      visit_marks_[2 * n + 1] = false;
+    }
+  };
+  try {
+    while (!stack.empty()) {
+      Term const* t = stack.back();
+      std::size_t const n = static_cast<std::size_t>(t->get_id());
+      if (visit_mark(2 * n)) {
+        stack.pop_back();
+        continue;
+      }
+      if (visit_mark(2 * n + 1)) {
+        stack.pop_back();
+        set_visit_mark(2 * n);
+        continue;
+      }
+      Symbol const* s = t->get_symbol();
+      DataType const* ty = s->get_output_type();
+      if (!mgr_->is_interpreted(s) && declared_symbols_.find(s) == declared_symbols_.end()) {
+        symbols.insert(s);
+      }
+      if (ty->is_simple() && mgr_->get_simple_type(ty->get_name(), true) != nullptr &&
+          declared_types_.find(ty) == declared_types_.end()) {
+        types.insert(ty);
+      }
+      set_visit_mark(2 * n + 1);
+      visited.push_back(t);
+      bool pushed = false;
+      for (std::size_t i = 0, arity = t->get_arity(); i < arity; ++i) {
+        Term const* c = t->get_arg(i);
+        if (!visit_mark(2 * static_cast<std::size_t>(c->get_id()))) {
+          stack.push_back(c);
+          pushed = true;
+        }
+      }
+      if (!pushed) {
+        // The term is still on top: nothing was pushed above it.
+        stack.pop_back();
+        set_visit_mark(2 * n);
+      }
+    }
+  } catch (...) {
+    clear_marks();
+    throw;
+  }
+  clear_marks();
+}
+
+// ------------------------------------------------------------------------ formulas and labels
+
+std::ostream& SmtLib2ApiTracer::outlabel(Term const* t, std::ostream* os) {
+  std::ostream& dest = os != nullptr ? *os : out_;
+  std::string const& prefix = config_->printer.defines_prefix;
+  if (prefix.empty()) {
+    dest << '.';
+  } else {
+    dest << prefix;
+  }
+  dest << static_cast<std::uint64_t>(t->get_id());
+  return dest;
+}
+
+void SmtLib2ApiTracer::do_print_formula(Term const* t) {
+  definitions_.clear();
+  formula_stack_.clear();
+  formula_stack_.push_back(t);
+  while (!formula_stack_.empty()) {
+    Term const* u = formula_stack_.back();
+    if (defined_terms_.find(u) != defined_terms_.end()) {
+      formula_stack_.pop_back();
+      continue;
+    }
+    Symbol const* s = u->get_symbol();
+    std::size_t const arity = static_cast<std::size_t>(s->get_arity());
+    bool pushed = false;
+    for (std::size_t i = 0; i < arity; ++i) {
+      Term const* c = u->get_arg(i);
+      if (defined_terms_.find(c) == defined_terms_.end()) {
+        formula_stack_.push_back(c);
+        pushed = true;
+      }
+    }
+    if (pushed) {
+      continue;
+    }
+    formula_stack_.pop_back();
+    defined_terms_.insert(u);
+    def_stream_.str(std::string());
+    def_stream_ << "(define-fun ";
+    outlabel(u, &def_stream_);
+    def_stream_ << " () " << printer_.to_smtlib(s->get_output_type()) << " ";
+    if (arity == 0) {
+      def_stream_ << printer_.to_smtlib(s);
+    } else {
+      def_stream_ << "(" << printer_.to_smtlib(s);
+      for (std::size_t i = 0; i < arity; ++i) {
+        def_stream_ << " ";
+        outlabel(u->get_arg(i), &def_stream_);
+      }
+      def_stream_ << ")";
+    }
+    def_stream_ << ")\n";
+    definitions_.emplace_back(u, def_stream_.str());
+  }
+  sort(definitions_.data(), definitions_.size(), &print_lt);
+  for (auto const& d : definitions_) {
+    out_ << d.second;
+  }
+  definitions_.clear();
+}
+
+void SmtLib2ApiTracer::trace_assert_formula(Term const* t) {
+  do_print_new_declarations(t);
+  if (global_decls_) {
+    do_print_formula(t);
+    if (itp_group_ < 0) {
+      out_ << "(assert ";
+      outlabel(t, nullptr);
+      out_ << ")\n";
+    } else {
+      out_ << "(assert (! ";
+      outlabel(t, nullptr);
+      out_ << " :interpolation-group .g" << itp_group_ << "))\n";
+    }
+  } else {
+    std::ostringstream annotation;
+    if (itp_group_ >= 0) {
+      annotation << ":interpolation-group .g" << itp_group_;
+    }
+    printer_.apitracer_print_term(out_, t, annotation.str());
+  }
+  out_.flush();
+}
+
+// --------------------------------------------------------------------------- backtracking
+
+void SmtLib2ApiTracer::trace_push_backtrack_point() {
+  out_ << "(push 1)\n";
+  out_.flush();
+  if (!global_decls_) {
+    type_decl_stack_.push_back(nullptr);
+    symbol_decl_stack_.push_back(nullptr);
+  }
+}
+
+void SmtLib2ApiTracer::trace_pop_backtrack_point() {
+  out_ << "(pop 1)\n";
+  out_.flush();
+  if (global_decls_) {
+    return;
+  }
+  // A pop without an open push stops at the empty stack.
+  while (!symbol_decl_stack_.empty()) {
+    Symbol const* s = symbol_decl_stack_.back();
+    symbol_decl_stack_.pop_back();
+    if (s == nullptr) {
+      break;
+    }
+    declared_symbols_.erase(s);
+  }
+  while (!type_decl_stack_.empty()) {
+    DataType const* ty = type_decl_stack_.back();
+    type_decl_stack_.pop_back();
+    if (ty == nullptr) {
+      break;
+    }
+    declared_types_.erase(ty);
+  }
+}
+
+void SmtLib2ApiTracer::trace_reset_assertions() {
+  std::size_t k = 0;
+  while (k < symbol_decl_stack_.size() && symbol_decl_stack_[k] != nullptr) {
+    ++k;
+  }
+  for (std::size_t i = k; i < symbol_decl_stack_.size(); ++i) {
+    if (symbol_decl_stack_[i] != nullptr) {
+      declared_symbols_.erase(symbol_decl_stack_[i]);
+    }
+  }
+  symbol_decl_stack_.resize(k);
+
+  k = 0;
+  while (k < type_decl_stack_.size() && type_decl_stack_[k] != nullptr) {
+    ++k;
+  }
+  for (std::size_t i = k; i < type_decl_stack_.size(); ++i) {
+    if (type_decl_stack_[i] != nullptr) {
+      declared_types_.erase(type_decl_stack_[i]);
+    }
+  }
+  type_decl_stack_.resize(k);
+
+  itp_group_ = -1;
+  out_ << "(reset-assertions)\n";
+  out_.flush();
+}
+
+// --------------------------------------------------------------------------------- queries
+
+void SmtLib2ApiTracer::write_term(Term const* t) {
+  if (global_decls_) {
+    outlabel(t, nullptr);
+  } else {
+    printer_.print_term(out_, t, false);
+  }
+}
+
+void SmtLib2ApiTracer::trace_check() {
+  out_ << "(check-sat)\n";
+  out_.flush();
+}
+
+void SmtLib2ApiTracer::trace_check_allsat(std::vector<Term const*> const& terms) {
+  for (Term const* t : terms) {
+    do_print_new_declarations(t);
+  }
+  if (global_decls_) {
+    for (Term const* t : terms) {
+      do_print_formula(t);
+    }
+  }
+  out_ << "(check-allsat (";
+  for (Term const* t : terms) {
+    write_term(t);
+    out_ << " ";
+  }
+  out_ << "))\n";
+  out_.flush();
+}
+
+void SmtLib2ApiTracer::trace_check_with_assumptions(std::vector<TheoryLit> const& assumptions) {
+  for (TheoryLit const& lit : assumptions) {
+    do_print_new_declarations(lit.get_term());
+  }
+  if (global_decls_) {
+    for (TheoryLit const& lit : assumptions) {
+      do_print_formula(lit.get_term());
+    }
+  }
+  out_ << "(check-sat-assuming (";
+  for (TheoryLit const& lit : assumptions) {
+    if (lit.is_negated()) {
+      out_ << "(not ";
+    }
+    write_term(lit.get_term());
+    if (lit.is_negated()) {
+      out_ << ")";
+    }
+    out_ << " ";
+  }
+  out_ << "))\n";
+  out_.flush();
+}
+
+void SmtLib2ApiTracer::trace_new_interpolation_group() {}
+
+void SmtLib2ApiTracer::trace_set_interpolation_group(int group) {
+  if (itp_group_ >= 0 && itp_group_ != group) {
+    out_ << "(assert (! true :interpolation-group .g" << itp_group_ << "))\n";
+  }
+  itp_group_ = group;
+}
+
+void SmtLib2ApiTracer::trace_get_interpolant(std::vector<int> const& groups) {
+  out_ << "(get-interpolant (";
+  for (std::size_t i = 0; i < groups.size(); ++i) {
+    if (i > 0) {
+      out_ << " ";
+    }
+    out_ << ".g" << groups[i];
+  }
+  out_ << "))\n";
+  out_.flush();
+}
+
+void SmtLib2ApiTracer::trace_get_unsat_core() {
+  out_ << "(get-unsat-core)\n";
+  out_.flush();
+}
+
+void SmtLib2ApiTracer::trace_get_unsat_assumptions() {
+  out_ << "(get-unsat-assumptions)\n";
+  out_.flush();
+}
+
+void SmtLib2ApiTracer::trace_get_model() {
+  out_ << "(get-model)\n";
+  out_.flush();
+}
+
+void SmtLib2ApiTracer::trace_get_model_value(Term const* t) {
+  if (global_decls_) {
+    do_print_formula(t);
+  }
+  out_ << "(get-value (";
+  write_term(t);
+  out_ << "))\n";
+  out_.flush();
+}
+
+}  // namespace tvx

@@ -1,0 +1,98 @@
+// SmtLib2ApiTracer: writes each traced API call as SMT-LIB 2 commands and flushes call by call,
+// so the stream replays the session. Invariant (scoped mode): the non-null entries of each
+// declaration stack are exactly the matching declared set, in declaration order.
+#ifndef TVX_TRACER_SMTLIB2_API_TRACER_H
+#define TVX_TRACER_SMTLIB2_API_TRACER_H
+
+#include <cstdint>
+#include <ostream>
+#include <set>
+#include <sstream>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "core/configuration.h"
+#include "core/term_manager.h"
+#include "core/term_printer.h"
+#include "support/hashtable.h"
+#include "tracer/api_tracer.h"
+
+namespace tvx {
+
+class SmtLib2ApiTracerTestAccess;
+
+class SmtLib2ApiTracer : public ApiTracer {
+ public:
+  // Writes the header: the title, the time stamp, the global-declarations option when
+  // global_decls is set, and the configuration when dump_config is set; then flushes.
+  // The configuration, the term manager and the stream must outlive the tracer.
+  SmtLib2ApiTracer(Configuration* config, TermManager* mgr, std::ostream& out, bool global_decls,
+                   bool dump_config);
+  ~SmtLib2ApiTracer() override;
+
+  SmtLib2ApiTracer(SmtLib2ApiTracer const&) = delete;
+  SmtLib2ApiTracer& operator=(SmtLib2ApiTracer const&) = delete;
+
+  void trace_type_declaration(DataType const* type) override;
+  void trace_symbol_declaration(Symbol const* sym) override;
+  void trace_push_backtrack_point() override;
+  void trace_pop_backtrack_point() override;
+  void trace_assert_formula(Term const* t) override;
+  void trace_check() override;
+  void trace_check_allsat(std::vector<Term const*> const& terms) override;
+  void trace_check_with_assumptions(std::vector<TheoryLit> const& assumptions) override;
+  void trace_reset_assertions() override;
+  void trace_new_interpolation_group() override;
+  void trace_set_interpolation_group(int group) override;
+  void trace_get_interpolant(std::vector<int> const& groups) override;
+  void trace_get_unsat_core() override;
+  void trace_get_unsat_assumptions() override;
+  void trace_get_model() override;
+  void trace_get_model_value(Term const* t) override;
+
+  // Writes the label of t (the defines prefix, "." when empty, then the id) to os, or to the
+  // trace when os is null; returns the stream written to.
+  std::ostream& outlabel(Term const* t, std::ostream* os);
+  // Writes one define-fun line, in id order, for each subterm of t without a definition yet.
+  void do_print_formula(Term const* t);
+  // Fills the sets with the undeclared uninterpreted symbols and declarable sorts of term.
+  void find_symbols_and_types_to_declare(Term const* term,
+                                         std::set<Symbol const*, TermPrinter::sym_ty_lt>& symbols,
+                                         std::set<DataType const*, TermPrinter::sym_ty_lt>& types);
+  // Declares the new sorts, then the new symbols, of term.
+  void do_print_new_declarations(Term const* term);
+  void do_print_config(Configuration* config);
+
+ private:
+  friend class SmtLib2ApiTracerTestAccess;
+
+  using DefinedTerms = hsh::Hashtable<Term const*, hsh::GetKey_identity<Term const*>, Term const*,
+                                      hsh::hash<Term const*>, std::equal_to<Term const*>>;
+
+  bool visit_mark(std::size_t bit) const;
+  void set_visit_mark(std::size_t bit);
+  void write_term(Term const* t);  // a label in global mode, the full term otherwise
+
+  Configuration* config_;
+  TermManager* mgr_;
+  std::ostream& out_;
+  SmtLib2TermPrinter printer_;
+  std::set<Symbol const*, TermPrinter::sym_ty_lt> declared_symbols_;
+  std::vector<Symbol const*> symbol_decl_stack_;
+  std::set<DataType const*, TermPrinter::sym_ty_lt> declared_types_;
+  std::vector<DataType const*> type_decl_stack_;
+  std::set<Symbol const*, TermPrinter::sym_ty_lt> new_symbols_;
+  std::set<DataType const*, TermPrinter::sym_ty_lt> new_types_;
+  std::int32_t itp_group_;
+  bool global_decls_;
+  DefinedTerms defined_terms_;
+  std::vector<Term const*> formula_stack_;
+  std::ostringstream def_stream_;
+  std::vector<std::pair<Term const*, std::string>> definitions_;
+  std::vector<bool> visit_marks_;
+};
+
+}  // namespace tvx
+
+#endif  // TVX_TRACER_SMTLIB2_API_TRACER_H
