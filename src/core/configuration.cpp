@@ -25,9 +25,15 @@ struct Entry {
   std::string* (*string_field)(Configuration*);
 };
 
-std::string* defines_prefix(Configuration* c) { return &c->printer.defines_prefix; }
-std::string* let_prefix(Configuration* c) { return &c->printer.let_prefix; }
-std::string* trace_filename(Configuration* c) { return &c->api_call_trace_filename; }
+std::string* defines_prefix(Configuration* c) {
+  return &c->printer.defines_prefix;
+}
+std::string* let_prefix(Configuration* c) {
+  return &c->printer.let_prefix;
+}
+std::string* trace_filename(Configuration* c) {
+  return &c->api_call_trace_filename;
+}
 
 Entry make_bool(char const* key, char const* def, char const* desc, bool Configuration::*f) {
   return {{key, "bool", def, desc}, Type::Bool, f, nullptr, nullptr, nullptr, nullptr};
@@ -51,7 +57,8 @@ Entry make_string(char const* key, char const* def, char const* desc,
 Entry const kEntries[] = {
     make_bool("model_generation", "false", "compute a model after a satisfiable check",
               &Configuration::model_generation),
-    make_bool("unsat_core_generation", "false", "compute an unsat core after an unsatisfiable check",
+    make_bool("unsat_core_generation", "false",
+              "compute an unsat core after an unsatisfiable check",
               &Configuration::unsat_core_generation),
     make_bool("interpolation", "false", "keep what interpolant queries need",
               &Configuration::interpolation),
@@ -76,8 +83,8 @@ Entry const kEntries[] = {
 };
 
 [[noreturn]] void bad_value(Entry const& e, std::string const& value) {
-  throw std::invalid_argument("invalid value '" + value + "' for configuration key '" +
-                              e.info.key + "': expected " + e.info.type);
+  throw std::invalid_argument("invalid value '" + value + "' for configuration key '" + e.info.key +
+                              "': expected " + e.info.type);
 }
 
 bool parse_integer(std::string const& value, long long min, long long max, long long* out) {
@@ -101,7 +108,9 @@ bool parse_integer(std::string const& value, long long min, long long max, long 
 
 ConfigurationSetter::ConfigEntryPrinter::~ConfigEntryPrinter() = default;
 
-std::size_t ConfigurationSetter::num_entries() { return sizeof(kEntries) / sizeof(kEntries[0]); }
+std::size_t ConfigurationSetter::num_entries() {
+  return sizeof(kEntries) / sizeof(kEntries[0]);
+}
 
 ConfigurationSetter::EntryInfo const& ConfigurationSetter::entry(std::size_t i) {
   return kEntries[i].info;

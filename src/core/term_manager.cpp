@@ -15,33 +15,33 @@ namespace {
 
 // How an operator is applied: how many arguments and which sorts it takes.
 enum class Sig : std::uint8_t {
-  Const,        // no arguments, Bool (true, false)
-  BoolUnary,    // Bool -> Bool
-  BoolNary,     // Bool^n -> Bool, n >= 2
-  Chain,        // S^n -> Bool, n >= 2, any sort S (=, distinct)
-  Ite,          // Bool S S -> S
-  ArithNary,    // A^n -> A, n >= 2, A Int or Real
-  Minus,        // A -> A (negation) or A^n -> A
-  RealNary,     // Real^n -> Real, n >= 2
-  IntNary,      // Int^n -> Int, n >= 2
-  IntBinary,    // Int Int -> Int
-  IntUnary,     // Int -> Int
-  ArithChain,   // A^n -> Bool, n >= 2
-  ToReal,       // Int -> Real
-  ToInt,        // Real -> Int
-  IsInt,        // Real -> Bool
-  Concat,       // BV^n -> BV of the summed width, n >= 2
-  Extract,      // indexed (i j): BV m -> BV (i - j + 1)
-  Repeat,       // indexed (i): BV m -> BV (m * i)
-  Extend,       // indexed (i): BV m -> BV (m + i)
-  Rotate,       // indexed (i): BV m -> BV m
-  BvUnary,      // BV m -> BV m
-  BvNary,       // BV m ^n -> BV m, n >= 2
-  BvBinary,     // BV m BV m -> BV m
-  BvComp,       // BV m BV m -> BV 1
-  BvPred,       // BV m BV m -> Bool
-  Select,       // (Array I E) I -> E
-  Store,        // (Array I E) I E -> (Array I E)
+  Const,       // no arguments, Bool (true, false)
+  BoolUnary,   // Bool -> Bool
+  BoolNary,    // Bool^n -> Bool, n >= 2
+  Chain,       // S^n -> Bool, n >= 2, any sort S (=, distinct)
+  Ite,         // Bool S S -> S
+  ArithNary,   // A^n -> A, n >= 2, A Int or Real
+  Minus,       // A -> A (negation) or A^n -> A
+  RealNary,    // Real^n -> Real, n >= 2
+  IntNary,     // Int^n -> Int, n >= 2
+  IntBinary,   // Int Int -> Int
+  IntUnary,    // Int -> Int
+  ArithChain,  // A^n -> Bool, n >= 2
+  ToReal,      // Int -> Real
+  ToInt,       // Real -> Int
+  IsInt,       // Real -> Bool
+  Concat,      // BV^n -> BV of the summed width, n >= 2
+  Extract,     // indexed (i j): BV m -> BV (i - j + 1)
+  Repeat,      // indexed (i): BV m -> BV (m * i)
+  Extend,      // indexed (i): BV m -> BV (m + i)
+  Rotate,      // indexed (i): BV m -> BV m
+  BvUnary,     // BV m -> BV m
+  BvNary,      // BV m ^n -> BV m, n >= 2
+  BvBinary,    // BV m BV m -> BV m
+  BvComp,      // BV m BV m -> BV 1
+  BvPred,      // BV m BV m -> Bool
+  Select,      // (Array I E) I -> E
+  Store,       // (Array I E) I E -> (Array I E)
 };
 
 struct OpInfo {
@@ -361,10 +361,13 @@ bool TermManager::is_builtin_name(std::string const& name) {
 }
 
 std::uint64_t TermManager::StructuralHash::operator()(Term const* t) const {
-  std::uint64_t h = t->get_symbol()->get_id() * 0x9E3779B97F4A7C15ULL;
+  // Hashes the symbol and argument addresses, not their ids, so that hashing a term reads
+  // nothing but the term itself. The table's layout never reaches any output.
+  std::uint64_t h = reinterpret_cast<std::uintptr_t>(t->get_symbol()) * 0x9E3779B97F4A7C15ULL;
   Term const* const* args = t->args();
   for (std::size_t i = 0, n = t->get_arity(); i < n; ++i) {
-    h ^= args[i]->get_id() + 0x9E3779B97F4A7C15ULL + (h << 6) + (h >> 2);
+    h = (h ^ reinterpret_cast<std::uintptr_t>(args[i])) * 0xFF51AFD7ED558CCDULL;
+    h ^= h >> 32;
   }
   return h ^ (h >> 29);
 }
@@ -387,16 +390,21 @@ TermManager::~TermManager() = default;
 
 // ---------------------------------------------------------------- sorts
 
-DataType const* TermManager::intern_type(DataType::Kind kind, std::string name,
-                                         std::uint64_t width,
+DataType const* TermManager::intern_type(DataType::Kind kind, std::string name, std::uint64_t width,
                                          std::vector<DataType const*> components) {
   types_.emplace_back(next_type_id_++, kind, std::move(name), width, std::move(components));
   return &types_.back();
 }
 
-DataType const* TermManager::get_bool_type() { return bool_type_; }
-DataType const* TermManager::get_integer_type() { return int_type_; }
-DataType const* TermManager::get_rational_type() { return real_type_; }
+DataType const* TermManager::get_bool_type() {
+  return bool_type_;
+}
+DataType const* TermManager::get_integer_type() {
+  return int_type_;
+}
+DataType const* TermManager::get_rational_type() {
+  return real_type_;
+}
 
 DataType const* TermManager::get_bv_type(std::size_t width) {
   if (width == 0 || width > kMaxBvWidth) {
@@ -493,8 +501,7 @@ Symbol const* TermManager::make_symbol(std::string const& name, DataType const* 
     throw std::invalid_argument("invalid symbol '" + name + "': no sort given");
   }
   if (user_symbols_.count(name) != 0) {
-    throw std::invalid_argument("invalid symbol name '" + name +
-                                "': a symbol of that name exists");
+    throw std::invalid_argument("invalid symbol name '" + name + "': a symbol of that name exists");
   }
   std::uint64_t const arity = type->is_function() ? type->get_num_components() - 1 : 0;
   DataType const* output = type->is_function() ? type->get_function_result() : type;
@@ -515,8 +522,7 @@ bool TermManager::is_interpreted(Symbol const* s) const {
 
 Symbol const* TermManager::interpreted_symbol(SymbolTag::tag tag, std::string const& name,
                                               DataType const* const* arg_types, std::size_t n,
-                                              DataType const* result,
-                                              std::uint64_t const* indices,
+                                              DataType const* result, std::uint64_t const* indices,
                                               std::size_t num_indices) {
   key_scratch_.clear();
   key_scratch_.push_back(tag);
@@ -560,19 +566,19 @@ Term const* TermManager::intern_term(Symbol const* s, Term const* const* args, s
   probe_.resize(2 + n);
   Term* probe = new (probe_.data()) Term(0, s);
   std::copy(args, args + n, probe->mutable_args());
-  auto found = terms_.find(probe);
-  if (found != terms_.end()) {
-    return *found;
-  }
   std::size_t const bytes = sizeof(Term) + n * sizeof(Term const*);
-  Term* t = new (allocate_term(bytes)) Term(next_term_id_, s);
-  std::copy(args, args + n, t->mutable_args());
-  terms_.insert(t);
-  ++next_term_id_;
-  return t;
+  auto result = terms_.find_or_insert(probe, [&]() -> Term const* {
+    Term* t = new (allocate_term(bytes)) Term(next_term_id_, s);
+    std::copy(args, args + n, t->mutable_args());
+    ++next_term_id_;
+    return t;
+  });
+  return *result.first;
 }
 
-Term const* TermManager::make_constant(Symbol const* s) { return make_term(s, nullptr, 0); }
+Term const* TermManager::make_constant(Symbol const* s) {
+  return make_term(s, nullptr, 0);
+}
 
 Term const* TermManager::make_term(Symbol const* s, std::vector<Term const*> const& args) {
   return make_term(s, args.data(), args.size());
@@ -584,8 +590,7 @@ Term const* TermManager::make_term(Symbol const* s, Term const* const* args, std
   }
   for (std::size_t i = 0; i < n; ++i) {
     if (args[i] == nullptr) {
-      throw std::invalid_argument("invalid application of '" + s->get_name() +
-                                  "': null argument");
+      throw std::invalid_argument("invalid application of '" + s->get_name() + "': null argument");
     }
   }
   if (s->get_arity() != n) {
@@ -605,9 +610,15 @@ Term const* TermManager::make_term(Symbol const* s, Term const* const* args, std
   return intern_term(s, args, n);
 }
 
-Term const* TermManager::make_true() { return make_builtin("true", nullptr, 0); }
-Term const* TermManager::make_false() { return make_builtin("false", nullptr, 0); }
-Term const* TermManager::make_not(Term const* t) { return make_builtin("not", &t, 1); }
+Term const* TermManager::make_true() {
+  return make_builtin("true", nullptr, 0);
+}
+Term const* TermManager::make_false() {
+  return make_builtin("false", nullptr, 0);
+}
+Term const* TermManager::make_not(Term const* t) {
+  return make_builtin("not", &t, 1);
+}
 Term const* TermManager::make_and(Term const* a, Term const* b) {
   Term const* args[2] = {a, b};
   return make_builtin("and", args, 2);
@@ -655,9 +666,8 @@ Term const* TermManager::make_builtin(std::string const& op, std::vector<Term co
   return make_builtin(op, args.data(), args.size(), indices.data(), indices.size());
 }
 
-Term const* TermManager::make_builtin(std::string const& op, Term const* const* args,
-                                      std::size_t n, std::uint64_t const* indices,
-                                      std::size_t num_indices) {
+Term const* TermManager::make_builtin(std::string const& op, Term const* const* args, std::size_t n,
+                                      std::uint64_t const* indices, std::size_t num_indices) {
   OpInfo const* info = find_op(op);
   if (info == nullptr) {
     throw std::invalid_argument("unknown operator '" + op + "'");

@@ -231,8 +231,12 @@ std::string const& SmtLibTermPrinter::type_text(DataType const* t) {
   return type_names_.insert({t, std::move(text)}).first->second;
 }
 
-std::string SmtLibTermPrinter::to_smtlib(Symbol const* s) { return symbol_text(s); }
-std::string SmtLibTermPrinter::to_smtlib(DataType const* t) { return type_text(t); }
+std::string SmtLibTermPrinter::to_smtlib(Symbol const* s) {
+  return symbol_text(s);
+}
+std::string SmtLibTermPrinter::to_smtlib(DataType const* t) {
+  return type_text(t);
+}
 
 // ----------------------------------------------------------------------- SmtLib2TermPrinter
 
@@ -279,9 +283,8 @@ bool SmtLib2TermPrinter::has_annotations(Term const* t, bool annotate) const {
 }
 
 std::string const& SmtLib2TermPrinter::let_name_prefix() {
-  let_prefix_cache_ = settings_ != nullptr && !settings_->let_prefix.empty()
-                          ? settings_->let_prefix
-                          : std::string("_let_");
+  let_prefix_cache_ = settings_ != nullptr && !settings_->let_prefix.empty() ? settings_->let_prefix
+                                                                             : std::string("_let_");
   return let_prefix_cache_;
 }
 

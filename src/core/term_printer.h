@@ -111,7 +111,7 @@ class SmtLib2TermPrinter : public SmtLibTermPrinter {
     std::size_t next_arg;
   };
   std::vector<Frame> frames_;
-  std::vector<Term const*> order_;         // terms of the DAG, arguments before parents
+  std::vector<Term const*> order_;          // terms of the DAG, arguments before parents
   std::vector<std::uint32_t> occurrences_;  // per term id: parents seen, while analysing
   std::vector<std::uint64_t> let_names_;    // per term id: 0, or the let number + 1
   std::vector<Term const*> bound_;          // the let-bound terms of the current print

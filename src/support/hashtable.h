@@ -21,10 +21,10 @@ namespace hsh {
 
 // The permitted bucket counts, each about twice the one before.
 inline constexpr std::uint64_t primes[28] = {
-    31ULL,        73ULL,        151ULL,       313ULL,        643ULL,        1291ULL,
-    2593ULL,      5233ULL,      10501ULL,     21013ULL,      42073ULL,      84181ULL,
-    168451ULL,    337219ULL,    674701ULL,    1349473ULL,    2699299ULL,    5398891ULL,
-    10798093ULL,  21596719ULL,  43193641ULL,  86387383ULL,   172775299ULL,  345550609ULL,
+    31ULL,        73ULL,         151ULL,        313ULL,       643ULL,       1291ULL,
+    2593ULL,      5233ULL,       10501ULL,      21013ULL,     42073ULL,     84181ULL,
+    168451ULL,    337219ULL,     674701ULL,     1349473ULL,   2699299ULL,   5398891ULL,
+    10798093ULL,  21596719ULL,   43193641ULL,   86387383ULL,  172775299ULL, 345550609ULL,
     691101253ULL, 1382202559ULL, 2764405229ULL, 4294867387ULL};
 
 // Hash functions return an unsigned 64-bit value. Specialisations for the term layer's key
@@ -162,6 +162,34 @@ class Hashtable {
     Bucket* node;
     try {
       node = new (memory) Bucket{buckets_[index], v};
+    } catch (...) {
+      pool_.deallocate(memory);
+      throw;
+    }
+    buckets_[index] = node;
+    ++count_;
+    return {make_iterator(index, node), true};
+  }
+
+  // Like insert, but the value is made by `make()` only when no value with key k is present:
+  // one hash and one chain walk for a lookup that may add. `make()` must return a value whose
+  // key equals k.
+  template <class Make>
+  std::pair<iterator, bool> find_or_insert(Key const& k, Make&& make) {
+    if (static_cast<double>(static_cast<float>(count_) / static_cast<float>(buckets_.size())) >
+        0.7) {
+      rehash(buckets_.size() + 1);
+    }
+    std::size_t const index = hash_(k) % buckets_.size();
+    for (Bucket* b = buckets_[index]; b != nullptr; b = b->next) {
+      if (equal_(get_key_(b->value), k)) {
+        return {make_iterator(index, b), false};
+      }
+    }
+    void* memory = pool_.allocate();
+    Bucket* node;
+    try {
+      node = new (memory) Bucket{buckets_[index], make()};
     } catch (...) {
       pool_.deallocate(memory);
       throw;

@@ -263,7 +263,7 @@ void SmtLib2ApiTracer::do_print_formula(Term const* t) {
     def_stream_ << ")\n";
     definitions_.emplace_back(u, def_stream_.str());
   }
-  sort(definitions_.data(), definitions_.size(), &print_lt);
+  tvx::sort(definitions_.data(), definitions_.size(), &print_lt);
   for (auto const& d : definitions_) {
     out_ << d.second;
   }
