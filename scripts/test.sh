@@ -1,10 +1,17 @@
 #!/usr/bin/env bash
-# The test command: installs what a fresh machine lacks, configures, builds and runs every test.
+# The test command: installs what a fresh machine lacks, configures, builds and runs every test:
+# the whole suite in the optimised build, the whole suite again under AddressSanitizer and
+# UndefinedBehaviorSanitizer, then the two-thread test under ThreadSanitizer.
 # Exits non-zero on any failure.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/deps.sh
 jobs="$(nproc)"
-cmake --preset release
-cmake --build --preset release -j "$jobs"
-ctest --preset release -j "$jobs"
+for preset in release asan; do
+  cmake --preset "$preset"
+  cmake --build --preset "$preset" -j "$jobs"
+  ctest --preset "$preset" -j "$jobs"
+done
+cmake --preset tsan
+cmake --build --preset tsan -j "$jobs" --target thread_isolation_test
+ctest --preset tsan

@@ -333,10 +333,17 @@ std::string canonical_bv(std::string const& value, DataType const* type) {
   return "#b" + decimal_to_bits(value, width);
 }
 
+// A name must be writable between bars: no '|', no backslash, and only printable characters or
+// white space (bytes from 128 up are taken as parts of UTF-8 characters).
 void check_name(std::string const& name, char const* what) {
-  if (name.find('|') != std::string::npos || name.find('\\') != std::string::npos) {
-    throw std::invalid_argument(std::string("invalid ") + what + " name '" + name +
-                                "': SMT-LIB cannot write a name containing '|' or '\\'");
+  for (char ch : name) {
+    unsigned char const c = static_cast<unsigned char>(ch);
+    bool const printable = (c >= 32 && c != 127) || c == '\t' || c == '\n' || c == '\r';
+    if (c == '|' || c == '\\' || !printable) {
+      throw std::invalid_argument(std::string("invalid ") + what + " name '" + name +
+                                  "': SMT-LIB cannot write a name containing '|', '\\' or a "
+                                  "control character");
+    }
   }
   if (TermManager::is_builtin_name(name)) {
     throw std::invalid_argument(std::string("invalid ") + what + " name '" + name +

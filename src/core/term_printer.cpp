@@ -1,6 +1,7 @@
 #include "core/term_printer.h"
 
 #include <algorithm>
+#include <charconv>
 #include <cstring>
 #include <string>
 #include <utility>
@@ -267,15 +268,28 @@ void SmtLib2TermPrinter::print_symbol_declaration(std::ostream& os, Symbol const
 
 void SmtLib2TermPrinter::apitracer_print_term(std::ostream& os, Term const* t,
                                               std::string const& annotation) {
-  os << line_prefix_ << "(assert ";
+  // The command is composed first and written in one piece, so that a failure while composing
+  // leaves nothing half-written in the stream.
+  text_.clear();
+  text_ += line_prefix_;
+  text_ += "(assert ";
   if (annotation.empty()) {
-    print_term(os, t, false);
+    render_term(t, false);
   } else {
-    os << "(! ";
-    print_term(os, t, false);
-    os << ' ' << annotation << ')';
+    text_ += "(! ";
+    render_term(t, false);
+    text_ += ' ';
+    text_ += annotation;
+    text_ += ')';
   }
-  os << ")\n";
+  text_ += ")\n";
+  os.write(text_.data(), static_cast<std::streamsize>(text_.size()));
+}
+
+void SmtLib2TermPrinter::print_term(std::ostream& os, Term const* t, bool annotate) {
+  text_.clear();
+  render_term(t, annotate);
+  os.write(text_.data(), static_cast<std::streamsize>(text_.size()));
 }
 
 bool SmtLib2TermPrinter::has_annotations(Term const* t, bool annotate) const {
@@ -295,6 +309,8 @@ void SmtLib2TermPrinter::compute_sharing(Term const* root) {
   std::size_t const ids = root->get_id() + 1;
   if (occurrences_.size() < ids) {
     occurrences_.resize(ids, 0);
+  }
+  if (let_names_.size() < ids) {
     let_names_.resize(ids, 0);
   }
   order_.clear();
@@ -333,9 +349,9 @@ void SmtLib2TermPrinter::compute_sharing(Term const* root) {
   });
 }
 
-void SmtLib2TermPrinter::print_term(std::ostream& os, Term const* root, bool annotate) {
+void SmtLib2TermPrinter::render_term(Term const* root, bool annotate) {
   try {
-    write_term(os, root, annotate);
+    render_shared(root, annotate);
   } catch (...) {
     // The per-id scratch must be all zero between calls; after a failure part of it is not.
     std::fill(occurrences_.begin(), occurrences_.end(), 0);
@@ -344,7 +360,58 @@ void SmtLib2TermPrinter::print_term(std::ostream& os, Term const* root, bool ann
   }
 }
 
-void SmtLib2TermPrinter::write_term(std::ostream& os, Term const* root, bool annotate) {
+void SmtLib2TermPrinter::append_let_name(std::string const& prefix, std::uint64_t n) {
+  char digits[24];
+  auto end = std::to_chars(digits, digits + sizeof(digits), n).ptr;
+  text_ += prefix;
+  text_.append(digits, static_cast<std::size_t>(end - digits));
+}
+
+void SmtLib2TermPrinter::render_body(Term const* t, std::string const& prefix, bool annotate) {
+  frames_.clear();
+  frames_.push_back({t, 0});
+  while (!frames_.empty()) {
+    Frame& f = frames_.back();
+    Term const* u = f.term;
+    if (f.next_arg == 0) {
+      if (u != t && let_names_[u->get_id()] != 0) {
+        append_let_name(prefix, let_names_[u->get_id()] - 1);
+        frames_.pop_back();
+        continue;
+      }
+      if (has_annotations(u, annotate)) {
+        text_ += "(! ";
+      }
+      if (u->get_arity() > 0) {
+        text_ += '(';
+      }
+      text_ += symbol_text(u->get_symbol());
+    }
+    if (f.next_arg < u->get_arity()) {
+      Term const* child = u->get_arg(f.next_arg++);
+      text_ += ' ';
+      frames_.push_back({child, 0});
+      continue;
+    }
+    if (u->get_arity() > 0) {
+      text_ += ')';
+    }
+    if (has_annotations(u, annotate)) {
+      for (auto const& kv : annotations_->find(u)->second) {
+        text_ += ' ';
+        text_ += kv.first;
+        if (!kv.second.empty()) {
+          text_ += ' ';
+          text_ += kv.second;
+        }
+      }
+      text_ += ')';
+    }
+    frames_.pop_back();
+  }
+}
+
+void SmtLib2TermPrinter::render_shared(Term const* root, bool annotate) {
   compute_sharing(root);
 
   // Names: a counter per call, or the term id in global-declarations mode; the prefix grows
@@ -360,9 +427,9 @@ void SmtLib2TermPrinter::write_term(std::ostream& os, Term const* root, bool ann
       prefix += '_';
     }
   }
-  std::vector<std::uint64_t> levels(bound_.size());
+  levels_.resize(bound_.size());
   for (std::size_t k = 0; k < bound_.size(); ++k) {
-    levels[k] = let_names_[bound_[k]->get_id()];
+    levels_[k] = let_names_[bound_[k]->get_id()];
   }
   for (Term const* t : order_) {
     let_names_[t->get_id()] = 0;
@@ -371,66 +438,22 @@ void SmtLib2TermPrinter::write_term(std::ostream& os, Term const* root, bool ann
     let_names_[bound_[k]->get_id()] = (global_decls_ ? bound_[k]->get_id() : k + 1) + 1;
   }
 
-  // Writes the text of `t`, naming bound arguments instead of writing them out.
-  auto write_body = [&](Term const* t) {
-    frames_.clear();
-    frames_.push_back({t, 0});
-    while (!frames_.empty()) {
-      Frame& f = frames_.back();
-      Term const* u = f.term;
-      if (f.next_arg == 0) {
-        if (u != t && let_names_[u->get_id()] != 0) {
-          os << prefix << (let_names_[u->get_id()] - 1);
-          frames_.pop_back();
-          continue;
-        }
-        if (has_annotations(u, annotate)) {
-          os << "(! ";
-        }
-        if (u->get_arity() == 0) {
-          os << symbol_text(u->get_symbol());
-        } else {
-          os << '(' << symbol_text(u->get_symbol());
-        }
-      }
-      if (f.next_arg < u->get_arity()) {
-        Term const* child = u->get_arg(f.next_arg++);
-        os << ' ';
-        frames_.push_back({child, 0});
-        continue;
-      }
-      if (u->get_arity() > 0) {
-        os << ')';
-      }
-      if (has_annotations(u, annotate)) {
-        for (auto const& kv : annotations_->find(u)->second) {
-          os << ' ' << kv.first;
-          if (!kv.second.empty()) {
-            os << ' ' << kv.second;
-          }
-        }
-        os << ')';
-      }
-      frames_.pop_back();
-    }
-  };
-
   std::size_t open = 0;
   for (std::size_t k = 0; k < bound_.size();) {
-    os << "(let (";
-    std::uint64_t const level = levels[k];
-    for (bool first = true; k < bound_.size() && levels[k] == level; ++k, first = false) {
-      os << (first ? "(" : " (") << prefix << (let_names_[bound_[k]->get_id()] - 1) << ' ';
-      write_body(bound_[k]);
-      os << ')';
+    text_ += "(let (";
+    std::uint64_t const level = levels_[k];
+    for (bool first = true; k < bound_.size() && levels_[k] == level; ++k, first = false) {
+      text_ += first ? "(" : " (";
+      append_let_name(prefix, let_names_[bound_[k]->get_id()] - 1);
+      text_ += ' ';
+      render_body(bound_[k], prefix, annotate);
+      text_ += ')';
     }
-    os << ") ";
+    text_ += ") ";
     ++open;
   }
-  write_body(root);
-  for (std::size_t i = 0; i < open; ++i) {
-    os << ')';
-  }
+  render_body(root, prefix, annotate);
+  text_.append(open, ')');
   for (Term const* t : order_) {
     occurrences_[t->get_id()] = 0;
     let_names_[t->get_id()] = 0;

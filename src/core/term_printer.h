@@ -96,7 +96,10 @@ class SmtLib2TermPrinter : public SmtLibTermPrinter {
 
  private:
   void compute_sharing(Term const* root);
-  void write_term(std::ostream& os, Term const* root, bool annotate);
+  void render_term(Term const* root, bool annotate);  // appends the term's text to text_
+  void render_shared(Term const* root, bool annotate);
+  void render_body(Term const* t, std::string const& prefix, bool annotate);
+  void append_let_name(std::string const& prefix, std::uint64_t n);
   std::string const& let_name_prefix();
   bool has_annotations(Term const* t, bool annotate) const;
 
@@ -115,6 +118,8 @@ class SmtLib2TermPrinter : public SmtLibTermPrinter {
   std::vector<std::uint32_t> occurrences_;  // per term id: parents seen, while analysing
   std::vector<std::uint64_t> let_names_;    // per term id: 0, or the let number + 1
   std::vector<Term const*> bound_;          // the let-bound terms of the current print
+  std::vector<std::uint64_t> levels_;       // the let level of each entry of bound_
+  std::string text_;                        // the text being composed
   std::string let_prefix_cache_;
 };
 

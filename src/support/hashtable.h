@@ -212,6 +212,26 @@ class Hashtable {
     return end();
   }
 
+  // Removes the value with key k, if any; returns whether one was removed. Used to undo
+  // insertions when an operation that made them fails.
+  bool erase(Key const& k) {
+    if (count_ == 0) {
+      return false;
+    }
+    std::size_t const index = hash_(k) % buckets_.size();
+    for (Bucket** link = &buckets_[index]; *link != nullptr; link = &(*link)->next) {
+      Bucket* b = *link;
+      if (equal_(get_key_(b->value), k)) {
+        *link = b->next;
+        b->value.~Value();
+        pool_.deallocate(b);
+        --count_;
+        return true;
+      }
+    }
+    return false;
+  }
+
   // Makes the bucket count the first prime not below n (the last prime at most); never
   // shrinks. Nodes are relinked in visiting order, so nodes that meet end up reversed.
   void rehash(std::size_t n) {

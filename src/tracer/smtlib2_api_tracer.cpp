@@ -60,6 +60,14 @@ class TraceConfigPrinter : public ConfigurationSetter::ConfigEntryPrinter {
   }
 };
 
+// Makes room for one more entry without reallocating on every call.
+template <class T>
+void reserve_one(std::vector<T>& v) {
+  if (v.size() == v.capacity()) {
+    v.reserve(2 * v.capacity() + 1);
+  }
+}
+
 // Definition lines go out in ascending term id, which puts each after the lines it uses.
 bool print_lt(std::pair<Term const*, std::string> const& a,
               std::pair<Term const*, std::string> const& b) {
@@ -76,6 +84,7 @@ SmtLib2ApiTracer::SmtLib2ApiTracer(Configuration* config, TermManager* mgr, std:
       printer_(mgr, &config->printer, "", "", global_decls, nullptr),
       itp_group_(-1),
       global_decls_(global_decls) {
+  def_stream_.exceptions(std::ios::badbit);  // an allocation failure must not pass unseen
   out_ << ";; Tarvex API call trace\n";
   std::time_t const now = std::time(nullptr);
   std::tm const local = get_local_time(&now);
@@ -106,9 +115,20 @@ void SmtLib2ApiTracer::do_print_config(Configuration* config) {
 
 // ------------------------------------------------------------------------------ declarations
 
+// A declaration is recorded only if its command was written: a failure while writing takes
+// the entry out of the set again, and the stack has room reserved before anything is
+// recorded, so that set and stack always agree.
 void SmtLib2ApiTracer::trace_type_declaration(DataType const* type) {
+  if (!global_decls_) {
+    reserve_one(type_decl_stack_);
+  }
   if (declared_types_.insert(type).second) {
-    printer_.print_type_declaration(out_, type);
+    try {
+      printer_.print_type_declaration(out_, type);
+    } catch (...) {
+      declared_types_.erase(type);
+      throw;
+    }
     if (!global_decls_) {
       type_decl_stack_.push_back(type);
     }
@@ -117,8 +137,16 @@ void SmtLib2ApiTracer::trace_type_declaration(DataType const* type) {
 }
 
 void SmtLib2ApiTracer::trace_symbol_declaration(Symbol const* sym) {
+  if (!global_decls_) {
+    reserve_one(symbol_decl_stack_);
+  }
   if (declared_symbols_.insert(sym).second) {
-    printer_.print_symbol_declaration(out_, sym);
+    try {
+      printer_.print_symbol_declaration(out_, sym);
+    } catch (...) {
+      declared_symbols_.erase(sym);
+      throw;
+    }
     if (!global_decls_) {
       symbol_decl_stack_.push_back(sym);
     }
@@ -158,8 +186,10 @@ void SmtLib2ApiTracer::find_symbols_and_types_to_declare(
   auto clear_marks = [&]() {
     for (Term const* t : visited) {
       std::size_t const n = static_cast<std::size_t>(t->get_id());
-      visit_marks_[2 * n] = false;
-      visit_marks_[2 * n + 1] = false;
+      if (2 * n + 1 < visit_marks_.size()) {
+        visit_marks_[2 * n] = false;
+        visit_marks_[2 * n + 1] = false;
+      }
     }
   };
   try {
@@ -184,8 +214,9 @@ void SmtLib2ApiTracer::find_symbols_and_types_to_declare(
           declared_types_.find(ty) == declared_types_.end()) {
         types.insert(ty);
       }
-      set_visit_mark(2 * n + 1);
+      // Listed before it is marked, so that a failure in between leaves no mark uncleared.
       visited.push_back(t);
+      set_visit_mark(2 * n + 1);
       bool pushed = false;
       for (std::size_t i = 0, arity = t->get_arity(); i < arity; ++i) {
         Term const* c = t->get_arg(i);
@@ -225,47 +256,83 @@ void SmtLib2ApiTracer::do_print_formula(Term const* t) {
   definitions_.clear();
   formula_stack_.clear();
   formula_stack_.push_back(t);
-  while (!formula_stack_.empty()) {
-    Term const* u = formula_stack_.back();
-    if (defined_terms_.find(u) != defined_terms_.end()) {
-      formula_stack_.pop_back();
-      continue;
-    }
-    Symbol const* s = u->get_symbol();
-    std::size_t const arity = static_cast<std::size_t>(s->get_arity());
-    bool pushed = false;
-    for (std::size_t i = 0; i < arity; ++i) {
-      Term const* c = u->get_arg(i);
-      if (defined_terms_.find(c) == defined_terms_.end()) {
-        formula_stack_.push_back(c);
-        pushed = true;
+  // Terms enter defined_terms_ as their lines are composed, but the lines reach the trace only
+  // at the end: if anything fails before a line is written, its term leaves the set again.
+  std::size_t written = 0;
+  Term const* composing = nullptr;
+  bool sorting = false;
+  try {
+    while (!formula_stack_.empty()) {
+      Term const* u = formula_stack_.back();
+      if (defined_terms_.find(u) != defined_terms_.end()) {
+        formula_stack_.pop_back();
+        continue;
       }
-    }
-    if (pushed) {
-      continue;
-    }
-    formula_stack_.pop_back();
-    defined_terms_.insert(u);
-    def_stream_.str(std::string());
-    def_stream_ << "(define-fun ";
-    outlabel(u, &def_stream_);
-    def_stream_ << " () " << printer_.to_smtlib(s->get_output_type()) << " ";
-    if (arity == 0) {
-      def_stream_ << printer_.to_smtlib(s);
-    } else {
-      def_stream_ << "(" << printer_.to_smtlib(s);
+      Symbol const* s = u->get_symbol();
+      std::size_t const arity = static_cast<std::size_t>(s->get_arity());
+      bool pushed = false;
       for (std::size_t i = 0; i < arity; ++i) {
-        def_stream_ << " ";
-        outlabel(u->get_arg(i), &def_stream_);
+        Term const* c = u->get_arg(i);
+        if (defined_terms_.find(c) == defined_terms_.end()) {
+          formula_stack_.push_back(c);
+          pushed = true;
+        }
       }
-      def_stream_ << ")";
+      if (pushed) {
+        continue;
+      }
+      formula_stack_.pop_back();
+      defined_terms_.insert(u);
+      composing = u;
+      def_stream_.str(std::string());
+      def_stream_.clear();
+      def_stream_ << "(define-fun ";
+      outlabel(u, &def_stream_);
+      def_stream_ << " () " << printer_.to_smtlib(s->get_output_type()) << " ";
+      if (arity == 0) {
+        def_stream_ << printer_.to_smtlib(s);
+      } else {
+        def_stream_ << "(" << printer_.to_smtlib(s);
+        for (std::size_t i = 0; i < arity; ++i) {
+          def_stream_ << " ";
+          outlabel(u->get_arg(i), &def_stream_);
+        }
+        def_stream_ << ")";
+      }
+      def_stream_ << ")\n";
+      definitions_.emplace_back(u, def_stream_.str());
+      composing = nullptr;
     }
-    def_stream_ << ")\n";
-    definitions_.emplace_back(u, def_stream_.str());
-  }
-  tvx::sort(definitions_.data(), definitions_.size(), &print_lt);
-  for (auto const& d : definitions_) {
-    out_ << d.second;
+    // The sort copies lines and may fail half-way with an entry lost; the emptied work stack
+    // keeps the list of this call's terms meanwhile.
+    formula_stack_.reserve(definitions_.size());
+    for (auto const& d : definitions_) {
+      formula_stack_.push_back(d.first);
+    }
+    sorting = true;
+    tvx::sort(definitions_.data(), definitions_.size(), &print_lt);
+    sorting = false;
+    formula_stack_.clear();
+    for (auto const& d : definitions_) {
+      out_ << d.second;
+      ++written;
+    }
+  } catch (...) {
+    if (composing != nullptr) {
+      defined_terms_.erase(composing);
+    }
+    if (sorting) {
+      for (Term const* u : formula_stack_) {
+        defined_terms_.erase(u);
+      }
+    } else {
+      for (std::size_t i = written; i < definitions_.size(); ++i) {
+        defined_terms_.erase(definitions_[i].first);
+      }
+    }
+    formula_stack_.clear();
+    definitions_.clear();
+    throw;
   }
   definitions_.clear();
 }
@@ -285,6 +352,7 @@ void SmtLib2ApiTracer::trace_assert_formula(Term const* t) {
     }
   } else {
     std::ostringstream annotation;
+    annotation.exceptions(std::ios::badbit);  // an allocation failure must not pass unseen
     if (itp_group_ >= 0) {
       annotation << ":interpolation-group .g" << itp_group_;
     }
@@ -299,6 +367,9 @@ void SmtLib2ApiTracer::trace_push_backtrack_point() {
   out_ << "(push 1)\n";
   out_.flush();
   if (!global_decls_) {
+    // Room for both markers first, so that the stacks never differ in their marker counts.
+    reserve_one(type_decl_stack_);
+    reserve_one(symbol_decl_stack_);
     type_decl_stack_.push_back(nullptr);
     symbol_decl_stack_.push_back(nullptr);
   }
@@ -359,11 +430,11 @@ void SmtLib2ApiTracer::trace_reset_assertions() {
 
 // --------------------------------------------------------------------------------- queries
 
-void SmtLib2ApiTracer::write_term(Term const* t) {
+void SmtLib2ApiTracer::write_term(Term const* t, std::ostream& os) {
   if (global_decls_) {
-    outlabel(t, nullptr);
+    outlabel(t, &os);
   } else {
-    printer_.print_term(out_, t, false);
+    printer_.print_term(os, t, false);
   }
 }
 
@@ -371,6 +442,9 @@ void SmtLib2ApiTracer::trace_check() {
   out_ << "(check-sat)\n";
   out_.flush();
 }
+
+// The query commands below are composed in a local stream and written in one piece, so that a
+// failure while printing their terms leaves no half command in the trace.
 
 void SmtLib2ApiTracer::trace_check_allsat(std::vector<Term const*> const& terms) {
   for (Term const* t : terms) {
@@ -381,12 +455,15 @@ void SmtLib2ApiTracer::trace_check_allsat(std::vector<Term const*> const& terms)
       do_print_formula(t);
     }
   }
-  out_ << "(check-allsat (";
+  std::ostringstream line;
+  line.exceptions(std::ios::badbit);
+  line << "(check-allsat (";
   for (Term const* t : terms) {
-    write_term(t);
-    out_ << " ";
+    write_term(t, line);
+    line << " ";
   }
-  out_ << "))\n";
+  line << "))\n";
+  out_ << line.str();
   out_.flush();
 }
 
@@ -399,18 +476,21 @@ void SmtLib2ApiTracer::trace_check_with_assumptions(std::vector<TheoryLit> const
       do_print_formula(lit.get_term());
     }
   }
-  out_ << "(check-sat-assuming (";
+  std::ostringstream line;
+  line.exceptions(std::ios::badbit);
+  line << "(check-sat-assuming (";
   for (TheoryLit const& lit : assumptions) {
     if (lit.is_negated()) {
-      out_ << "(not ";
+      line << "(not ";
     }
-    write_term(lit.get_term());
+    write_term(lit.get_term(), line);
     if (lit.is_negated()) {
-      out_ << ")";
+      line << ")";
     }
-    out_ << " ";
+    line << " ";
   }
-  out_ << "))\n";
+  line << "))\n";
+  out_ << line.str();
   out_.flush();
 }
 
@@ -454,9 +534,12 @@ void SmtLib2ApiTracer::trace_get_model_value(Term const* t) {
   if (global_decls_) {
     do_print_formula(t);
   }
-  out_ << "(get-value (";
-  write_term(t);
-  out_ << "))\n";
+  std::ostringstream line;
+  line.exceptions(std::ios::badbit);
+  line << "(get-value (";
+  write_term(t, line);
+  line << "))\n";
+  out_ << line.str();
   out_.flush();
 }
 

@@ -72,7 +72,8 @@ class SmtLib2ApiTracer : public ApiTracer {
 
   bool visit_mark(std::size_t bit) const;
   void set_visit_mark(std::size_t bit);
-  void write_term(Term const* t);  // a label in global mode, the full term otherwise
+  // Writes t to os: its label in global mode, the full term otherwise.
+  void write_term(Term const* t, std::ostream& os);
 
   Configuration* config_;
   TermManager* mgr_;

@@ -1,0 +1,72 @@
+# Script behind the install.find_package test: install the build tree into WORK_DIR/prefix,
+# then configure, build and run the consumer project against that prefix alone.
+foreach(var TVX_BUILD_DIR CONSUMER_SOURCE_DIR WORK_DIR GENERATOR)
+  if(NOT DEFINED ${var} OR "${${var}}" STREQUAL "")
+    message(FATAL_ERROR "run_install_test.cmake needs -D${var}=...")
+  endif()
+endforeach()
+
+# CONFIG is the configuration under test; it may be empty for a single-configuration build
+# without a build type.
+set(config_args)
+if(NOT "${CONFIG}" STREQUAL "")
+  set(config_args --config ${CONFIG})
+endif()
+
+set(prefix ${WORK_DIR}/prefix)
+set(consumer_build ${WORK_DIR}/consumer-build)
+file(REMOVE_RECURSE ${WORK_DIR})
+file(MAKE_DIRECTORY ${WORK_DIR})
+
+function(run_step name)
+  execute_process(COMMAND ${ARGN}
+                  RESULT_VARIABLE rc
+                  OUTPUT_VARIABLE out
+                  ERROR_VARIABLE err)
+  if(NOT rc EQUAL 0)
+    message(FATAL_ERROR "${name} failed (${rc}):\n${out}\n${err}")
+  endif()
+  set(step_output "${out}" PARENT_SCOPE)
+endfunction()
+
+run_step("install" ${CMAKE_COMMAND} --install ${TVX_BUILD_DIR} --prefix ${prefix} ${config_args})
+
+if(NOT EXISTS ${prefix}/include/support/hashtable.h)
+  message(FATAL_ERROR "headers were not installed under ${prefix}/include")
+endif()
+
+set(configure_args
+  -S ${CONSUMER_SOURCE_DIR} -B ${consumer_build} -G ${GENERATOR}
+  "-DCMAKE_BUILD_TYPE=${CONFIG}"
+  -DCMAKE_PREFIX_PATH=${prefix}
+  -DCMAKE_FIND_USE_PACKAGE_REGISTRY=OFF
+  -DCMAKE_FIND_USE_SYSTEM_PACKAGE_REGISTRY=OFF)
+if(DEFINED CXX_COMPILER AND NOT CXX_COMPILER STREQUAL "")
+  list(APPEND configure_args -DCMAKE_CXX_COMPILER=${CXX_COMPILER})
+endif()
+if(DEFINED MAKE_PROGRAM AND NOT MAKE_PROGRAM STREQUAL "")
+  list(APPEND configure_args -DCMAKE_MAKE_PROGRAM=${MAKE_PROGRAM})
+endif()
+run_step("consumer configure" ${CMAKE_COMMAND} ${configure_args})
+
+# The package must have come from the scratch prefix, not from the build tree or elsewhere.
+file(STRINGS ${consumer_build}/CMakeCache.txt tvx_dir REGEX "^tvx_DIR:")
+string(REGEX REPLACE "^tvx_DIR:[A-Z]+=" "" tvx_dir "${tvx_dir}")
+file(REAL_PATH "${prefix}" real_prefix)
+file(REAL_PATH "${tvx_dir}" real_tvx_dir)
+string(FIND "${real_tvx_dir}" "${real_prefix}/" at)
+if(NOT at EQUAL 0)
+  message(FATAL_ERROR "tvx was found in '${tvx_dir}', not under ${prefix}")
+endif()
+
+run_step("consumer build" ${CMAKE_COMMAND} --build ${consumer_build} ${config_args})
+
+set(exe ${consumer_build}/bin/${CONFIG}/tvx_consumer)
+if("${CONFIG}" STREQUAL "")
+  set(exe ${consumer_build}/bin/tvx_consumer)
+endif()
+run_step("consumer run" ${exe})
+if(NOT step_output STREQUAL "tvx consumer ok\n")
+  message(FATAL_ERROR "unexpected consumer output:\n${step_output}")
+endif()
+message(STATUS "consumer built against ${prefix} and ran")
