@@ -426,7 +426,6 @@ DataType const* TermManager::get_bv_type(std::size_t width) {
   std::string name = "(_ BitVec " + std::to_string(width) + ")";
   DataType const* t = intern_type(DataType::Kind::BitVector, name, width, {});
   bv_types_.emplace(width, t);
-  simple_types_.emplace(std::move(name), t);
   return t;
 }
 
@@ -475,29 +474,48 @@ DataType const* TermManager::get_function_type(std::vector<DataType const*> cons
 
 DataType const* TermManager::make_simple_type(std::string const& name) {
   check_name(name, "sort");
-  if (simple_types_.count(name) != 0) {
+  // Bit-vector sorts are known by names of this form; a user sort must not look like one.
+  if (name.compare(0, 9, "(_ BitVec") == 0) {
+    throw std::invalid_argument("invalid sort name '" + name + "': it names a bit-vector sort");
+  }
+  if (user_sorts_.count(name) != 0) {
     throw std::invalid_argument("invalid sort name '" + name + "': a sort of that name exists");
   }
   DataType const* t = intern_type(DataType::Kind::Uninterpreted, name, 0, {});
-  simple_types_.emplace(name, t);
+  user_sorts_.emplace(name, t);
   return t;
 }
 
 DataType const* TermManager::get_simple_type(std::string const& name, bool uninterpreted_only) {
+  // The declaration search asks this for the sort of every term it visits: answer the common
+  // cases without hashing the name.
+  if (uninterpreted_only && user_sorts_.empty()) {
+    return nullptr;
+  }
   if (name == "Bool" || name == "Int" || name == "Real") {
     if (uninterpreted_only) {
       return nullptr;
     }
     return name == "Bool" ? bool_type_ : name == "Int" ? int_type_ : real_type_;
   }
-  auto it = simple_types_.find(name);
-  if (it == simple_types_.end()) {
+  auto it = user_sorts_.find(name);
+  if (it != user_sorts_.end()) {
+    return it->second;
+  }
+  if (uninterpreted_only) {
     return nullptr;
   }
-  if (uninterpreted_only && !it->second->is_uninterpreted()) {
-    return nullptr;
+  // "(_ BitVec N)": an existing bit-vector sort.
+  static constexpr char kBv[] = "(_ BitVec ";
+  std::size_t const prefix = sizeof(kBv) - 1;
+  if (name.size() > prefix + 1 && name.compare(0, prefix, kBv) == 0 && name.back() == ')' &&
+      all_digits(name, prefix, name.size() - 1) && name.size() - prefix - 1 <= 18) {
+    auto bv = bv_types_.find(std::stoull(name.substr(prefix, name.size() - prefix - 1)));
+    if (bv != bv_types_.end() && bv->second->get_name() == name) {
+      return bv->second;
+    }
   }
-  return it->second;
+  return nullptr;
 }
 
 // ---------------------------------------------------------------- symbols

@@ -102,7 +102,7 @@ class TermManager {
 
   std::deque<DataType> types_;
   std::map<std::vector<std::uint64_t>, DataType const*> compound_types_;
-  std::unordered_map<std::string, DataType const*> simple_types_;
+  std::unordered_map<std::string, DataType const*> user_sorts_;  // uninterpreted sorts
   std::unordered_map<std::uint64_t, DataType const*> bv_types_;
   DataType const* bool_type_ = nullptr;
   DataType const* int_type_ = nullptr;
