@@ -1,5 +1,6 @@
 #include "tracer/smtlib2_api_tracer.h"
 
+#include <charconv>
 #include <ctime>
 #include <sstream>
 #include <string>
@@ -69,9 +70,15 @@ void reserve_one(std::vector<T>& v) {
 }
 
 // Definition lines go out in ascending term id, which puts each after the lines it uses.
-bool print_lt(std::pair<Term const*, std::string> const& a,
-              std::pair<Term const*, std::string> const& b) {
-  return a.first->get_id() < b.first->get_id();
+bool print_lt(Term const* const& a, Term const* const& b) {
+  return a->get_id() < b->get_id();
+}
+
+// Appends the decimal digits of n.
+void append_number(std::string& text, std::uint64_t n) {
+  char digits[24];
+  char* end = std::to_chars(digits, digits + sizeof(digits), n).ptr;
+  text.append(digits, static_cast<std::size_t>(end - digits));
 }
 
 }  // namespace
@@ -84,7 +91,6 @@ SmtLib2ApiTracer::SmtLib2ApiTracer(Configuration* config, TermManager* mgr, std:
       printer_(mgr, &config->printer, "", "", global_decls, nullptr),
       itp_group_(-1),
       global_decls_(global_decls) {
-  def_stream_.exceptions(std::ios::badbit);  // an allocation failure must not pass unseen
   out_ << ";; Tarvex API call trace\n";
   std::time_t const now = std::time(nullptr);
   std::tm const local = get_local_time(&now);
@@ -192,6 +198,8 @@ void SmtLib2ApiTracer::find_symbols_and_types_to_declare(
       }
     }
   };
+  DataType const* last_sort = nullptr;
+  bool last_sort_declarable = false;
   try {
     while (!stack.empty()) {
       Term const* t = stack.back();
@@ -210,9 +218,16 @@ void SmtLib2ApiTracer::find_symbols_and_types_to_declare(
       if (!mgr_->is_interpreted(s) && declared_symbols_.find(s) == declared_symbols_.end()) {
         symbols.insert(s);
       }
-      if (ty->is_simple() && mgr_->get_simple_type(ty->get_name(), true) != nullptr &&
-          declared_types_.find(ty) == declared_types_.end()) {
-        types.insert(ty);
+      if (ty->is_simple()) {
+        // Most terms share their sort with the term examined before: ask the term manager
+        // once per run of one sort.
+        if (ty != last_sort) {
+          last_sort = ty;
+          last_sort_declarable = mgr_->get_simple_type(ty->get_name(), true) != nullptr;
+        }
+        if (last_sort_declarable && declared_types_.find(ty) == declared_types_.end()) {
+          types.insert(ty);
+        }
       }
       // Listed before it is marked, so that a failure in between leaves no mark uncleared.
       visited.push_back(t);
@@ -256,11 +271,9 @@ void SmtLib2ApiTracer::do_print_formula(Term const* t) {
   definitions_.clear();
   formula_stack_.clear();
   formula_stack_.push_back(t);
-  // Terms enter defined_terms_ as their lines are composed, but the lines reach the trace only
-  // at the end: if anything fails before a line is written, its term leaves the set again.
-  std::size_t written = 0;
-  Term const* composing = nullptr;
-  bool sorting = false;
+  // Terms enter defined_terms_ as they are found, but their lines reach the trace only at the
+  // end: if anything fails before, they leave the set again, so that the set names exactly
+  // the terms whose lines were written.
   try {
     while (!formula_stack_.empty()) {
       Term const* u = formula_stack_.back();
@@ -268,8 +281,7 @@ void SmtLib2ApiTracer::do_print_formula(Term const* t) {
         formula_stack_.pop_back();
         continue;
       }
-      Symbol const* s = u->get_symbol();
-      std::size_t const arity = static_cast<std::size_t>(s->get_arity());
+      std::size_t const arity = static_cast<std::size_t>(u->get_symbol()->get_arity());
       bool pushed = false;
       for (std::size_t i = 0; i < arity; ++i) {
         Term const* c = u->get_arg(i);
@@ -282,55 +294,43 @@ void SmtLib2ApiTracer::do_print_formula(Term const* t) {
         continue;
       }
       formula_stack_.pop_back();
+      definitions_.push_back(u);
       defined_terms_.insert(u);
-      composing = u;
-      def_stream_.str(std::string());
-      def_stream_.clear();
-      def_stream_ << "(define-fun ";
-      outlabel(u, &def_stream_);
-      def_stream_ << " () " << printer_.to_smtlib(s->get_output_type()) << " ";
-      if (arity == 0) {
-        def_stream_ << printer_.to_smtlib(s);
-      } else {
-        def_stream_ << "(" << printer_.to_smtlib(s);
-        for (std::size_t i = 0; i < arity; ++i) {
-          def_stream_ << " ";
-          outlabel(u->get_arg(i), &def_stream_);
-        }
-        def_stream_ << ")";
-      }
-      def_stream_ << ")\n";
-      definitions_.emplace_back(u, def_stream_.str());
-      composing = nullptr;
     }
-    // The sort copies lines and may fail half-way with an entry lost; the emptied work stack
-    // keeps the list of this call's terms meanwhile.
-    formula_stack_.reserve(definitions_.size());
-    for (auto const& d : definitions_) {
-      formula_stack_.push_back(d.first);
-    }
-    sorting = true;
     tvx::sort(definitions_.data(), definitions_.size(), &print_lt);
-    sorting = false;
-    formula_stack_.clear();
-    for (auto const& d : definitions_) {
-      out_ << d.second;
-      ++written;
+
+    // The lines of one call are composed in one buffer and written at once.
+    std::string const& configured = config_->printer.defines_prefix;
+    std::string const prefix = configured.empty() ? std::string(".") : configured;
+    def_text_.clear();
+    for (Term const* u : definitions_) {
+      Symbol const* s = u->get_symbol();
+      def_text_ += "(define-fun ";
+      def_text_ += prefix;
+      append_number(def_text_, u->get_id());
+      def_text_ += " () ";
+      def_text_ += printer_.type_text(s->get_output_type());
+      def_text_ += ' ';
+      std::size_t const arity = static_cast<std::size_t>(s->get_arity());
+      if (arity == 0) {
+        def_text_ += printer_.symbol_text(s);
+      } else {
+        def_text_ += '(';
+        def_text_ += printer_.symbol_text(s);
+        for (std::size_t i = 0; i < arity; ++i) {
+          def_text_ += ' ';
+          def_text_ += prefix;
+          append_number(def_text_, u->get_arg(i)->get_id());
+        }
+        def_text_ += ')';
+      }
+      def_text_ += ")\n";
     }
+    out_.write(def_text_.data(), static_cast<std::streamsize>(def_text_.size()));
   } catch (...) {
-    if (composing != nullptr) {
-      defined_terms_.erase(composing);
+    for (Term const* u : definitions_) {
+      defined_terms_.erase(u);
     }
-    if (sorting) {
-      for (Term const* u : formula_stack_) {
-        defined_terms_.erase(u);
-      }
-    } else {
-      for (std::size_t i = written; i < definitions_.size(); ++i) {
-        defined_terms_.erase(definitions_[i].first);
-      }
-    }
-    formula_stack_.clear();
     definitions_.clear();
     throw;
   }

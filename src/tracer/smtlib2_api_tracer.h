@@ -89,8 +89,8 @@ class SmtLib2ApiTracer : public ApiTracer {
   bool global_decls_;
   DefinedTerms defined_terms_;
   std::vector<Term const*> formula_stack_;
-  std::ostringstream def_stream_;
-  std::vector<std::pair<Term const*, std::string>> definitions_;
+  std::string def_text_;                  // the definition lines of one call
+  std::vector<Term const*> definitions_;  // the terms defined by one call
   std::vector<bool> visit_marks_;
 };
 
