@@ -181,12 +181,21 @@ void SmtLib2ApiTracer::set_visit_mark(std::size_t bit) {
   visit_marks_[bit] = true;
 }
 
+bool SmtLib2ApiTracer::is_closed(std::size_t id) const {
+  return global_decls_ && id < declared_closure_.size() && declared_closure_[id];
+}
+
 void SmtLib2ApiTracer::find_symbols_and_types_to_declare(
     Term const* term, std::set<Symbol const*, TermPrinter::sym_ty_lt>& symbols,
     std::set<DataType const*, TermPrinter::sym_ty_lt>& types) {
   symbols.clear();
   types.clear();
   // Bit 2n is the done mark of the term with id n, bit 2n+1 its entered mark.
+  //
+  // In global-declarations mode nothing declared is ever forgotten, so a term whose whole DAG
+  // was found declared stays so: its closure bit is set when it is done, and later searches
+  // skip it. They would find nothing in it; skipping keeps a session that asserts ever larger
+  // formulas over old subterms linear instead of quadratic.
   std::vector<Term const*> stack{term};
   std::vector<Term const*> visited;
   auto clear_marks = [&]() {
@@ -195,6 +204,19 @@ void SmtLib2ApiTracer::find_symbols_and_types_to_declare(
       if (2 * n + 1 < visit_marks_.size()) {
         visit_marks_[2 * n] = false;
         visit_marks_[2 * n + 1] = false;
+      }
+    }
+  };
+  // A term's closure bit holds "its own symbol and sort need nothing" from its examination on,
+  // and becomes final when the term is done.
+  auto finish = [&](Term const* t, std::size_t n) {
+    set_visit_mark(2 * n);
+    if (global_decls_ && declared_closure_[n]) {
+      for (std::size_t i = 0, arity = t->get_arity(); i < arity; ++i) {
+        if (!is_closed(static_cast<std::size_t>(t->get_arg(i)->get_id()))) {
+          declared_closure_[n] = false;
+          break;
+        }
       }
     }
   };
@@ -210,13 +232,19 @@ void SmtLib2ApiTracer::find_symbols_and_types_to_declare(
       }
       if (visit_mark(2 * n + 1)) {
         stack.pop_back();
-        set_visit_mark(2 * n);
+        finish(t, n);
+        continue;
+      }
+      if (is_closed(n)) {
+        stack.pop_back();
         continue;
       }
       Symbol const* s = t->get_symbol();
       DataType const* ty = s->get_output_type();
+      bool own_declared = true;
       if (!mgr_->is_interpreted(s) && declared_symbols_.find(s) == declared_symbols_.end()) {
         symbols.insert(s);
+        own_declared = false;
       }
       if (ty->is_simple()) {
         // Most terms share their sort with the term examined before: ask the term manager
@@ -227,15 +255,23 @@ void SmtLib2ApiTracer::find_symbols_and_types_to_declare(
         }
         if (last_sort_declarable && declared_types_.find(ty) == declared_types_.end()) {
           types.insert(ty);
+          own_declared = false;
         }
       }
       // Listed before it is marked, so that a failure in between leaves no mark uncleared.
       visited.push_back(t);
+      if (global_decls_) {
+        if (n >= declared_closure_.size()) {
+          declared_closure_.resize(std::max(2 * declared_closure_.size(), n + 1), false);
+        }
+        declared_closure_[n] = own_declared;
+      }
       set_visit_mark(2 * n + 1);
       bool pushed = false;
       for (std::size_t i = 0, arity = t->get_arity(); i < arity; ++i) {
         Term const* c = t->get_arg(i);
-        if (!visit_mark(2 * static_cast<std::size_t>(c->get_id()))) {
+        std::size_t const m = static_cast<std::size_t>(c->get_id());
+        if (!visit_mark(2 * m) && !is_closed(m)) {
           stack.push_back(c);
           pushed = true;
         }
@@ -243,10 +279,17 @@ void SmtLib2ApiTracer::find_symbols_and_types_to_declare(
       if (!pushed) {
         // The term is still on top: nothing was pushed above it.
         stack.pop_back();
-        set_visit_mark(2 * n);
+        finish(t, n);
       }
     }
   } catch (...) {
+    // A closure bit of a term left unfinished is not final: drop it.
+    for (Term const* t : visited) {
+      std::size_t const n = static_cast<std::size_t>(t->get_id());
+      if (n < declared_closure_.size() && !visit_mark(2 * n)) {
+        declared_closure_[n] = false;
+      }
+    }
     clear_marks();
     throw;
   }

@@ -71,6 +71,7 @@ class SmtLib2ApiTracer : public ApiTracer {
                                       hsh::hash<Term const*>, std::equal_to<Term const*>>;
 
   bool visit_mark(std::size_t bit) const;
+  bool is_closed(std::size_t id) const;
   void set_visit_mark(std::size_t bit);
   // Writes t to os: its label in global mode, the full term otherwise.
   void write_term(Term const* t, std::ostream& os);
@@ -92,6 +93,9 @@ class SmtLib2ApiTracer : public ApiTracer {
   std::string def_text_;                  // the definition lines of one call
   std::vector<Term const*> definitions_;  // the terms defined by one call
   std::vector<bool> visit_marks_;
+  // Global-declarations mode: per term id, set when everything the term's DAG needs is
+  // declared, which then stays true since nothing is forgotten in that mode.
+  std::vector<bool> declared_closure_;
 };
 
 }  // namespace tvx
