@@ -297,8 +297,21 @@ bool SmtLib2TermPrinter::has_annotations(Term const* t, bool annotate) const {
 }
 
 std::string const& SmtLib2TermPrinter::let_name_prefix() {
-  let_prefix_cache_ = settings_ != nullptr && !settings_->let_prefix.empty() ? settings_->let_prefix
-                                                                             : std::string("_let_");
+  // A prefix that cannot be written between bars falls back to the default; one that is not
+  // a simple symbol by itself makes every let name quoted (see append_let_name).
+  std::string const* configured = settings_ != nullptr ? &settings_->let_prefix : nullptr;
+  bool usable = configured != nullptr && !configured->empty();
+  if (usable) {
+    for (char ch : *configured) {
+      unsigned char const c = static_cast<unsigned char>(ch);
+      if (c == '|' || c == '\\' || (c < 32 && c != '\t' && c != '\n' && c != '\r') || c == 127) {
+        usable = false;
+        break;
+      }
+    }
+  }
+  let_prefix_cache_ = usable ? *configured : std::string("_let_");
+  quote_let_names_ = !is_simple_symbol(let_prefix_cache_ + "1");
   return let_prefix_cache_;
 }
 
@@ -363,8 +376,14 @@ void SmtLib2TermPrinter::render_term(Term const* root, bool annotate) {
 void SmtLib2TermPrinter::append_let_name(std::string const& prefix, std::uint64_t n) {
   char digits[24];
   auto end = std::to_chars(digits, digits + sizeof(digits), n).ptr;
+  if (quote_let_names_) {
+    text_ += '|';
+  }
   text_ += prefix;
   text_.append(digits, static_cast<std::size_t>(end - digits));
+  if (quote_let_names_) {
+    text_ += '|';
+  }
 }
 
 void SmtLib2TermPrinter::render_body(Term const* t, std::string const& prefix, bool annotate) {

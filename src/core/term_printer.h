@@ -121,6 +121,7 @@ class SmtLib2TermPrinter : public SmtLibTermPrinter {
   std::vector<std::uint64_t> levels_;       // the let level of each entry of bound_
   std::string text_;                        // the text being composed
   std::string let_prefix_cache_;
+  bool quote_let_names_ = false;
 };
 
 }  // namespace tvx
