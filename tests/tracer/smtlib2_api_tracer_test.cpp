@@ -47,6 +47,16 @@ std::string strip_stamp(std::string const& text) {
   return text.substr(0, stamp) + text.substr(end + 1);
 }
 
+// Number of occurrences of `needle` in `text`.
+std::size_t count(std::string const& text, std::string const& needle) {
+  std::size_t n = 0;
+  for (std::size_t at = text.find(needle); at != std::string::npos;
+       at = text.find(needle, at + needle.size())) {
+    ++n;
+  }
+  return n;
+}
+
 // The stamp text for a given time, formatted the way the header describes it.
 std::string stamp_text(std::time_t when) {
   std::tm const local = get_local_time(&when);
@@ -1318,6 +1328,40 @@ TEST_F(QueryTest, GlobalGetValueDefinesButDeclaresNothing) {
   tracer().trace_get_model_value(a);
   EXPECT_EQ("(get-value (" + label(a) + "))\n", take());
   EXPECT_TRUE(Access::declared_symbols(tracer()).empty());
+}
+
+// A term defined by a query without declarations must still have its symbols declared when
+// an assertion reaches it, however many assertions over declared subterms came before.
+TEST_F(QueryTest, GlobalAssertionDeclaresWhatAQueryDefinedWithoutDeclaring) {
+  setup(true);
+  Term const* a = mgr_.make_and(p_, q_);
+  tracer().trace_assert_formula(p_);
+  tracer().trace_get_model_value(a);
+  take();
+  for (int i = 0; i < 3; ++i) {
+    tracer().trace_assert_formula(mgr_.make_or(p_, a));
+    std::string const text = take();
+    EXPECT_EQ(i == 0, text.find("(declare-fun q () Bool)\n") != std::string::npos) << text;
+    EXPECT_EQ(std::string::npos, text.find("(declare-fun p ")) << text;
+  }
+  expect_marks_clear();
+}
+
+// Asserting ever larger formulas over old subterms declares each new symbol once, at its
+// first use, in both modes.
+TEST_F(QueryTest, GrowingFormulasDeclareOnlyTheirNewSymbols) {
+  for (bool global_decls : {false, true}) {
+    start(global_decls);
+    Term const* acc = mgr_.make_true();
+    for (int i = 0; i < 50; ++i) {
+      Term const* v = cnst(sym("v" + std::to_string(i) + (global_decls ? "g" : "s"), bool_type()));
+      acc = mgr_.make_and(acc, v);
+      tracer().trace_assert_formula(acc);
+      std::string const text = take();
+      EXPECT_EQ(1u, count(text, "(declare-fun ")) << text;
+    }
+    expect_marks_clear();
+  }
 }
 
 TEST_F(QueryTest, InterpolationGroupsLeaveATrueAssertionInTheGroupThatIsLeft) {
