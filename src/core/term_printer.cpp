@@ -286,6 +286,12 @@ void SmtLib2TermPrinter::apitracer_print_term(std::ostream& os, Term const* t,
   os.write(text_.data(), static_cast<std::streamsize>(text_.size()));
 }
 
+std::string const& SmtLib2TermPrinter::term_text(Term const* t) {
+  text_.clear();
+  render_term(t, false);
+  return text_;
+}
+
 void SmtLib2TermPrinter::print_term(std::ostream& os, Term const* t, bool annotate) {
   text_.clear();
   render_term(t, annotate);

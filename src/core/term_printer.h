@@ -90,6 +90,8 @@ class SmtLib2TermPrinter : public SmtLibTermPrinter {
   virtual void print_symbol_declaration(std::ostream& os, Symbol const* s);
 
   void print_term(std::ostream& os, Term const* t, bool annotate) override;
+  // The text print_term(os, t, false) writes; valid until the printer's next call.
+  std::string const& term_text(Term const* t);
 
   // (assert EXPR) and a newline, or (assert (! EXPR ANNOTATION)) when annotation is not empty.
   void apitracer_print_term(std::ostream& os, Term const* t, std::string const& annotation);

@@ -2,7 +2,6 @@
 
 #include <charconv>
 #include <ctime>
-#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -146,9 +145,14 @@ void SmtLib2ApiTracer::trace_symbol_declaration(Symbol const* sym) {
   if (!global_decls_) {
     reserve_one(symbol_decl_stack_);
   }
+  std::size_t const id = static_cast<std::size_t>(sym->get_id());
+  if (id >= symbol_declared_.size()) {
+    symbol_declared_.resize(std::max(2 * symbol_declared_.size(), id + 1), false);
+  }
   if (declared_symbols_.insert(sym).second) {
     try {
       printer_.print_symbol_declaration(out_, sym);
+      symbol_declared_[id] = true;
     } catch (...) {
       declared_symbols_.erase(sym);
       throw;
@@ -167,6 +171,21 @@ void SmtLib2ApiTracer::do_print_new_declarations(Term const* term) {
   }
   for (Symbol const* sym : new_symbols_) {
     trace_symbol_declaration(sym);
+  }
+}
+
+// symbol_declared_ mirrors declared_symbols_ by symbol id: the declaration search asks for every
+// term it examines, and a bit answers without walking the ordered set.
+bool SmtLib2ApiTracer::is_symbol_declared(Symbol const* s) const {
+  std::size_t const id = static_cast<std::size_t>(s->get_id());
+  return id < symbol_declared_.size() && symbol_declared_[id];
+}
+
+void SmtLib2ApiTracer::forget_symbol(Symbol const* s) {
+  declared_symbols_.erase(s);
+  std::size_t const id = static_cast<std::size_t>(s->get_id());
+  if (id < symbol_declared_.size()) {
+    symbol_declared_[id] = false;
   }
 }
 
@@ -196,8 +215,11 @@ void SmtLib2ApiTracer::find_symbols_and_types_to_declare(
   // was found declared stays so: its closure bit is set when it is done, and later searches
   // skip it. They would find nothing in it; skipping keeps a session that asserts ever larger
   // formulas over old subterms linear instead of quadratic.
-  std::vector<Term const*> stack{term};
-  std::vector<Term const*> visited;
+  std::vector<Term const*>& stack = search_stack_;
+  std::vector<Term const*>& visited = search_visited_;
+  stack.clear();
+  visited.clear();
+  stack.push_back(term);
   auto clear_marks = [&]() {
     for (Term const* t : visited) {
       std::size_t const n = static_cast<std::size_t>(t->get_id());
@@ -242,7 +264,7 @@ void SmtLib2ApiTracer::find_symbols_and_types_to_declare(
       Symbol const* s = t->get_symbol();
       DataType const* ty = s->get_output_type();
       bool own_declared = true;
-      if (!mgr_->is_interpreted(s) && declared_symbols_.find(s) == declared_symbols_.end()) {
+      if (!mgr_->is_interpreted(s) && !is_symbol_declared(s)) {
         symbols.insert(s);
         own_declared = false;
       }
@@ -394,12 +416,12 @@ void SmtLib2ApiTracer::trace_assert_formula(Term const* t) {
       out_ << " :interpolation-group .g" << itp_group_ << "))\n";
     }
   } else {
-    std::ostringstream annotation;
-    annotation.exceptions(std::ios::badbit);  // an allocation failure must not pass unseen
+    line_.clear();  // the annotation
     if (itp_group_ >= 0) {
-      annotation << ":interpolation-group .g" << itp_group_;
+      line_ += ":interpolation-group .g";
+      line_ += std::to_string(itp_group_);
     }
-    printer_.apitracer_print_term(out_, t, annotation.str());
+    printer_.apitracer_print_term(out_, t, line_);
   }
   out_.flush();
 }
@@ -431,7 +453,7 @@ void SmtLib2ApiTracer::trace_pop_backtrack_point() {
     if (s == nullptr) {
       break;
     }
-    declared_symbols_.erase(s);
+    forget_symbol(s);
   }
   while (!type_decl_stack_.empty()) {
     DataType const* ty = type_decl_stack_.back();
@@ -450,7 +472,7 @@ void SmtLib2ApiTracer::trace_reset_assertions() {
   }
   for (std::size_t i = k; i < symbol_decl_stack_.size(); ++i) {
     if (symbol_decl_stack_[i] != nullptr) {
-      declared_symbols_.erase(symbol_decl_stack_[i]);
+      forget_symbol(symbol_decl_stack_[i]);
     }
   }
   symbol_decl_stack_.resize(k);
@@ -473,11 +495,13 @@ void SmtLib2ApiTracer::trace_reset_assertions() {
 
 // --------------------------------------------------------------------------------- queries
 
-void SmtLib2ApiTracer::write_term(Term const* t, std::ostream& os) {
+void SmtLib2ApiTracer::append_term(Term const* t) {
   if (global_decls_) {
-    outlabel(t, &os);
+    std::string const& prefix = config_->printer.defines_prefix;
+    line_ += prefix.empty() ? "." : prefix;
+    append_number(line_, t->get_id());
   } else {
-    printer_.print_term(os, t, false);
+    line_ += printer_.term_text(t);
   }
 }
 
@@ -486,8 +510,8 @@ void SmtLib2ApiTracer::trace_check() {
   out_.flush();
 }
 
-// The query commands below are composed in a local stream and written in one piece, so that a
-// failure while printing their terms leaves no half command in the trace.
+// The query commands below are composed in line_ and written in one piece, so that a failure
+// while printing their terms leaves no half command in the trace.
 
 void SmtLib2ApiTracer::trace_check_allsat(std::vector<Term const*> const& terms) {
   for (Term const* t : terms) {
@@ -498,15 +522,13 @@ void SmtLib2ApiTracer::trace_check_allsat(std::vector<Term const*> const& terms)
       do_print_formula(t);
     }
   }
-  std::ostringstream line;
-  line.exceptions(std::ios::badbit);
-  line << "(check-allsat (";
+  line_ = "(check-allsat (";
   for (Term const* t : terms) {
-    write_term(t, line);
-    line << " ";
+    append_term(t);
+    line_ += ' ';
   }
-  line << "))\n";
-  out_ << line.str();
+  line_ += "))\n";
+  out_ << line_;
   out_.flush();
 }
 
@@ -519,21 +541,19 @@ void SmtLib2ApiTracer::trace_check_with_assumptions(std::vector<TheoryLit> const
       do_print_formula(lit.get_term());
     }
   }
-  std::ostringstream line;
-  line.exceptions(std::ios::badbit);
-  line << "(check-sat-assuming (";
+  line_ = "(check-sat-assuming (";
   for (TheoryLit const& lit : assumptions) {
     if (lit.is_negated()) {
-      line << "(not ";
+      line_ += "(not ";
     }
-    write_term(lit.get_term(), line);
+    append_term(lit.get_term());
     if (lit.is_negated()) {
-      line << ")";
+      line_ += ')';
     }
-    line << " ";
+    line_ += ' ';
   }
-  line << "))\n";
-  out_ << line.str();
+  line_ += "))\n";
+  out_ << line_;
   out_.flush();
 }
 
@@ -577,12 +597,10 @@ void SmtLib2ApiTracer::trace_get_model_value(Term const* t) {
   if (global_decls_) {
     do_print_formula(t);
   }
-  std::ostringstream line;
-  line.exceptions(std::ios::badbit);
-  line << "(get-value (";
-  write_term(t, line);
-  line << "))\n";
-  out_ << line.str();
+  line_ = "(get-value (";
+  append_term(t);
+  line_ += "))\n";
+  out_ << line_;
   out_.flush();
 }
 

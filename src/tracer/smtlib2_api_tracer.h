@@ -7,7 +7,6 @@
 #include <cstdint>
 #include <ostream>
 #include <set>
-#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -72,9 +71,11 @@ class SmtLib2ApiTracer : public ApiTracer {
 
   bool visit_mark(std::size_t bit) const;
   bool is_closed(std::size_t id) const;
+  bool is_symbol_declared(Symbol const* s) const;
+  void forget_symbol(Symbol const* s);  // erases s from the declared record
   void set_visit_mark(std::size_t bit);
-  // Writes t to os: its label in global mode, the full term otherwise.
-  void write_term(Term const* t, std::ostream& os);
+  // Appends t to line_: its label in global mode, the full term otherwise.
+  void append_term(Term const* t);
 
   Configuration* config_;
   TermManager* mgr_;
@@ -96,6 +97,13 @@ class SmtLib2ApiTracer : public ApiTracer {
   // Global-declarations mode: per term id, set when everything the term's DAG needs is
   // declared, which then stays true since nothing is forgotten in that mode.
   std::vector<bool> declared_closure_;
+  // Per symbol id: whether the symbol is in declared_symbols_.
+  std::vector<bool> symbol_declared_;
+  // Scratch: the declaration search's work stack and visited list, and the text of a query
+  // command being composed.
+  std::vector<Term const*> search_stack_;
+  std::vector<Term const*> search_visited_;
+  std::string line_;
 };
 
 }  // namespace tvx

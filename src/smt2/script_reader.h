@@ -1,0 +1,66 @@
+// ScriptReader: reads an SMT-LIB 2 script and turns each command, as soon as it is parsed, into
+// the matching TermManager and ApiTracer calls. Invariant: at the first error nothing more is
+// done, and every command before it has been passed on in full.
+//
+// What the reader accepts: the quantifier-free theories of the term layer (core, integers and
+// reals, bit-vectors, arrays, uninterpreted sorts and functions); declare-sort (arity 0),
+// declare-fun, declare-const, define-fun, define-const and define-sort (no parameters) as
+// macros, let, the annotations :named and, on an asserted formula, :interpolation-group;
+// push, pop, reset-assertions, check-sat, check-sat-assuming, check-allsat, get-value,
+// get-model, get-unsat-core, get-unsat-assumptions, get-interpolant; set-option, set-logic,
+// set-info, get-info, get-option, echo and exit. Anything else is an error; constructs of
+// theories and commands outside that fragment are reported as not supported.
+//
+// Arithmetic: an operator among + - * / < <= > >= = distinct ite that gets Int and Real
+// arguments together turns its Int numerals into Real numerals and wraps its other Int
+// arguments in to_real ("/" does so always). A unary minus of a numeral is a negative numeral,
+// and "/" of two integral Real numerals is a rational numeral, so printed numerals read back
+// as the numerals they were.
+//
+// Names follow SMT-LIB scoping: declarations, definitions and :named names made after a push
+// are gone after the matching pop, unless the script set :global-declarations (or
+// :global-decls) to true. Nesting is handled with explicit stacks, never recursion.
+#ifndef TVX_SMT2_SCRIPT_READER_H
+#define TVX_SMT2_SCRIPT_READER_H
+
+#include <cstdint>
+#include <functional>
+#include <istream>
+#include <memory>
+#include <string>
+
+#include "core/configuration.h"
+#include "core/term_manager.h"
+#include "smt2/read_error.h"
+#include "tracer/api_tracer.h"
+
+namespace tvx {
+namespace smt2 {
+
+class ScriptReader {
+ public:
+  // Called after each command with the bytes read and the commands done so far.
+  using ProgressCallback = std::function<void(std::uint64_t bytes, std::uint64_t commands)>;
+
+  // The term manager, configuration and tracer must outlive the reader.
+  ScriptReader(TermManager& mgr, Configuration& config, ApiTracer& tracer);
+  ~ScriptReader();
+  ScriptReader(ScriptReader const&) = delete;
+  ScriptReader& operator=(ScriptReader const&) = delete;
+
+  // Reads commands until the end of `in` or an (exit) command, carrying out each as soon as it
+  // is read. `filename` names the input in error messages. Throws ReadError at the first
+  // error. Declarations and definitions stay known from one call to the next.
+  void read(std::istream& in, std::string const& filename);
+
+  void set_progress_callback(ProgressCallback callback);
+
+ private:
+  class Impl;
+  std::unique_ptr<Impl> impl_;
+};
+
+}  // namespace smt2
+}  // namespace tvx
+
+#endif  // TVX_SMT2_SCRIPT_READER_H

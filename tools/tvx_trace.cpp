@@ -1,0 +1,199 @@
+// tvx-trace: reads an SMT-LIB 2 script and writes the API-call trace that the same calls,
+// made through the library, would produce. Exit status: 0 success, 1 input error, 2 usage.
+
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdio>
+#include <exception>
+#include <fstream>
+#include <iostream>
+#include <memory>
+#include <new>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "core/configuration.h"
+#include "core/term_manager.h"
+#include "smt2/script_reader.h"
+#include "tracer/smtlib2_api_tracer.h"
+
+namespace {
+
+constexpr char const* kVersion = "0.1.0";
+
+constexpr int kExitOk = 0;
+constexpr int kExitInput = 1;
+constexpr int kExitUsage = 2;
+
+void print_usage(std::ostream& os) {
+  os << "usage: tvx-trace [--global-decls] [--dump-config] [--set KEY=VALUE]... [-o FILE] "
+        "[FILE | -]\n"
+        "\n"
+        "Reads an SMT-LIB 2 script (standard input for '-' or no FILE) and writes its API-call\n"
+        "trace to standard output or to the file given with -o.\n"
+        "\n"
+        "  --global-decls     trace in global-declarations mode: every term is defined once\n"
+        "                     and named by its label afterwards\n"
+        "  --dump-config      write the configuration into the trace header\n"
+        "  --set KEY=VALUE    set a configuration entry before the tracer is built\n"
+        "                     (for example printer.defines_prefix=d_)\n"
+        "  -o FILE            write the trace to FILE\n"
+        "  --help             show this help and exit\n"
+        "  --version          show the version and exit\n"
+        "\n"
+        "Exit status: 0 on success, 1 on an error in the input, 2 on a usage error.\n";
+}
+
+int usage_error(std::string const& message) {
+  std::cerr << "tvx-trace: error: " << message << "\n"
+            << "Try 'tvx-trace --help' for more information.\n";
+  return kExitUsage;
+}
+
+// Reports progress on a terminal once reading has taken more than a second.
+class Progress {
+ public:
+  explicit Progress(bool enabled) : enabled_(enabled), start_(Clock::now()), last_(start_) {}
+  ~Progress() { finish(); }
+
+  void update(std::uint64_t bytes, std::uint64_t commands) {
+    if (!enabled_ || (commands & 63) != 0) {
+      return;
+    }
+    auto const now = Clock::now();
+    if (now - start_ < std::chrono::seconds(1) || now - last_ < std::chrono::milliseconds(250)) {
+      return;
+    }
+    last_ = now;
+    std::fprintf(stderr, "\rtvx-trace: %.1f MB read, %llu commands", bytes / 1048576.0,
+                 static_cast<unsigned long long>(commands));
+    std::fflush(stderr);
+    shown_ = true;
+  }
+
+  void finish() {
+    if (shown_) {
+      std::fprintf(stderr, "\r\033[K");
+      std::fflush(stderr);
+      shown_ = false;
+    }
+  }
+
+ private:
+  using Clock = std::chrono::steady_clock;
+  bool enabled_;
+  Clock::time_point start_;
+  Clock::time_point last_;
+  bool shown_ = false;
+};
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  std::ios::sync_with_stdio(false);
+  bool global_decls = false;
+  bool dump_config = false;
+  std::vector<std::string> settings;
+  std::string output;
+  std::string input;
+  bool have_input = false;
+
+  for (int i = 1; i < argc; ++i) {
+    std::string const arg = argv[i];
+    if (arg == "--help" || arg == "-h") {
+      print_usage(std::cout);
+      return kExitOk;
+    }
+    if (arg == "--version") {
+      std::cout << "tvx-trace " << kVersion << "\n";
+      return kExitOk;
+    }
+    if (arg == "--global-decls") {
+      global_decls = true;
+    } else if (arg == "--dump-config") {
+      dump_config = true;
+    } else if (arg == "--set" || arg == "-o") {
+      if (i + 1 >= argc) {
+        return usage_error("option '" + arg + "' needs an argument");
+      }
+      (arg == "--set" ? settings.emplace_back() : output) = argv[++i];
+    } else if (arg.compare(0, 6, "--set=") == 0) {
+      settings.push_back(arg.substr(6));
+    } else if (arg.size() > 1 && arg[0] == '-' && arg != "-") {
+      return usage_error("unknown option '" + arg + "'");
+    } else {
+      if (have_input) {
+        return usage_error("more than one input file");
+      }
+      input = arg;
+      have_input = true;
+    }
+  }
+
+  tvx::Configuration config;
+  tvx::ConfigurationSetter setter;
+  for (std::string const& s : settings) {
+    std::size_t const eq = s.find('=');
+    if (eq == std::string::npos) {
+      return usage_error("expected KEY=VALUE after --set, found '" + s + "'");
+    }
+    try {
+      setter.set(&config, s.substr(0, eq), s.substr(eq + 1));
+    } catch (std::invalid_argument const& e) {
+      return usage_error(e.what());
+    }
+  }
+
+  std::ifstream file_in;
+  std::istream* in = &std::cin;
+  std::string name = "<stdin>";
+  if (have_input && input != "-") {
+    file_in.open(input, std::ios::binary);
+    if (!file_in) {
+      std::cerr << "tvx-trace: error: cannot open '" << input << "' for reading\n";
+      return kExitInput;
+    }
+    in = &file_in;
+    name = input;
+  }
+  std::ofstream file_out;
+  std::ostream* out = &std::cout;
+  if (!output.empty()) {
+    file_out.open(output, std::ios::binary | std::ios::trunc);
+    if (!file_out) {
+      std::cerr << "tvx-trace: error: cannot open '" << output << "' for writing\n";
+      return kExitInput;
+    }
+    out = &file_out;
+  }
+
+  int status = kExitOk;
+  {
+    tvx::TermManager mgr;
+    tvx::SmtLib2ApiTracer tracer(&config, &mgr, *out, global_decls, dump_config);
+    tvx::smt2::ScriptReader reader(mgr, config, tracer);
+    Progress progress(isatty(2) != 0);
+    reader.set_progress_callback([&progress](std::uint64_t bytes, std::uint64_t commands) {
+      progress.update(bytes, commands);
+    });
+    try {
+      reader.read(*in, name);
+    } catch (tvx::smt2::ReadError const& e) {
+      progress.finish();
+      std::cerr << e.what() << "\n";
+      status = kExitInput;
+    } catch (std::bad_alloc const&) {
+      progress.finish();
+      std::cerr << "tvx-trace: error: out of memory\n";
+      status = kExitInput;
+    }
+  }
+  out->flush();
+  if (!*out) {
+    std::cerr << "tvx-trace: error: writing the trace failed\n";
+    return kExitInput;
+  }
+  return status;
+}
