@@ -350,16 +350,23 @@ Prepared& prepared(Workload w, std::size_t n, bool global) {
   p->dag = build_tvx(d);
   Configuration config;
   {
-    // One untimed run: the reference text, and the memory the tracer keeps.
-    RecordingBuf rec;
-    std::ostream os(&rec);
-    std::size_t const before = heap_in_use();
+    // One untimed run into a discarding sink for the memory the tracer keeps (so that the
+    // recorded text does not count), and one for the reference text.
     {
+      DiscardBuf discard;
+      std::ostream os(&discard);
+      std::size_t const before = heap_in_use();
       SmtLib2ApiTracer tracer(&config, p->dag->mgr.get(), os, global, false);
       trace_all(tracer, *p->dag);
       std::size_t const after = heap_in_use();
       p->bytes_per_term =
           static_cast<double>(after - before) / static_cast<double>(p->dag->mgr->num_terms());
+    }
+    RecordingBuf rec;
+    std::ostream os(&rec);
+    {
+      SmtLib2ApiTracer tracer(&config, p->dag->mgr.get(), os, global, false);
+      trace_all(tracer, *p->dag);
     }
     p->trace = std::move(rec.text);
     p->header = rec.flush_points.empty() ? 0 : rec.flush_points.front();
