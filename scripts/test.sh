@@ -13,5 +13,5 @@ for preset in release asan; do
   ctest --preset "$preset" -j "$jobs"
 done
 cmake --preset tsan
-cmake --build --preset tsan -j "$jobs" --target thread_isolation_test
+cmake --build --preset tsan -j "$jobs" --target tracer_robustness_test
 ctest --preset tsan

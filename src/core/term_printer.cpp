@@ -253,17 +253,34 @@ SmtLib2TermPrinter::SmtLib2TermPrinter(TermManager* mgr, Configuration::Printer*
 
 SmtLib2TermPrinter::~SmtLib2TermPrinter() = default;
 
+// Declarations are composed first and written in one piece, like every command the printer
+// writes: a failure while composing leaves nothing half-written in the stream.
 void SmtLib2TermPrinter::print_type_declaration(std::ostream& os, DataType const* t) {
-  os << line_prefix_ << "(declare-sort " << type_text(t) << " 0)\n";
+  text_.clear();
+  text_ += line_prefix_;
+  text_ += "(declare-sort ";
+  text_ += type_text(t);
+  text_ += " 0)\n";
+  os.write(text_.data(), static_cast<std::streamsize>(text_.size()));
 }
 
 void SmtLib2TermPrinter::print_symbol_declaration(std::ostream& os, Symbol const* s) {
-  os << line_prefix_ << "(declare-fun " << symbol_text(s) << " (";
+  text_.clear();
+  text_ += line_prefix_;
+  text_ += "(declare-fun ";
+  text_ += symbol_text(s);
+  text_ += " (";
   DataType const* type = s->get_type();
   for (std::size_t i = 0; i < s->get_arity(); ++i) {
-    os << (i ? " " : "") << type_text(type->get_component(i));
+    if (i > 0) {
+      text_ += ' ';
+    }
+    text_ += type_text(type->get_component(i));
   }
-  os << ") " << type_text(s->get_output_type()) << ")\n";
+  text_ += ") ";
+  text_ += type_text(s->get_output_type());
+  text_ += ")\n";
+  os.write(text_.data(), static_cast<std::streamsize>(text_.size()));
 }
 
 void SmtLib2TermPrinter::apitracer_print_term(std::ostream& os, Term const* t,
