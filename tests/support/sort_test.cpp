@@ -51,7 +51,7 @@ std::vector<int> keys_of(std::vector<Item> const& v) {
   return out;
 }
 
-TEST(SortTest, SelectionCountsAndNoComparisonForZeroOrOneElement) {
+TEST(SortTest, SelectionCountsAndEqualElementsSplitInTheMiddle) {
   std::vector<Item> one = items({7});
   sort(one.data(), std::size_t{0}, &counting_less);
   sort(one.data(), one.size(), &counting_less);
@@ -61,17 +61,14 @@ TEST(SortTest, SelectionCountsAndNoComparisonForZeroOrOneElement) {
   EXPECT_EQ(g_compares, 105);
   EXPECT_EQ(g_swaps, 14);  // one per position but the last, even in place
   EXPECT_EQ(keys_of(v), (std::vector<int>{0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14}));
-}
-
-TEST(SortTest, EqualElementsSplitInTheMiddle) {
   // 16 equal: pivot choice (3), then i and j meet at 8 after 8 exchanges (18); the halves are
   // left to the insertion pass. 32 equal: 16 exchanges, then 8 in each half of 16.
-  std::vector<Item> v = items(std::vector<int>(16, 3));
-  sortimpl::do_sort(v.data(), v.size(), &counting_less, 32);
+  std::vector<Item> e = items(std::vector<int>(16, 3));
+  sortimpl::do_sort(e.data(), e.size(), &counting_less, 32);
   EXPECT_EQ(g_swaps, 8);
   EXPECT_EQ(g_compares, 21);
   for (int k = 0; k < 16; ++k) {
-    EXPECT_EQ(v[static_cast<std::size_t>(k)].tag, 15 - k);
+    EXPECT_EQ(e[static_cast<std::size_t>(k)].tag, 15 - k);
   }
   std::vector<Item> w = items(std::vector<int>(32, 3));
   sortimpl::do_sort(w.data(), w.size(), &counting_less, 32);

@@ -21,11 +21,7 @@ class SmtLib2ApiTracerTestAccess {
   static std::vector<DataType const*> const& type_stack(SmtLib2ApiTracer const& t) {
     return t.type_decl_stack_;
   }
-  static int itp_group(SmtLib2ApiTracer const& t) { return t.itp_group_; }
   static std::size_t marks_size(SmtLib2ApiTracer const& t) { return t.visit_marks_.size(); }
-  static bool is_defined(SmtLib2ApiTracer const& t, Term const* term) {
-    return t.defined_terms_.find(term) != t.defined_terms_.end();
-  }
   // Empty when the record is sound, else what is wrong with it.
   static std::string record_fault(SmtLib2ApiTracer const& t) {
     if (std::find(t.visit_marks_.begin(), t.visit_marks_.end(), true) != t.visit_marks_.end()) {
