@@ -336,6 +336,12 @@ std::string canonical_bv(std::string const& value, DataType const* type) {
 // A name must be writable between bars: no '|', no backslash, and only printable characters or
 // white space (bytes from 128 up are taken as parts of UTF-8 characters).
 void check_name(std::string const& name, char const* what) {
+  // SMT-LIB keeps names that start with '.' or '@' for solvers; traces name their defined
+  // terms that way, so a user name of that shape could clash with a label.
+  if (!name.empty() && (name[0] == '.' || name[0] == '@')) {
+    throw std::invalid_argument(std::string("invalid ") + what + " name '" + name +
+                                "': names starting with '.' or '@' are reserved for solvers");
+  }
   for (char ch : name) {
     unsigned char const c = static_cast<unsigned char>(ch);
     bool const printable = (c >= 32 && c != 127) || c == '\t' || c == '\n' || c == '\r';

@@ -193,41 +193,33 @@ std::string const& SmtLibTermPrinter::type_text(DataType const* t) {
   if (found != type_names_.end()) {
     return found->second;
   }
+  // Only the sort asked for is cached, not its components: caching every level of a deeply
+  // nested array sort would cost memory quadratic in its depth.
   std::string text;
-  if (t->is_uninterpreted()) {
-    text = quote(name_prefix_ + t->get_name());
-  } else if (t->is_simple()) {
-    text = t->get_name();
-  } else {
-    // Arrays nest; each component's text is cached, so build bottom-up with a work list.
-    std::vector<DataType const*> pending{t};
-    while (!pending.empty()) {
-      DataType const* top = pending.back();
-      bool ready = true;
-      for (std::size_t i = 0; i < top->get_num_components(); ++i) {
-        DataType const* c = top->get_component(i);
-        if (!c->is_simple() && type_names_.find(c) == type_names_.end()) {
-          pending.push_back(c);
-          ready = false;
-        }
-      }
-      if (!ready) {
-        continue;
-      }
-      pending.pop_back();
-      if (top == t) {
-        break;
-      }
-      if (type_names_.find(top) == type_names_.end()) {
-        type_text(top);
-      }
+  struct Frame {
+    DataType const* type;
+    std::size_t next;
+  };
+  std::vector<Frame> stack{{t, 0}};
+  while (!stack.empty()) {
+    Frame& f = stack.back();
+    DataType const* u = f.type;
+    if (u->is_simple()) {
+      text += u->is_uninterpreted() ? quote(name_prefix_ + u->get_name()) : u->get_name();
+      stack.pop_back();
+      continue;
     }
-    text = t->is_array() ? "(Array" : "(->";
-    for (std::size_t i = 0; i < t->get_num_components(); ++i) {
+    if (f.next == 0) {
+      text += u->is_array() ? "(Array" : "(->";
+    }
+    if (f.next < u->get_num_components()) {
       text += ' ';
-      text += type_text(t->get_component(i));
+      DataType const* c = u->get_component(f.next++);
+      stack.push_back({c, 0});
+      continue;
     }
     text += ')';
+    stack.pop_back();
   }
   return type_names_.insert({t, std::move(text)}).first->second;
 }
