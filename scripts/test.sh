@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # The test command: installs what a fresh machine lacks, configures, builds and runs every test:
 # the whole suite in the optimised build, the whole suite again under AddressSanitizer and
-# UndefinedBehaviorSanitizer, then the two-thread test under ThreadSanitizer.
+# UndefinedBehaviorSanitizer, then the two-thread test under ThreadSanitizer, then each fuzz
+# target for a short bounded time (TVX_FUZZ_SECONDS, 30 by default; 0 skips them).
 # Exits non-zero on any failure.
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -15,3 +16,7 @@ done
 cmake --preset tsan
 cmake --build --preset tsan -j "$jobs" --target tracer_robustness_test
 ctest --preset tsan
+fuzz_seconds="${TVX_FUZZ_SECONDS:-30}"
+if ((fuzz_seconds > 0)); then
+  bash scripts/fuzz.sh "$fuzz_seconds"
+fi

@@ -1,0 +1,7 @@
+(set-option :global-declarations true)
+(push 1)
+(declare-fun g (Int Int) Int)
+(define-fun h ((a Int)) Int (g a a))
+(pop 1)
+(assert (= (h 3) (g 3 3)))
+(check-sat)

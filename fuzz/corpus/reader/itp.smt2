@@ -1,0 +1,8 @@
+(declare-const p Bool)
+(declare-const q Bool)
+(assert (! (or p q) :interpolation-group g1))
+(assert (! (not p) :interpolation-group g2))
+(assert (! (not q) :named nq :interpolation-group g2))
+(check-sat)
+(get-interpolant (g1 g2))
+(get-interpolant ())

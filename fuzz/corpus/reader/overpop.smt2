@@ -1,0 +1,1 @@
+(push 1)(pop 1)(pop 1)

@@ -1,0 +1,1 @@
+(assert (and true
