@@ -147,28 +147,7 @@ class Hashtable {
   // Grows first when count / buckets > 0.7 (single precision, count before this insertion),
   // even if v turns out to be present; then links a new node at its chain's head.
   std::pair<iterator, bool> insert(Value const& v) {
-    if (static_cast<double>(static_cast<float>(count_) / static_cast<float>(buckets_.size())) >
-        0.7) {
-      rehash(buckets_.size() + 1);
-    }
-    Key const& key = get_key_(v);
-    std::size_t const index = hash_(key) % buckets_.size();
-    for (Bucket* b = buckets_[index]; b != nullptr; b = b->next) {
-      if (equal_(get_key_(b->value), key)) {
-        return {make_iterator(index, b), false};
-      }
-    }
-    void* memory = pool_.allocate();
-    Bucket* node;
-    try {
-      node = new (memory) Bucket{buckets_[index], v};
-    } catch (...) {
-      pool_.deallocate(memory);
-      throw;
-    }
-    buckets_[index] = node;
-    ++count_;
-    return {make_iterator(index, node), true};
+    return find_or_insert(get_key_(v), [&v]() -> Value const& { return v; });
   }
 
   // Like insert, but the value is made by `make()` only when no value with key k is present:
