@@ -22,10 +22,18 @@ class SmtLib2ApiTracerTestAccess {
     return t.type_decl_stack_;
   }
   static std::size_t marks_size(SmtLib2ApiTracer const& t) { return t.visit_marks_.size(); }
+  static int itp_group(SmtLib2ApiTracer const& t) { return t.itp_group_; }
   // Empty when the record is sound, else what is wrong with it.
   static std::string record_fault(SmtLib2ApiTracer const& t) {
     if (std::find(t.visit_marks_.begin(), t.visit_marks_.end(), true) != t.visit_marks_.end()) {
       return "a visit mark is left set";
+    }
+    std::size_t const bits = static_cast<std::size_t>(
+        std::count(t.symbol_declared_.begin(), t.symbol_declared_.end(), true));
+    if (bits != t.declared_symbols_.size() ||
+        std::any_of(t.declared_symbols_.begin(), t.declared_symbols_.end(),
+                    [&t](Symbol const* s) { return !t.is_symbol_declared(s); })) {
+      return "the declared-symbol bits differ from the declared set";
     }
     auto const& syms = t.symbol_decl_stack_;
     auto const& types = t.type_decl_stack_;
