@@ -14,7 +14,7 @@ work="${TMPDIR:-/tmp}/tvx-bench"
 bash "$root/scripts/deps.sh" libz3-dev libcvc5-dev libbenchmark-dev python3
 
 cmake -S "$root" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DTVX_BUILD_BENCHMARKS=ON \
-  -DTVX_BUILD_TESTS=OFF >/dev/null
+  -DTVX_BUILD_TESTS=OFF -DTVX_BUILD_TOOLS=ON >/dev/null
 targets=(tracer_bench)
 for t in z3_peer cvc5_peer tvx-trace; do
   if ninja -C "$build" -t targets all 2>/dev/null | grep -q "^$t:"; then targets+=("$t"); fi
