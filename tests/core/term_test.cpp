@@ -1,0 +1,177 @@
+// Tests of the term layer. TermManager: hash-consing, id order, numerals, and the misuse and names
+// that must throw std::invalid_argument naming the operator, sort or name. The printers: the
+// declaration order sym_ty_lt, SMT-LIB texts of names and numerals, and let-bound sharing that
+// keeps the text linear in the DAG.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <sstream>
+#include <stdexcept>
+#include <string>
+#include <tuple>
+#include <utility>
+#include <vector>
+
+#include "core/configuration.h"
+#include "core/term_manager.h"
+#include "core/term_printer.h"
+
+namespace tvx {
+namespace {
+
+using ::testing::AllOf;
+using ::testing::HasSubstr;
+using ::testing::ThrowsMessage;
+using Refused = std::invalid_argument;
+
+class TermTest : public ::testing::Test {
+ protected:
+  Term const* constant(std::string const& name, DataType const* type) {
+    return mgr.make_constant(mgr.make_symbol(name, type));
+  }
+  std::string print(Term const* t) {
+    std::ostringstream os;
+    printer.print_term(os, t, false);
+    return os.str();
+  }
+
+  TermManager mgr;
+  Configuration config;
+  SmtLib2TermPrinter printer{&mgr, &config.printer, "", "", false, nullptr};
+  DataType const* integer = mgr.get_integer_type();
+  DataType const* real = mgr.get_rational_type();
+  DataType const* bv4 = mgr.get_bv_type(4);
+  DataType const* bv8 = mgr.get_bv_type(8);
+  DataType const* sort_u = mgr.make_simple_type("U");
+  Term const* p = constant("p", mgr.get_bool_type());
+  Term const* i = constant("i", integer);
+  Term const* b8 = constant("b8", bv8);
+};
+
+TEST_F(TermTest, HashConsingIdOrderAndNumeralNotations) {
+  EXPECT_EQ(mgr.get_array_type(integer, bv8), mgr.get_array_type(integer, bv8));
+  EXPECT_EQ(mgr.make_and(p, p), mgr.make_builtin("and", {p, p}));
+  EXPECT_NE(mgr.make_builtin("extract", {b8}, {7, 4}), mgr.make_builtin("extract", {b8}, {3, 0}));
+  EXPECT_NE(mgr.make_number("5", integer), mgr.make_number("5", real));
+  std::size_t const count = mgr.num_terms();
+  Term const* sum = mgr.make_builtin("+", {i, i});
+  EXPECT_TRUE(sum->get_id() == count + 1 && mgr.make_builtin("+", {i, i}) == sum);
+  EXPECT_EQ(hsh::hash<Term const*>()(sum), sum->get_id());
+  EXPECT_TRUE(p->get_id() < i->get_id() && i->get_id() < b8->get_id()) << "ids in creation order";
+  for (char const* same : {"#b1010", "#xA", "26"})
+    EXPECT_EQ(mgr.make_number(same, bv4), mgr.make_number("10", bv4)) << same;
+  EXPECT_EQ(mgr.make_number("1267650600228229401496703205376", mgr.get_bv_type(100)),  // 2^100
+            mgr.make_number("0", mgr.get_bv_type(100)));
+  std::pair<char const*, DataType const*> const refused[] = {
+      {"", integer},   {"1/2", integer}, {"--1", integer}, {"1/0", real},
+      {"1.2.3", real}, {"#b101", bv4},   {"#x1ff", bv8},   {"5", sort_u}};
+  for (auto const& [value, type] : refused)
+    EXPECT_THROW(mgr.make_number(value, type), Refused) << value;
+}
+
+TEST_F(TermTest, MisuseThrowsNamingTheOperatorAndTheSorts) {
+  // {operator, arguments by letter (p Bool, i Int, r Real, 4 and 8 bit-vectors of that width,
+  // a an array), a sort the message names, indices}.
+  struct Row {
+    char const *op, *args, *sort;
+    std::vector<std::uint64_t> indices = {};
+  };
+  DataType const* arr = mgr.get_array_type(integer, bv8);
+  Term const* terms[] = {p, i, constant("r", real), constant("a4", bv4), b8, constant("a", arr)};
+  for (Row const& row :
+       {Row{"not", "pp", ""}, Row{"and", "pi", "Int"}, Row{"=", "ir", "Real"},
+        Row{"ite", "iii", "Int"}, Row{"distinct", "p", ""}, Row{"div", "rr", "Real"},
+        Row{"to_int", "i", "Int"}, Row{"<", "pp", "Bool"}, Row{"bvadd", "84", "(_ BitVec 4)"},
+        Row{"extract", "8", "(_ BitVec 8)", {8, 0}}, Row{"extract", "8", "", {7}},
+        Row{"repeat", "8", "", {0}}, Row{"select", "a8", "(Array Int (_ BitVec 8))"},
+        Row{"store", "ai4", "(_ BitVec 4)"}, Row{"bvfoo", "88", ""}}) {
+    std::vector<Term const*> args;
+    for (char const* c = row.args; *c != '\0'; ++c)
+      args.push_back(terms[std::string("pir48a").find(*c)]);
+    EXPECT_THAT([&] { mgr.make_builtin(row.op, args, row.indices); },
+                ThrowsMessage<Refused>(AllOf(HasSubstr(row.op), HasSubstr(row.sort))));
+  }
+  Symbol const* f = mgr.make_symbol("f", mgr.get_function_type({sort_u, integer}, real));
+  Term const* u = constant("u", sort_u);
+  std::size_t const count = mgr.num_terms();
+  EXPECT_THAT([&] { mgr.make_term(f, {i, u}); }, ThrowsMessage<Refused>(HasSubstr("f")));
+  EXPECT_EQ(mgr.num_terms(), count);
+  EXPECT_THROW(mgr.get_bv_type(0), Refused);
+}
+
+TEST_F(TermTest, RefusesNamesThatAreBuiltinOrCannotBeQuoted) {
+  for (char const* name : {"a|b", "x\\y", "true", "not", "=>", "bvadd", "select", "Int"}) {
+    EXPECT_THAT([&] { mgr.make_simple_type(name); }, ThrowsMessage<Refused>(HasSubstr(name)));
+    EXPECT_THAT([&] { mgr.make_symbol(name, integer); }, ThrowsMessage<Refused>(HasSubstr(name)));
+  }
+  EXPECT_THROW(mgr.make_simple_type("U"), Refused);
+  EXPECT_THROW(mgr.make_symbol("p", integer), Refused);
+  EXPECT_EQ(mgr.get_simple_type("Int", true), nullptr);
+}
+
+TEST_F(TermTest, SymTyLtOrdersSimpleFirstThenByComponentCountThenComponentwise) {
+  TermPrinter::sym_ty_lt lt;
+  DataType const* sort_v = mgr.make_simple_type("V");
+  DataType const* arr_ii = mgr.get_array_type(integer, integer);
+  DataType const* arr_uv = mgr.get_array_type(sort_u, sort_v);
+  DataType const* arr_vu = mgr.get_array_type(sort_v, sort_u);
+  DataType const* arr_i_arr = mgr.get_array_type(integer, arr_ii);
+  DataType const* fun_ii_i = mgr.get_function_type({integer, integer}, integer);
+  EXPECT_TRUE(lt(bv8, arr_ii) && !lt(arr_ii, sort_v));
+  EXPECT_TRUE(lt(arr_i_arr, fun_ii_i) && !lt(fun_ii_i, arr_i_arr));  // 2 components before 3
+  EXPECT_TRUE(lt(arr_ii, arr_i_arr) && !lt(arr_i_arr, arr_ii));      // simple before compound
+  EXPECT_TRUE(lt(arr_uv, arr_vu) == lt(sort_u, sort_v) && lt(arr_uv, arr_vu) != lt(arr_vu, arr_uv));
+  Symbol const* zzz = mgr.make_symbol("zzz", integer);
+  Symbol const* aaa = mgr.make_symbol("aaa", integer);
+  EXPECT_TRUE(lt(zzz, aaa) && !lt(aaa, zzz) && !lt(zzz, zzz));  // symbols by id, not name
+}
+
+// Names are quoted when they are not simple symbols or are reserved words; numerals take the
+// printed form of their sort.
+TEST_F(TermTest, NameAndNumeralTexts) {
+  for (std::string name : {"x", "~!@$%^&*_-+=<>.?/"})
+    EXPECT_EQ(print(constant(name, sort_u)), name);
+  for (std::string name : {"assert", "let", "", "0_0", "a b", "par", "!", "x'", "\"q\""})
+    EXPECT_EQ(print(constant(name, sort_u)), "|" + name + "|");
+  for (auto const& [value, type, text] :
+       std::vector<std::tuple<char const*, DataType const*, char const*>>{
+           {"-3", integer, "(- 3)"},
+           {"-123456789012345678901", integer, "(- 123456789012345678901)"},
+           {"5", real, "5.0"},
+           {"1/2", real, "(/ 1.0 2.0)"},
+           {"-0.25", real, "(- 0.25)"},
+           {"10", mgr.get_bv_type(4), "#b1010"},
+           {"#x0f", bv8, "#b00001111"}})
+    EXPECT_EQ(print(mgr.make_number(value, type)), text) << value;
+}
+
+TEST_F(TermTest, SharedSubtermsAreWrittenOnceSoSquaringChainsStayLinear) {
+  Term const* s = mgr.make_builtin("+", {i, mgr.make_number("5", integer)});
+  std::string const text = print(mgr.make_builtin("*", {s, s}));
+  EXPECT_TRUE(text.find("(+ i 5)") == text.rfind("(+ i 5)") && text.find("(let ") == 0) << text;
+  EXPECT_EQ(print(mgr.make_builtin("+", {i, i})), "(+ i i)");  // leaves are never bound
+  Term const* t = i;
+  std::size_t sizes[2];  // after 10^4 and 10^5 squarings
+  for (std::size_t k = 1; k <= 100000; ++k) {
+    t = mgr.make_builtin("*", {t, t});
+    if (k == 10000 || k == 100000)
+      sizes[k / 100000] = print(t).size();
+  }
+  EXPECT_LT(sizes[1], 100000u * 64);
+  EXPECT_LT(sizes[1], sizes[0] * 13);  // ten times the levels, about ten times the text
+}
+
+TEST_F(TermTest, MillionDeepTermPrintsWithoutRecursion) {
+  Term const* t = p;
+  std::string expected;
+  for (std::size_t k = 0; k < 1000000; ++k)
+    t = mgr.make_not(t);
+  for (std::size_t k = 0; k < 1000000; ++k)
+    expected += "(not ";
+  EXPECT_TRUE(print(t) == expected + "p" + std::string(1000000, ')'));
+}
+
+}  // namespace
+}  // namespace tvx
