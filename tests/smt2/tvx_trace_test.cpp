@@ -14,20 +14,16 @@ constexpr char const* kScript =
     "(set-logic QF_UF)\n(declare-fun p () Bool)\n(assert (not p))\n(check-sat)\n";
 constexpr char const* kTrace = "(declare-fun p () Bool)\n(assert (not p))\n(check-sat)\n";
 
-std::string slurp(std::string const& path) {
-  std::ostringstream ss;
-  ss << std::ifstream(path, std::ios::binary).rdbuf();
-  return ss.str();
-}
-
 class TvxTraceTest : public ::testing::Test {
  protected:
-  void SetUp() override {
-    char tmpl[] = "/tmp/tvx_trace_test_XXXXXX";
-    ASSERT_NE(mkdtemp(tmpl), nullptr);
-    tmp_ = tmpl;
+  TvxTraceTest() : tmp_(mkdtemp(tmpl_) ? tmpl_ : "") {}
+  ~TvxTraceTest() override { std::system(("rm -rf '" + tmp_ + "'").c_str()); }
+
+  static std::string slurp(std::string const& path) {
+    std::ostringstream ss;
+    ss << std::ifstream(path, std::ios::binary).rdbuf();
+    return ss.str();
   }
-  void TearDown() override { std::system(("rm -rf '" + tmp_ + "'").c_str()); }
 
   std::string write(std::string const& name, std::string const& text) {
     std::ofstream(tmp_ + "/" + name, std::ios::binary) << text;
@@ -46,9 +42,8 @@ class TvxTraceTest : public ::testing::Test {
   }
   bool out_has(std::string const& part) const { return out_.find(part) != std::string::npos; }
 
-  std::string tmp_;
-  std::string out_;
-  std::string err_;
+  char tmpl_[27] = "/tmp/tvx_trace_test_XXXXXX";
+  std::string tmp_, out_, err_;
 };
 
 TEST_F(TvxTraceTest, HelpAndUsageErrors) {
