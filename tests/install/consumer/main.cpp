@@ -1,64 +1,24 @@
-// Uses the installed headers and library: the term manager, a term-pointer set of the hash
-// table, a string map and the string helper. Prints "tvx consumer ok" when all behave.
-#include <cstdint>
-#include <functional>
+// Uses the installed headers and library: traces one assertion and prints "tvx consumer ok"
+// when the trace holds it.
 #include <iostream>
-#include <string>
+#include <sstream>
 
-#include "core/term.h"
+#include "core/configuration.h"
 #include "core/term_manager.h"
-#include "support/hashtable.h"
-#include "support/sort.h"
-#include "support/str.h"
-
-namespace {
-
-using TermSet = tvx::hsh::Hashtable<tvx::Term const*, tvx::hsh::GetKey_identity<tvx::Term const*>,
-                                    tvx::Term const*, tvx::hsh::hash<tvx::Term const*>,
-                                    std::equal_to<tvx::Term const*>>;
-
-int failures = 0;
-
-void check(bool ok, char const* what) {
-  if (!ok) {
-    std::cout << "failed: " << what << "\n";
-    ++failures;
-  }
-}
-
-bool int_lt(int const& a, int const& b) {
-  return a < b;
-}
-
-}  // namespace
+#include "tracer/smtlib2_api_tracer.h"
 
 int main() {
-  tvx::TermManager tm;
-  tvx::DataType const* boolean = tm.get_bool_type();
-  tvx::Term const* p = tm.make_constant(tm.make_symbol("p", boolean));
-  tvx::Term const* q = tm.make_constant(tm.make_symbol("q", boolean));
-  tvx::Term const* both = tm.make_and(p, q);
-  check(tm.make_and(p, q) == both, "terms are shared");
-
-  TermSet defined;
-  check(defined.bucket_count() == 31, "a new set has 31 buckets");
-  check(defined.insert(both).second, "first insertion adds");
-  check(!defined.insert(both).second, "second insertion finds");
-  check(defined.find(both) != defined.end(), "find sees the term");
-  check(defined.find(p) == defined.end(), "find misses another term");
-
-  tvx::hsh::HashMap<std::uint64_t, std::string> names;
-  names.insert({both->get_id(), "both"});
-  check(names.find(both->get_id())->second == "both", "map lookup");
-
-  int values[] = {3, 1, 2};
-  tvx::sort(values, std::size_t{3}, &int_lt);
-  check(values[0] == 1 && values[1] == 2 && values[2] == 3, "sort");
-
-  check(tvx::str::replace('"', "\\\"", "a \"b\"") == "a \\\"b\\\"", "str::replace");
-
-  if (failures == 0) {
-    std::cout << "tvx consumer ok\n";
-  }
-  return failures == 0 ? 0 : 1;
+  tvx::TermManager mgr;
+  tvx::Configuration config;
+  std::ostringstream out;
+  tvx::SmtLib2ApiTracer tracer(&config, &mgr, out, false, false);
+  tvx::DataType const* boolean = mgr.get_bool_type();
+  tvx::Term const* p = mgr.make_constant(mgr.make_symbol("p", boolean));
+  tvx::Term const* q = mgr.make_constant(mgr.make_symbol("q", boolean));
+  tracer.trace_assert_formula(mgr.make_and(p, q));
+  bool const ok = out.str().find(
+                      "(declare-fun p () Bool)\n(declare-fun q () Bool)\n"
+                      "(assert (and p q))\n") != std::string::npos;
+  std::cout << (ok ? "tvx consumer ok\n" : out.str());
+  return ok ? 0 : 1;
 }
