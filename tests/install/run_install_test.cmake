@@ -44,6 +44,11 @@ set(configure_args
 if(DEFINED CXX_COMPILER AND NOT CXX_COMPILER STREQUAL "")
   list(APPEND configure_args -DCMAKE_CXX_COMPILER=${CXX_COMPILER})
 endif()
+# A sanitizer build's library needs the same flags in the program that links it.
+if(DEFINED CXX_FLAGS AND NOT CXX_FLAGS STREQUAL "")
+  list(APPEND configure_args "-DCMAKE_CXX_FLAGS=${CXX_FLAGS}"
+       "-DCMAKE_EXE_LINKER_FLAGS=${EXE_LINKER_FLAGS}")
+endif()
 if(DEFINED MAKE_PROGRAM AND NOT MAKE_PROGRAM STREQUAL "")
   list(APPEND configure_args -DCMAKE_MAKE_PROGRAM=${MAKE_PROGRAM})
 endif()
