@@ -1,13 +1,13 @@
 #include "core/data_type.h"
 
+#include <functional>
 #include <string>
 #include <vector>
 
 namespace tvx {
 
-std::string DataType::to_string() const {
+void DataType::write(std::string& out, SimpleWriter const& simple) const {
   // Iterative: compound sorts may nest arbitrarily deep (arrays of arrays of ...).
-  std::string out;
   struct Frame {
     DataType const* type;
     std::size_t next;
@@ -17,7 +17,7 @@ std::string DataType::to_string() const {
     Frame& f = stack.back();
     DataType const* t = f.type;
     if (t->is_simple()) {
-      out += t->name_;
+      simple(out, *t);
       stack.pop_back();
       continue;
     }
@@ -26,12 +26,18 @@ std::string DataType::to_string() const {
     }
     if (f.next < t->components_.size()) {
       out += ' ';
-      stack.push_back({t->components_[f.next++], 0});
+      DataType const* c = t->components_[f.next++];
+      stack.push_back({c, 0});
       continue;
     }
     out += ')';
     stack.pop_back();
   }
+}
+
+std::string DataType::to_string() const {
+  std::string out;
+  write(out, [](std::string& text, DataType const& t) { text += t.get_name(); });
   return out;
 }
 

@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -42,6 +43,10 @@ class DataType {
 
   // Readable SMT-LIB text of the sort, as in error messages ("(Array Int Bool)").
   std::string to_string() const;
+  // Appends the sort's text to `out`, each simple sort in it written by `simple`; without
+  // recursion, whatever the nesting depth.
+  using SimpleWriter = std::function<void(std::string&, DataType const&)>;
+  void write(std::string& out, SimpleWriter const& simple) const;
 
   DataType(std::uint64_t id, Kind kind, std::string name, std::uint64_t width,
            std::vector<DataType const*> components)

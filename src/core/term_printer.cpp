@@ -196,31 +196,9 @@ std::string const& SmtLibTermPrinter::type_text(DataType const* t) {
   // Only the sort asked for is cached, not its components: caching every level of a deeply
   // nested array sort would cost memory quadratic in its depth.
   std::string text;
-  struct Frame {
-    DataType const* type;
-    std::size_t next;
-  };
-  std::vector<Frame> stack{{t, 0}};
-  while (!stack.empty()) {
-    Frame& f = stack.back();
-    DataType const* u = f.type;
-    if (u->is_simple()) {
-      text += u->is_uninterpreted() ? quote(name_prefix_ + u->get_name()) : u->get_name();
-      stack.pop_back();
-      continue;
-    }
-    if (f.next == 0) {
-      text += u->is_array() ? "(Array" : "(->";
-    }
-    if (f.next < u->get_num_components()) {
-      text += ' ';
-      DataType const* c = u->get_component(f.next++);
-      stack.push_back({c, 0});
-      continue;
-    }
-    text += ')';
-    stack.pop_back();
-  }
+  t->write(text, [this](std::string& out, DataType const& u) {
+    out += u.is_uninterpreted() ? quote(name_prefix_ + u.get_name()) : u.get_name();
+  });
   return type_names_.insert({t, std::move(text)}).first->second;
 }
 

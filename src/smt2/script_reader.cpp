@@ -253,6 +253,8 @@ class ScriptReader::Impl {
   Term const* indexed_constant();
   Term const* close_application();
   void bind_let(Frame& f);
+  // Undoes the let bindings made since let_undo_ had `begin` entries, restoring what they hid.
+  void undo_lets(std::size_t begin);
   void close_annotation(Term const* value, bool outermost, bool assertion);
   Term const* build_builtin(std::string const& op, std::size_t begin, std::size_t n,
                             std::uint64_t const* indices, std::size_t num_indices,
@@ -700,15 +702,7 @@ void ScriptReader::Impl::cmd_define_fun(bool is_const) {
   DataType const* result = parse_sort();
   Token const body_tok = lex_->peek();
   Term const* body = parse_term(false);
-  while (let_undo_.size() > undo_begin) {
-    auto& u = let_undo_.back();
-    if (u.second == nullptr) {
-      let_env_.erase(u.first);
-    } else {
-      let_env_[u.first] = u.second;
-    }
-    let_undo_.pop_back();
-  }
+  undo_lets(undo_begin);
   expect_rparen(" after the definition's body");
   body = coerce(body, result);
   if (body->get_type() != result) {
@@ -1305,6 +1299,18 @@ Term const* ScriptReader::Impl::substitute(Macro const& m, Term const* const* ar
   return memo_[m.body];
 }
 
+void ScriptReader::Impl::undo_lets(std::size_t begin) {
+  while (let_undo_.size() > begin) {
+    auto& u = let_undo_.back();
+    if (u.second == nullptr) {
+      let_env_.erase(u.first);
+    } else {
+      let_env_[u.first] = u.second;
+    }
+    let_undo_.pop_back();
+  }
+}
+
 void ScriptReader::Impl::bind_let(Frame& f) {
   std::size_t const n = let_names_.size() - f.aux_begin;
   std::size_t const undo_begin = let_undo_.size();
@@ -1446,15 +1452,7 @@ Term const* ScriptReader::Impl::parse_term(bool assertion) {
       }
       if (f.state == State::kLetBody) {
         expect_rparen(" closing the let");
-        while (let_undo_.size() > f.aux_begin) {
-          auto& u = let_undo_.back();
-          if (u.second == nullptr) {
-            let_env_.erase(u.first);
-          } else {
-            let_env_[u.first] = u.second;
-          }
-          let_undo_.pop_back();
-        }
+        undo_lets(f.aux_begin);
         frames_.pop_back();
         continue;
       }
