@@ -80,36 +80,14 @@ std::unique_ptr<TvxDag> build_tvx(Dag const& d) {
       case Op::H:
         t[k] = m.make_term(h, args, 1);
         break;
-      case Op::Add:
-        t[k] = m.make_builtin("+", args, 2);
+      default: {
+        // The theory operators, by their SMT-LIB names; "not" takes one argument.
+        static constexpr char const* kNames[] = {"+", "*",  "bvadd", "bvmul", "bvand",
+                                                 "=", "<=", "bvult", "and",   "not"};
+        std::size_t const op = static_cast<std::size_t>(n.op) - static_cast<std::size_t>(Op::Add);
+        t[k] = m.make_builtin(kNames[op], args, n.op == Op::Not ? 1 : 2);
         break;
-      case Op::MulC:
-        t[k] = m.make_builtin("*", args, 2);
-        break;
-      case Op::BvAdd:
-        t[k] = m.make_builtin("bvadd", args, 2);
-        break;
-      case Op::BvMul:
-        t[k] = m.make_builtin("bvmul", args, 2);
-        break;
-      case Op::BvAnd:
-        t[k] = m.make_builtin("bvand", args, 2);
-        break;
-      case Op::EqU:
-        t[k] = m.make_builtin("=", args, 2);
-        break;
-      case Op::LeInt:
-        t[k] = m.make_builtin("<=", args, 2);
-        break;
-      case Op::BvUlt:
-        t[k] = m.make_builtin("bvult", args, 2);
-        break;
-      case Op::And:
-        t[k] = m.make_builtin("and", args, 2);
-        break;
-      case Op::Not:
-        t[k] = m.make_builtin("not", args, 1);
-        break;
+      }
     }
   }
   for (Root const& r : d.roots) {
