@@ -8,6 +8,8 @@
 #include <malloc.h>
 #include <unistd.h>
 
+#include <benchmark/benchmark.h>
+
 #include <cstdint>
 #include <cstdlib>
 #include <streambuf>
@@ -38,6 +40,21 @@ inline std::int64_t iterations_for(std::int64_t n) {
   }
   std::int64_t k = 2000000 / (n > 0 ? n : 1);
   return k < 1 ? 1 : (k > 200 ? 200 : k);
+}
+
+// Registers NAME once per size from lo to hi (powers of ten), each with its own iteration count
+// (iterations_for(n) / divisor): one benchmark's iteration count is shared by all its arguments.
+template <typename... Args>
+void register_sizes(std::string const& name, std::int64_t lo, std::int64_t hi, std::int64_t divisor,
+                    Args... args) {
+  for (std::int64_t n = lo; n <= hi; n *= 10) {
+    std::int64_t const iterations = iterations_for(n) / divisor;
+    benchmark::RegisterBenchmark(name.c_str(), args...)
+        ->Arg(n)
+        ->Iterations(iterations < 1 ? 1 : iterations)
+        ->UseManualTime()
+        ->Unit(benchmark::kMicrosecond);
+  }
 }
 
 // The sorts and operators the workloads use: uninterpreted functions over a sort U, linear

@@ -145,11 +145,7 @@ int register_all() {
   for (bool file : {false, true}) {
     std::string const name =
         std::string("dag_scoped") + (file ? "/file/" : "/discard/") + "cvc5print";
-    auto* b = benchmark::RegisterBenchmark(name.c_str(), bm_print, file);
-    for (std::int64_t n = 1000; n <= top; n *= 10) {
-      b->Args({n})->Iterations(std::max<std::int64_t>(1, iterations_for(n) / 4));
-    }
-    b->UseManualTime()->Unit(benchmark::kMicrosecond);
+    register_sizes(name, 1000, top, 4, bm_print, file);
   }
   return 0;
 }

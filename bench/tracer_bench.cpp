@@ -592,13 +592,6 @@ void bm_small_write(benchmark::State& state) {
 
 // ---------------------------------------------------------------------------- registration
 
-void apply_sizes(benchmark::internal::Benchmark* b, std::int64_t lo, std::int64_t hi) {
-  for (std::int64_t n = lo; n <= hi; n *= 10) {
-    b->Args({n})->Iterations(iterations_for(n));
-  }
-  b->UseManualTime()->Unit(benchmark::kMicrosecond);
-}
-
 int register_all() {
   std::int64_t const top = max_n();
   struct Mode {
@@ -617,14 +610,10 @@ int register_all() {
   for (Mode const& m : modes) {
     for (bool file : {false, true}) {
       std::string const base = std::string(m.name) + (file ? "/file/" : "/discard/");
-      apply_sizes(benchmark::RegisterBenchmark((base + "tvx").c_str(), bm_tvx, m.w, m.global, file),
-                  m.lo, m.hi);
-      apply_sizes(
-          benchmark::RegisterBenchmark((base + "write").c_str(), bm_write, m.w, m.global, file),
-          m.lo, m.hi);
+      register_sizes(base + "tvx", m.lo, m.hi, 1, bm_tvx, m.w, m.global, file);
+      register_sizes(base + "write", m.lo, m.hi, 1, bm_write, m.w, m.global, file);
       if (m.global) {
-        apply_sizes(benchmark::RegisterBenchmark((base + "hand").c_str(), bm_hand, m.w, file), m.lo,
-                    m.hi);
+        register_sizes(base + "hand", m.lo, m.hi, 1, bm_hand, m.w, file);
       }
     }
   }

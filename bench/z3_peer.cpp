@@ -213,26 +213,13 @@ void bm_print(benchmark::State& state, bool file) {
   state.counters["bytes"] = static_cast<double>(bytes);
 }
 
-void apply_sizes(benchmark::internal::Benchmark* b, std::int64_t hi) {
-  for (std::int64_t n = 1000; n <= hi; n *= 10) {
-    b->Args({n})->Iterations(std::max<std::int64_t>(1, iterations_for(n) / 4));
-  }
-  b->UseManualTime()->Unit(benchmark::kMicrosecond);
-}
-
 int register_all() {
   std::int64_t const top = max_n();
   for (bool file : {false, true}) {
     std::string const sink = file ? "/file/" : "/discard/";
-    apply_sizes(
-        benchmark::RegisterBenchmark(("dag_global" + sink + "z3log").c_str(), bm_build, true, file),
-        top);
-    apply_sizes(benchmark::RegisterBenchmark(("dag_global" + sink + "z3nolog").c_str(), bm_build,
-                                             false, file),
-                top);
-    apply_sizes(
-        benchmark::RegisterBenchmark(("dag_scoped" + sink + "z3print").c_str(), bm_print, file),
-        top);
+    register_sizes("dag_global" + sink + "z3log", 1000, top, 4, bm_build, true, file);
+    register_sizes("dag_global" + sink + "z3nolog", 1000, top, 4, bm_build, false, file);
+    register_sizes("dag_scoped" + sink + "z3print", 1000, top, 4, bm_print, file);
   }
   return 0;
 }
