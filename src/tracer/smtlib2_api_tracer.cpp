@@ -69,9 +69,15 @@ void reserve_one(std::vector<T>& v) {
 }
 
 // Definition lines go out in ascending term id, which puts each after the lines it uses.
-bool print_lt(Term const* const& a, Term const* const& b) {
-  return a->get_id() < b->get_id();
-}
+struct PrintLess {
+  bool operator()(Term const* a, Term const* b) const { return a->get_id() < b->get_id(); }
+};
+
+// The label prefix when none is configured.
+std::string const kDefaultDefinesPrefix = ".";
+
+// The definition lines of one call reach the stream in slices of about this many bytes.
+constexpr std::size_t kDefinitionSlice = 16384;
 
 // Appends the decimal digits of n.
 void append_number(std::string& text, std::uint64_t n) {
@@ -189,15 +195,16 @@ void SmtLib2ApiTracer::forget_symbol(Symbol const* s) {
   }
 }
 
-bool SmtLib2ApiTracer::visit_mark(std::size_t bit) const {
-  return bit < visit_marks_.size() && visit_marks_[bit];
-}
-
-void SmtLib2ApiTracer::set_visit_mark(std::size_t bit) {
-  if (bit >= visit_marks_.size()) {
-    visit_marks_.resize(std::max(2 * visit_marks_.size(), (bit | 1) + 1), false);
+// Arguments are made before the terms that use them, so no subterm of a term has a larger id
+// than the term itself: sizing the per-id vectors for the root once makes every later index
+// valid.
+void SmtLib2ApiTracer::grow_marks(std::size_t top) {
+  if (2 * top + 1 >= visit_marks_.size()) {
+    visit_marks_.resize(std::max(2 * visit_marks_.size(), 2 * top + 2), false);
   }
-  visit_marks_[bit] = true;
+  if (global_decls_ && top >= declared_closure_.size()) {
+    declared_closure_.resize(std::max(2 * declared_closure_.size(), top + 1), false);
+  }
 }
 
 bool SmtLib2ApiTracer::is_closed(std::size_t id) const {
@@ -215,28 +222,27 @@ void SmtLib2ApiTracer::find_symbols_and_types_to_declare(
   // was found declared stays so: its closure bit is set when it is done, and later searches
   // skip it. They would find nothing in it; skipping keeps a session that asserts ever larger
   // formulas over old subterms linear instead of quadratic.
+  if (is_closed(static_cast<std::size_t>(term->get_id()))) {
+    return;
+  }
+  grow_marks(static_cast<std::size_t>(term->get_id()));
   std::vector<Term const*>& stack = search_stack_;
   std::vector<Term const*>& visited = search_visited_;
+  std::vector<bool>& marks = visit_marks_;
+  std::vector<bool>& closure = declared_closure_;
+  bool const global = global_decls_;
   stack.clear();
   visited.clear();
   stack.push_back(term);
-  auto clear_marks = [&]() {
-    for (Term const* t : visited) {
-      std::size_t const n = static_cast<std::size_t>(t->get_id());
-      if (2 * n + 1 < visit_marks_.size()) {
-        visit_marks_[2 * n] = false;
-        visit_marks_[2 * n + 1] = false;
-      }
-    }
-  };
   // A term's closure bit holds "its own symbol and sort need nothing" from its examination on,
   // and becomes final when the term is done.
   auto finish = [&](Term const* t, std::size_t n) {
-    set_visit_mark(2 * n);
-    if (global_decls_ && declared_closure_[n]) {
+    marks[2 * n] = true;
+    if (global && closure[n]) {
+      Term const* const* args = t->args();
       for (std::size_t i = 0, arity = t->get_arity(); i < arity; ++i) {
-        if (!is_closed(static_cast<std::size_t>(t->get_arg(i)->get_id()))) {
-          declared_closure_[n] = false;
+        if (!closure[static_cast<std::size_t>(args[i]->get_id())]) {
+          closure[n] = false;
           break;
         }
       }
@@ -248,16 +254,16 @@ void SmtLib2ApiTracer::find_symbols_and_types_to_declare(
     while (!stack.empty()) {
       Term const* t = stack.back();
       std::size_t const n = static_cast<std::size_t>(t->get_id());
-      if (visit_mark(2 * n)) {
+      if (marks[2 * n]) {
         stack.pop_back();
         continue;
       }
-      if (visit_mark(2 * n + 1)) {
+      if (marks[2 * n + 1]) {
         stack.pop_back();
         finish(t, n);
         continue;
       }
-      if (is_closed(n)) {
+      if (global && closure[n]) {
         stack.pop_back();
         continue;
       }
@@ -282,19 +288,16 @@ void SmtLib2ApiTracer::find_symbols_and_types_to_declare(
       }
       // Listed before it is marked, so that a failure in between leaves no mark uncleared.
       visited.push_back(t);
-      if (global_decls_) {
-        if (n >= declared_closure_.size()) {
-          declared_closure_.resize(std::max(2 * declared_closure_.size(), n + 1), false);
-        }
-        declared_closure_[n] = own_declared;
+      if (global) {
+        closure[n] = own_declared;
       }
-      set_visit_mark(2 * n + 1);
+      marks[2 * n + 1] = true;
       bool pushed = false;
+      Term const* const* args = t->args();
       for (std::size_t i = 0, arity = t->get_arity(); i < arity; ++i) {
-        Term const* c = t->get_arg(i);
-        std::size_t const m = static_cast<std::size_t>(c->get_id());
-        if (!visit_mark(2 * m) && !is_closed(m)) {
-          stack.push_back(c);
+        std::size_t const m = static_cast<std::size_t>(args[i]->get_id());
+        if (!marks[2 * m] && !(global && closure[m])) {
+          stack.push_back(args[i]);
           pushed = true;
         }
       }
@@ -306,16 +309,26 @@ void SmtLib2ApiTracer::find_symbols_and_types_to_declare(
     }
   } catch (...) {
     // A closure bit of a term left unfinished is not final: drop it.
-    for (Term const* t : visited) {
-      std::size_t const n = static_cast<std::size_t>(t->get_id());
-      if (n < declared_closure_.size() && !visit_mark(2 * n)) {
-        declared_closure_[n] = false;
+    if (global) {
+      for (Term const* t : visited) {
+        std::size_t const n = static_cast<std::size_t>(t->get_id());
+        if (!marks[2 * n]) {
+          closure[n] = false;
+        }
       }
     }
     clear_marks();
     throw;
   }
   clear_marks();
+}
+
+void SmtLib2ApiTracer::clear_marks() {
+  for (Term const* t : search_visited_) {
+    std::size_t const n = static_cast<std::size_t>(t->get_id());
+    visit_marks_[2 * n] = false;
+    visit_marks_[2 * n + 1] = false;
+  }
 }
 
 // ------------------------------------------------------------------------ formulas and labels
@@ -335,23 +348,29 @@ std::ostream& SmtLib2ApiTracer::outlabel(Term const* t, std::ostream* os) {
 void SmtLib2ApiTracer::do_print_formula(Term const* t) {
   definitions_.clear();
   formula_stack_.clear();
+  std::size_t const top = static_cast<std::size_t>(t->get_id());
+  if (top >= defined_terms_.size()) {
+    defined_terms_.resize(std::max(2 * defined_terms_.size(), top + 1), false);
+  }
+  std::vector<bool>& defined = defined_terms_;
   formula_stack_.push_back(t);
-  // Terms enter defined_terms_ as they are found, but their lines reach the trace only at the
-  // end: if anything fails before, they leave the set again, so that the set names exactly
-  // the terms whose lines were written.
+  // Terms are marked defined as they are found, but their lines reach the trace only in whole
+  // slices at the end: if anything fails before a line is written, its term is unmarked again,
+  // so that the marks name exactly the terms whose lines were written.
+  std::size_t written = 0;  // definitions_[0, written) reached the stream
   try {
     while (!formula_stack_.empty()) {
       Term const* u = formula_stack_.back();
-      if (defined_terms_.find(u) != defined_terms_.end()) {
+      if (defined[static_cast<std::size_t>(u->get_id())]) {
         formula_stack_.pop_back();
         continue;
       }
       std::size_t const arity = static_cast<std::size_t>(u->get_symbol()->get_arity());
+      Term const* const* args = u->args();
       bool pushed = false;
       for (std::size_t i = 0; i < arity; ++i) {
-        Term const* c = u->get_arg(i);
-        if (defined_terms_.find(c) == defined_terms_.end()) {
-          formula_stack_.push_back(c);
+        if (!defined[static_cast<std::size_t>(args[i]->get_id())]) {
+          formula_stack_.push_back(args[i]);
           pushed = true;
         }
       }
@@ -360,41 +379,53 @@ void SmtLib2ApiTracer::do_print_formula(Term const* t) {
       }
       formula_stack_.pop_back();
       definitions_.push_back(u);
-      defined_terms_.insert(u);
+      defined[static_cast<std::size_t>(u->get_id())] = true;
     }
-    tvx::sort(definitions_.data(), definitions_.size(), &print_lt);
+    tvx::sort(definitions_.data(), definitions_.size(), PrintLess());
 
-    // The lines of one call are composed in one buffer and written at once.
+    // The lines are composed in one buffer and written in slices of whole lines, which keeps
+    // the buffer small however many terms one call defines.
     std::string const& configured = config_->printer.defines_prefix;
-    std::string const prefix = configured.empty() ? std::string(".") : configured;
+    std::string const& prefix = configured.empty() ? kDefaultDefinesPrefix : configured;
+    std::size_t const label = prefix.size() + TextBuffer::kMaxDigits;
     def_text_.clear();
-    for (Term const* u : definitions_) {
+    for (std::size_t k = 0; k < definitions_.size(); ++k) {
+      Term const* u = definitions_[k];
       Symbol const* s = u->get_symbol();
-      def_text_ += "(define-fun ";
-      def_text_ += prefix;
-      append_number(def_text_, u->get_id());
-      def_text_ += " () ";
-      def_text_ += printer_.type_text(s->get_output_type());
-      def_text_ += ' ';
+      std::string const& type = printer_.type_text(s->get_output_type());
+      std::string const& head = printer_.symbol_text(s);
       std::size_t const arity = static_cast<std::size_t>(s->get_arity());
+      char* p = def_text_.room(24 + label + type.size() + head.size() + arity * (1 + label));
+      p = TextBuffer::put(p, "(define-fun ");
+      p = TextBuffer::put(p, prefix);
+      p = TextBuffer::put_number(p, u->get_id());
+      p = TextBuffer::put(p, " () ");
+      p = TextBuffer::put(p, type);
+      p = TextBuffer::put(p, ' ');
       if (arity == 0) {
-        def_text_ += printer_.symbol_text(s);
+        p = TextBuffer::put(p, head);
       } else {
-        def_text_ += '(';
-        def_text_ += printer_.symbol_text(s);
+        p = TextBuffer::put(p, '(');
+        p = TextBuffer::put(p, head);
+        Term const* const* args = u->args();
         for (std::size_t i = 0; i < arity; ++i) {
-          def_text_ += ' ';
-          def_text_ += prefix;
-          append_number(def_text_, u->get_arg(i)->get_id());
+          p = TextBuffer::put(p, ' ');
+          p = TextBuffer::put(p, prefix);
+          p = TextBuffer::put_number(p, args[i]->get_id());
         }
-        def_text_ += ')';
+        p = TextBuffer::put(p, ')');
       }
-      def_text_ += ")\n";
+      p = TextBuffer::put(p, ")\n");
+      def_text_.commit(p);
+      if (def_text_.size() >= kDefinitionSlice || k + 1 == definitions_.size()) {
+        out_.write(def_text_.data(), static_cast<std::streamsize>(def_text_.size()));
+        def_text_.clear();
+        written = k + 1;
+      }
     }
-    out_.write(def_text_.data(), static_cast<std::streamsize>(def_text_.size()));
   } catch (...) {
-    for (Term const* u : definitions_) {
-      defined_terms_.erase(u);
+    for (std::size_t k = written; k < definitions_.size(); ++k) {
+      defined[static_cast<std::size_t>(definitions_[k]->get_id())] = false;
     }
     definitions_.clear();
     throw;

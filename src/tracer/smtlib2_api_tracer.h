@@ -14,7 +14,7 @@
 #include "core/configuration.h"
 #include "core/term_manager.h"
 #include "core/term_printer.h"
-#include "support/hashtable.h"
+#include "support/text_buffer.h"
 #include "tracer/api_tracer.h"
 
 namespace tvx {
@@ -66,14 +66,12 @@ class SmtLib2ApiTracer : public ApiTracer {
  private:
   friend class SmtLib2ApiTracerTestAccess;
 
-  using DefinedTerms = hsh::Hashtable<Term const*, hsh::GetKey_identity<Term const*>, Term const*,
-                                      hsh::hash<Term const*>, std::equal_to<Term const*>>;
-
-  bool visit_mark(std::size_t bit) const;
+  // Grows the per-id vectors of the declaration search to cover every id up to top.
+  void grow_marks(std::size_t top);
+  void clear_marks();  // clears the marks of the terms on search_visited_
   bool is_closed(std::size_t id) const;
   bool is_symbol_declared(Symbol const* s) const;
   void forget_symbol(Symbol const* s);  // erases s from the declared record
-  void set_visit_mark(std::size_t bit);
   // Appends t to line_: its label in global mode, the full term otherwise.
   void append_term(Term const* t);
 
@@ -89,9 +87,11 @@ class SmtLib2ApiTracer : public ApiTracer {
   std::set<DataType const*, TermPrinter::sym_ty_lt> new_types_;
   std::int32_t itp_group_;
   bool global_decls_;
-  DefinedTerms defined_terms_;
+  // Per term id: whether its definition is in the trace. Only grows, and is closed under
+  // arguments: a term is marked only when all its arguments are.
+  std::vector<bool> defined_terms_;
   std::vector<Term const*> formula_stack_;
-  std::string def_text_;                  // the definition lines of one call
+  TextBuffer def_text_;                   // definition lines not yet written
   std::vector<Term const*> definitions_;  // the terms defined by one call
   std::vector<bool> visit_marks_;
   // Global-declarations mode: per term id, set when everything the term's DAG needs is
