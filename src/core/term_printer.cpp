@@ -4,6 +4,7 @@
 #include <charconv>
 #include <cstring>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -13,7 +14,7 @@ namespace {
 
 // Words that a simple symbol may not be: SMT-LIB's reserved words and command names (and the
 // extension commands of traces), so that a quoted name never reads as a keyword.
-constexpr char const* kReserved[] = {
+constexpr std::string_view kReserved[] = {
     "!",
     "_",
     "as",
@@ -147,8 +148,8 @@ bool SmtLibTermPrinter::is_simple_symbol(std::string const& name) {
       return false;
     }
   }
-  for (char const* word : kReserved) {
-    if (name == word) {
+  for (std::string_view word : kReserved) {
+    if (std::string_view(name) == word) {
       return false;
     }
   }
@@ -159,11 +160,18 @@ std::string SmtLibTermPrinter::quote(std::string const& name) {
   return is_simple_symbol(name) ? name : "|" + name + "|";
 }
 
-std::string const& SmtLibTermPrinter::symbol_text(Symbol const* s) {
-  auto found = symbol_names_.find(s);
-  if (found != symbol_names_.end()) {
-    return found->second;
+std::string* SmtLibTermPrinter::TextById::slot(std::uint64_t id) {
+  std::size_t const chunk = static_cast<std::size_t>(id >> kChunkBits);
+  if (chunk >= chunks_.size()) {
+    chunks_.resize(chunk + 1);
   }
+  if (!chunks_[chunk]) {
+    chunks_[chunk].reset(new std::string[std::size_t{1} << kChunkBits]);
+  }
+  return &chunks_[chunk][id & ((std::uint64_t{1} << kChunkBits) - 1)];
+}
+
+std::string const& SmtLibTermPrinter::compute_symbol_text(Symbol const* s) {
   std::string text;
   switch (s->get_tag()) {
     case SymbolTag::UNINTERPRETED:
@@ -185,21 +193,21 @@ std::string const& SmtLibTermPrinter::symbol_text(Symbol const* s) {
       }
       break;
   }
-  return symbol_names_.insert({s, std::move(text)}).first->second;
+  std::string* slot = symbol_names_.slot(s->get_id());
+  *slot = std::move(text);
+  return *slot;
 }
 
-std::string const& SmtLibTermPrinter::type_text(DataType const* t) {
-  auto found = type_names_.find(t);
-  if (found != type_names_.end()) {
-    return found->second;
-  }
+std::string const& SmtLibTermPrinter::compute_type_text(DataType const* t) {
   // Only the sort asked for is cached, not its components: caching every level of a deeply
   // nested array sort would cost memory quadratic in its depth.
   std::string text;
   t->write(text, [this](std::string& out, DataType const& u) {
     out += u.is_uninterpreted() ? quote(name_prefix_ + u.get_name()) : u.get_name();
   });
-  return type_names_.insert({t, std::move(text)}).first->second;
+  std::string* slot = type_names_.slot(t->get_id());
+  *slot = std::move(text);
+  return *slot;
 }
 
 std::string SmtLibTermPrinter::to_smtlib(Symbol const* s) {

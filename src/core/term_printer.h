@@ -5,6 +5,7 @@
 #define TVX_CORE_TERM_PRINTER_H
 
 #include <cstdint>
+#include <memory>
 #include <ostream>
 #include <string>
 #include <utility>
@@ -50,8 +51,14 @@ class SmtLibTermPrinter : public TermPrinter {
   std::string to_smtlib(DataType const* t);
 
   // The symbol text without copying; valid until the printer is destroyed.
-  std::string const& symbol_text(Symbol const* s);
-  std::string const& type_text(DataType const* t);
+  std::string const& symbol_text(Symbol const* s) {
+    std::string const* text = symbol_names_.find(s->get_id());
+    return text != nullptr ? *text : compute_symbol_text(s);
+  }
+  std::string const& type_text(DataType const* t) {
+    std::string const* text = type_names_.find(t->get_id());
+    return text != nullptr ? *text : compute_type_text(t);
+  }
 
   // Whether `name` can be written as it is (a legal simple symbol and no reserved word).
   static bool is_simple_symbol(std::string const& name);
@@ -62,9 +69,31 @@ class SmtLibTermPrinter : public TermPrinter {
   std::string name_prefix_;
 
  private:
-  hsh::HashMap<Symbol const*, std::string> symbol_names_;
-  hsh::HashMap<DataType const*, std::string> type_names_;
-  hsh::HashMap<SymbolTag::tag, std::string> operator_names_;
+  // Texts by symbol or sort id, in chunks of 256 so that ids far apart cost no more than the
+  // chunks they fall in, and a text never moves once made. An empty text is one not made yet:
+  // every symbol and sort has a non-empty text.
+  class TextById {
+   public:
+    std::string const* find(std::uint64_t id) const {
+      std::size_t const chunk = static_cast<std::size_t>(id >> kChunkBits);
+      if (chunk >= chunks_.size() || !chunks_[chunk]) {
+        return nullptr;
+      }
+      std::string const* text = &chunks_[chunk][id & ((std::uint64_t{1} << kChunkBits) - 1)];
+      return text->empty() ? nullptr : text;
+    }
+    std::string* slot(std::uint64_t id);  // makes the chunk of id when missing
+
+   private:
+    static constexpr int kChunkBits = 8;
+    std::vector<std::unique_ptr<std::string[]>> chunks_;
+  };
+
+  std::string const& compute_symbol_text(Symbol const* s);
+  std::string const& compute_type_text(DataType const* t);
+
+  TextById symbol_names_;
+  TextById type_names_;
 };
 
 class SmtLib2TermPrinter : public SmtLibTermPrinter {

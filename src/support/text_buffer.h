@@ -4,7 +4,6 @@
 #ifndef TVX_SUPPORT_TEXT_BUFFER_H
 #define TVX_SUPPORT_TEXT_BUFFER_H
 
-#include <charconv>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -44,11 +43,30 @@ class TextBuffer {
     std::memcpy(p, literal, N - 1);
     return p + N - 1;
   }
-  // Decimal digits; room for kMaxDigits is enough.
+  // Decimal digits, two at a time from the right; room for kMaxDigits is enough.
   static char* put_number(char* p, std::uint64_t n) {
-    return std::to_chars(p, p + kMaxDigits, n).ptr;
+    std::size_t length = 1;
+    for (std::uint64_t bound = 10; length < kMaxDigits && n >= bound; bound *= 10) {
+      ++length;
+    }
+    char* q = p + length;
+    while (n >= 100) {
+      q -= 2;
+      std::memcpy(q, kDigitPairs + 2 * (n % 100), 2);
+      n /= 100;
+    }
+    if (n >= 10) {
+      std::memcpy(q - 2, kDigitPairs + 2 * n, 2);
+    } else {
+      q[-1] = static_cast<char>('0' + n);
+    }
+    return p + length;
   }
   static constexpr std::size_t kMaxDigits = 20;
+  static constexpr char kDigitPairs[] =
+      "00010203040506070809101112131415161718192021222324252627282930313233343536373839"
+      "40414243444546474849505152535455565758596061626364656667686970717273747576777879"
+      "8081828384858687888990919293949596979899";
 
  private:
   void grow(std::size_t n) {

@@ -1,5 +1,6 @@
 #include "tracer/smtlib2_api_tracer.h"
 
+#include <algorithm>
 #include <charconv>
 #include <ctime>
 #include <string>
@@ -152,17 +153,12 @@ void SmtLib2ApiTracer::trace_symbol_declaration(Symbol const* sym) {
     reserve_one(symbol_decl_stack_);
   }
   std::size_t const id = static_cast<std::size_t>(sym->get_id());
-  if (id >= symbol_declared_.size()) {
-    symbol_declared_.resize(std::max(2 * symbol_declared_.size(), id + 1), false);
+  if (id >= declared_symbols_.size()) {
+    declared_symbols_.resize(std::max(2 * declared_symbols_.size(), id + 1), false);
   }
-  if (declared_symbols_.insert(sym).second) {
-    try {
-      printer_.print_symbol_declaration(out_, sym);
-      symbol_declared_[id] = true;
-    } catch (...) {
-      declared_symbols_.erase(sym);
-      throw;
-    }
+  if (!declared_symbols_[id]) {
+    printer_.print_symbol_declaration(out_, sym);
+    declared_symbols_[id] = true;
     if (!global_decls_) {
       symbol_decl_stack_.push_back(sym);
     }
@@ -171,7 +167,7 @@ void SmtLib2ApiTracer::trace_symbol_declaration(Symbol const* sym) {
 }
 
 void SmtLib2ApiTracer::do_print_new_declarations(Term const* term) {
-  find_symbols_and_types_to_declare(term, new_symbols_, new_types_);
+  search(term, new_symbols_, new_types_);
   for (DataType const* type : new_types_) {
     trace_type_declaration(type);
   }
@@ -180,18 +176,15 @@ void SmtLib2ApiTracer::do_print_new_declarations(Term const* term) {
   }
 }
 
-// symbol_declared_ mirrors declared_symbols_ by symbol id: the declaration search asks for every
-// term it examines, and a bit answers without walking the ordered set.
 bool SmtLib2ApiTracer::is_symbol_declared(Symbol const* s) const {
   std::size_t const id = static_cast<std::size_t>(s->get_id());
-  return id < symbol_declared_.size() && symbol_declared_[id];
+  return id < declared_symbols_.size() && declared_symbols_[id];
 }
 
 void SmtLib2ApiTracer::forget_symbol(Symbol const* s) {
-  declared_symbols_.erase(s);
   std::size_t const id = static_cast<std::size_t>(s->get_id());
-  if (id < symbol_declared_.size()) {
-    symbol_declared_[id] = false;
+  if (id < declared_symbols_.size()) {
+    declared_symbols_[id] = false;
   }
 }
 
@@ -214,6 +207,13 @@ bool SmtLib2ApiTracer::is_closed(std::size_t id) const {
 void SmtLib2ApiTracer::find_symbols_and_types_to_declare(
     Term const* term, std::set<Symbol const*, TermPrinter::sym_ty_lt>& symbols,
     std::set<DataType const*, TermPrinter::sym_ty_lt>& types) {
+  search(term, new_symbols_, types);
+  symbols.clear();
+  symbols.insert(new_symbols_.begin(), new_symbols_.end());
+}
+
+void SmtLib2ApiTracer::search(Term const* term, std::vector<Symbol const*>& symbols,
+                              std::set<DataType const*, TermPrinter::sym_ty_lt>& types) {
   symbols.clear();
   types.clear();
   // Bit 2n is the done mark of the term with id n, bit 2n+1 its entered mark.
@@ -271,7 +271,7 @@ void SmtLib2ApiTracer::find_symbols_and_types_to_declare(
       DataType const* ty = s->get_output_type();
       bool own_declared = true;
       if (!mgr_->is_interpreted(s) && !is_symbol_declared(s)) {
-        symbols.insert(s);
+        symbols.push_back(s);
         own_declared = false;
       }
       if (ty->is_simple()) {
@@ -321,6 +321,11 @@ void SmtLib2ApiTracer::find_symbols_and_types_to_declare(
     throw;
   }
   clear_marks();
+  // A function symbol heads many terms: the list is put in declaration order without repeats.
+  if (symbols.size() > 1) {
+    tvx::sort(symbols.data(), symbols.size(), TermPrinter::sym_ty_lt());
+    symbols.erase(std::unique(symbols.begin(), symbols.end()), symbols.end());
+  }
 }
 
 void SmtLib2ApiTracer::clear_marks() {

@@ -70,6 +70,9 @@ class SmtLib2ApiTracer : public ApiTracer {
   void grow_marks(std::size_t top);
   void clear_marks();  // clears the marks of the terms on search_visited_
   bool is_closed(std::size_t id) const;
+  // The declaration search: fills symbols, in declaration order, and types.
+  void search(Term const* term, std::vector<Symbol const*>& symbols,
+              std::set<DataType const*, TermPrinter::sym_ty_lt>& types);
   bool is_symbol_declared(Symbol const* s) const;
   void forget_symbol(Symbol const* s);  // erases s from the declared record
   // Appends t to line_: its label in global mode, the full term otherwise.
@@ -79,11 +82,12 @@ class SmtLib2ApiTracer : public ApiTracer {
   TermManager* mgr_;
   std::ostream& out_;
   SmtLib2TermPrinter printer_;
-  std::set<Symbol const*, TermPrinter::sym_ty_lt> declared_symbols_;
+  // Per symbol id: whether the symbol's declaration is in the trace and still in scope.
+  std::vector<bool> declared_symbols_;
   std::vector<Symbol const*> symbol_decl_stack_;
   std::set<DataType const*, TermPrinter::sym_ty_lt> declared_types_;
   std::vector<DataType const*> type_decl_stack_;
-  std::set<Symbol const*, TermPrinter::sym_ty_lt> new_symbols_;
+  std::vector<Symbol const*> new_symbols_;  // in declaration order, each once
   std::set<DataType const*, TermPrinter::sym_ty_lt> new_types_;
   std::int32_t itp_group_;
   bool global_decls_;
@@ -97,8 +101,6 @@ class SmtLib2ApiTracer : public ApiTracer {
   // Global-declarations mode: per term id, set when everything the term's DAG needs is
   // declared, which then stays true since nothing is forgotten in that mode.
   std::vector<bool> declared_closure_;
-  // Per symbol id: whether the symbol is in declared_symbols_.
-  std::vector<bool> symbol_declared_;
   // Scratch: the declaration search's work stack and visited list, and the text of a query
   // command being composed.
   std::vector<Term const*> search_stack_;

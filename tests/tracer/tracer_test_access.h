@@ -28,13 +28,6 @@ class SmtLib2ApiTracerTestAccess {
     if (std::find(t.visit_marks_.begin(), t.visit_marks_.end(), true) != t.visit_marks_.end()) {
       return "a visit mark is left set";
     }
-    std::size_t const bits = static_cast<std::size_t>(
-        std::count(t.symbol_declared_.begin(), t.symbol_declared_.end(), true));
-    if (bits != t.declared_symbols_.size() ||
-        std::any_of(t.declared_symbols_.begin(), t.declared_symbols_.end(),
-                    [&t](Symbol const* s) { return !t.is_symbol_declared(s); })) {
-      return "the declared-symbol bits differ from the declared set";
-    }
     auto const& syms = t.symbol_decl_stack_;
     auto const& types = t.type_decl_stack_;
     if (t.global_decls_) {
@@ -46,8 +39,14 @@ class SmtLib2ApiTracerTestAccess {
     if (markers != types_on_stack.erase(nullptr)) {
       return "the stacks hold different numbers of markers";
     }
-    if (on_stack !=
-            std::multiset<Symbol const*>(t.declared_symbols_.begin(), t.declared_symbols_.end()) ||
+    std::size_t const bits = static_cast<std::size_t>(
+        std::count(t.declared_symbols_.begin(), t.declared_symbols_.end(), true));
+    bool const symbols_agree =
+        bits == on_stack.size() &&
+        std::all_of(on_stack.begin(), on_stack.end(), [&t, &on_stack](Symbol const* s) {
+          return on_stack.count(s) == 1 && t.is_symbol_declared(s);
+        });
+    if (!symbols_agree ||
         types_on_stack !=
             std::multiset<DataType const*>(t.declared_types_.begin(), t.declared_types_.end())) {
       return "a declaration stack differs from its set";
