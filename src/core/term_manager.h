@@ -47,6 +47,9 @@ class TermManager {
   Symbol const* find_symbol(std::string const& name) const;
   // True exactly for theory operators and numerals.
   bool is_interpreted(Symbol const* s) const;
+  // Every symbol made so far, in creation order: indices 0 to num_symbols() - 1.
+  std::size_t num_symbols() const { return symbols_.size(); }
+  Symbol const* symbol_at(std::size_t index) const { return &symbols_[index]; }
 
   // --- terms ---
   Term const* make_constant(Symbol const* s);

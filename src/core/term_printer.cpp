@@ -319,48 +319,60 @@ std::string const& SmtLib2TermPrinter::let_name_prefix() {
 // Finds the subterms to bind: every term with arguments that occurs more than once in the DAG
 // of `root`. Each gets a level, one more than the deepest level its text refers to, so that
 // bindings of one level share one `let`. Leaves `bound_` ordered by (level, id).
+//
+// One word per term id holds everything the analysis needs: the top two bits count the term's
+// occurrences (none, once, more), the rest its level. One word rather than two arrays halves the
+// cache lines a print touches, which is most of its cost on a large manager.
 void SmtLib2TermPrinter::compute_sharing(Term const* root) {
   std::size_t const ids = root->get_id() + 1;
-  if (occurrences_.size() < ids) {
-    occurrences_.resize(ids, 0);
-  }
-  if (let_names_.size() < ids) {
-    let_names_.resize(ids, 0);
+  if (info_.size() < ids) {
+    info_.resize(std::max(ids, 2 * info_.size()), 0);
   }
   order_.clear();
   bound_.clear();
   frames_.clear();
-  occurrences_[root->get_id()] = 1;
+  info_[root->get_id()] = kSeenOnce;
   frames_.push_back({root, 0});
   while (!frames_.empty()) {
     Frame& f = frames_.back();
     if (f.next_arg < f.term->get_arity()) {
       Term const* child = f.term->get_arg(f.next_arg++);
-      if (occurrences_[child->get_id()]++ == 0) {
+      std::uint64_t& info = info_[child->get_id()];
+      if (info == 0) {
+        info = kSeenOnce;
         frames_.push_back({child, 0});
+      } else {
+        info = kSeenMore;
       }
       continue;
     }
     order_.push_back(f.term);
     frames_.pop_back();
   }
-  // let_names_ first holds each term's level: for a bound term the level of its binding, for
-  // any other the deepest level that its text refers to. Arguments come before parents.
+  // Arguments come before parents: each term's level is known before its parents ask for it.
+  keys_.clear();
   for (Term const* t : order_) {
     std::uint64_t depth = 0;
-    for (std::size_t i = 0; i < t->get_arity(); ++i) {
-      depth = std::max(depth, let_names_[t->get_arg(i)->get_id()]);
+    Term const* const* args = t->args();
+    for (std::size_t i = 0, n = t->get_arity(); i < n; ++i) {
+      depth = std::max(depth, info_[args[i]->get_id()] & kLevelMask);
     }
-    bool const shared = t->get_arity() > 0 && occurrences_[t->get_id()] > 1;
-    let_names_[t->get_id()] = shared ? depth + 1 : depth;
+    std::uint64_t& info = info_[t->get_id()];
+    bool const shared = t->get_arity() > 0 && info == kSeenMore;
+    info = (info & ~kLevelMask) | (shared ? depth + 1 : depth);
     if (shared) {
-      bound_.push_back(t);
+      keys_.push_back({depth + 1, t->get_id(), t});
     }
   }
-  std::sort(bound_.begin(), bound_.end(), [this](Term const* a, Term const* b) {
-    std::uint64_t la = let_names_[a->get_id()], lb = let_names_[b->get_id()];
-    return la != lb ? la < lb : a->get_id() < b->get_id();
+  std::sort(keys_.begin(), keys_.end(), [](BoundKey const& a, BoundKey const& b) {
+    return a.level != b.level ? a.level < b.level : a.id < b.id;
   });
+  levels_.resize(keys_.size());
+  bound_.resize(keys_.size());
+  for (std::size_t k = 0; k < keys_.size(); ++k) {
+    levels_[k] = keys_[k].level;
+    bound_[k] = keys_[k].term;
+  }
 }
 
 void SmtLib2TermPrinter::render_term(Term const* root, bool annotate) {
@@ -368,10 +380,44 @@ void SmtLib2TermPrinter::render_term(Term const* root, bool annotate) {
     render_shared(root, annotate);
   } catch (...) {
     // The per-id scratch must be all zero between calls; after a failure part of it is not.
-    std::fill(occurrences_.begin(), occurrences_.end(), 0);
-    std::fill(let_names_.begin(), let_names_.end(), 0);
+    std::fill(info_.begin(), info_.end(), 0);
     throw;
   }
+}
+
+// Whether some let name prefix + n, n a bound term's number, is the name of a user symbol. Only
+// user names that end in digits can be such a name; their stems (the name without its final
+// digits) are collected once per new symbol, so a print whose prefix is no stem asks nothing.
+bool SmtLib2TermPrinter::let_names_clash(std::string const& prefix) {
+  for (std::size_t n = mgr_->num_symbols(); scanned_symbols_ < n; ++scanned_symbols_) {
+    Symbol const* s = mgr_->symbol_at(scanned_symbols_);
+    if (mgr_->is_interpreted(s)) {
+      continue;
+    }
+    std::string const& name = s->get_name();
+    std::size_t stem = name.size();
+    while (stem > 0 && name[stem - 1] >= '0' && name[stem - 1] <= '9') {
+      --stem;
+    }
+    if (stem < name.size()) {
+      numbered_stems_.insert(name.substr(0, stem));
+    }
+  }
+  if (bound_.empty()) {
+    return false;
+  }
+  // A prefix that ends in a digit is no stem of the names it makes: those need the full check.
+  bool const digit_last = !prefix.empty() && prefix.back() >= '0' && prefix.back() <= '9';
+  if (!digit_last && numbered_stems_.count(prefix) == 0) {
+    return false;
+  }
+  for (std::size_t k = 0; k < bound_.size(); ++k) {
+    std::uint64_t const n = global_decls_ ? bound_[k]->get_id() : k + 1;
+    if (mgr_->find_symbol(prefix + std::to_string(n)) != nullptr) {
+      return true;
+    }
+  }
+  return false;
 }
 
 void SmtLib2TermPrinter::append_let_name(std::string const& prefix, std::uint64_t n) {
@@ -394,8 +440,8 @@ void SmtLib2TermPrinter::render_body(Term const* t, std::string const& prefix, b
     Frame& f = frames_.back();
     Term const* u = f.term;
     if (f.next_arg == 0) {
-      if (u != t && let_names_[u->get_id()] != 0) {
-        append_let_name(prefix, let_names_[u->get_id()] - 1);
+      if (u != t && info_[u->get_id()] != 0) {
+        append_let_name(prefix, info_[u->get_id()] - 1);
         frames_.pop_back();
         continue;
       }
@@ -437,25 +483,15 @@ void SmtLib2TermPrinter::render_shared(Term const* root, bool annotate) {
   // Names: a counter per call, or the term id in global-declarations mode; the prefix grows
   // until no name equals a user symbol.
   std::string prefix = let_name_prefix();
-  for (bool clash = true; clash;) {
-    clash = false;
-    for (std::size_t k = 0; k < bound_.size() && !clash; ++k) {
-      std::uint64_t const n = global_decls_ ? bound_[k]->get_id() : k + 1;
-      clash = mgr_->find_symbol(prefix + std::to_string(n)) != nullptr;
-    }
-    if (clash) {
-      prefix += '_';
-    }
+  while (let_names_clash(prefix)) {
+    prefix += '_';
   }
-  levels_.resize(bound_.size());
-  for (std::size_t k = 0; k < bound_.size(); ++k) {
-    levels_[k] = let_names_[bound_[k]->get_id()];
-  }
+  // From here on a term's word is its let number + 1 when it is bound, else 0.
   for (Term const* t : order_) {
-    let_names_[t->get_id()] = 0;
+    info_[t->get_id()] = 0;
   }
   for (std::size_t k = 0; k < bound_.size(); ++k) {
-    let_names_[bound_[k]->get_id()] = (global_decls_ ? bound_[k]->get_id() : k + 1) + 1;
+    info_[bound_[k]->get_id()] = (global_decls_ ? bound_[k]->get_id() : k + 1) + 1;
   }
 
   std::size_t open = 0;
@@ -464,7 +500,7 @@ void SmtLib2TermPrinter::render_shared(Term const* root, bool annotate) {
     std::uint64_t const level = levels_[k];
     for (bool first = true; k < bound_.size() && levels_[k] == level; ++k, first = false) {
       text_ += first ? "(" : " (";
-      append_let_name(prefix, let_names_[bound_[k]->get_id()] - 1);
+      append_let_name(prefix, info_[bound_[k]->get_id()] - 1);
       text_ += ' ';
       render_body(bound_[k], prefix, annotate);
       text_ += ')';
@@ -475,8 +511,7 @@ void SmtLib2TermPrinter::render_shared(Term const* root, bool annotate) {
   render_body(root, prefix, annotate);
   text_.append(open, ')');
   for (Term const* t : order_) {
-    occurrences_[t->get_id()] = 0;
-    let_names_[t->get_id()] = 0;
+    info_[t->get_id()] = 0;
   }
 }
 

@@ -8,6 +8,7 @@
 #include <memory>
 #include <ostream>
 #include <string>
+#include <unordered_set>
 #include <utility>
 #include <vector>
 
@@ -132,6 +133,7 @@ class SmtLib2TermPrinter : public SmtLibTermPrinter {
   void render_body(Term const* t, std::string const& prefix, bool annotate);
   void append_let_name(std::string const& prefix, std::uint64_t n);
   std::string const& let_name_prefix();
+  bool let_names_clash(std::string const& prefix);
   bool has_annotations(Term const* t, bool annotate) const;
 
   Configuration::Printer* settings_;
@@ -145,12 +147,25 @@ class SmtLib2TermPrinter : public SmtLibTermPrinter {
     std::size_t next_arg;
   };
   std::vector<Frame> frames_;
-  std::vector<Term const*> order_;          // terms of the DAG, arguments before parents
-  std::vector<std::uint32_t> occurrences_;  // per term id: parents seen, while analysing
-  std::vector<std::uint64_t> let_names_;    // per term id: 0, or the let number + 1
-  std::vector<Term const*> bound_;          // the let-bound terms of the current print
-  std::vector<std::uint64_t> levels_;       // the let level of each entry of bound_
-  std::string text_;                        // the text being composed
+  struct BoundKey {
+    std::uint64_t level;
+    std::uint64_t id;
+    Term const* term;
+  };
+  static constexpr std::uint64_t kSeenOnce = std::uint64_t{1} << 62;
+  static constexpr std::uint64_t kSeenMore = std::uint64_t{2} << 62;
+  static constexpr std::uint64_t kLevelMask = kSeenOnce - 1;
+  std::vector<Term const*> order_;  // terms of the DAG, arguments before parents
+  // Per term id, zero between prints: while analysing, occurrences and level (see
+  // compute_sharing); while rendering, the let number + 1 of a bound term.
+  std::vector<std::uint64_t> info_;
+  std::vector<BoundKey> keys_;         // the bound terms, to be sorted
+  std::vector<Term const*> bound_;     // the let-bound terms of the current print
+  std::vector<std::uint64_t> levels_;  // the let level of each entry of bound_
+  // User names that end in digits, without the digits; filled from the manager's symbols.
+  std::unordered_set<std::string> numbered_stems_;
+  std::size_t scanned_symbols_ = 0;
+  std::string text_;  // the text being composed
   std::string let_prefix_cache_;
   bool quote_let_names_ = false;
 };

@@ -163,6 +163,17 @@ TEST_F(TermTest, SharedSubtermsAreWrittenOnceSoSquaringChainsStayLinear) {
   EXPECT_LT(sizes[1], sizes[0] * 13);  // ten times the levels, about ten times the text
 }
 
+TEST_F(TermTest, LetNamesStepAroundUserNames) {
+  Term const* s = mgr.make_builtin("+", {i, mgr.make_number("5", integer)});
+  Term const* square = mgr.make_builtin("*", {s, s});
+  EXPECT_EQ(print(square), "(let ((_let_1 (+ i 5))) (* _let_1 _let_1))");
+  constant("_let_1", integer);  // made after the first print: the printer must see it
+  EXPECT_EQ(print(square), "(let ((_let__1 (+ i 5))) (* _let__1 _let__1))");
+  config.printer.let_prefix = "v1";  // ends in a digit: "v11" is v1 and 1, not stem v and 11
+  constant("v11", integer);
+  EXPECT_EQ(print(square), "(let ((v1_1 (+ i 5))) (* v1_1 v1_1))");
+}
+
 TEST_F(TermTest, MillionDeepTermPrintsWithoutRecursion) {
   Term const* t = p;
   std::string expected;
