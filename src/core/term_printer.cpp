@@ -350,7 +350,6 @@ void SmtLib2TermPrinter::compute_sharing(Term const* root) {
     frames_.pop_back();
   }
   // Arguments come before parents: each term's level is known before its parents ask for it.
-  keys_.clear();
   for (Term const* t : order_) {
     std::uint64_t depth = 0;
     Term const* const* args = t->args();
@@ -361,18 +360,12 @@ void SmtLib2TermPrinter::compute_sharing(Term const* root) {
     bool const shared = t->get_arity() > 0 && info == kSeenMore;
     info = (info & ~kLevelMask) | (shared ? depth + 1 : depth);
     if (shared) {
-      keys_.push_back({depth + 1, t->get_id(), t});
+      bound_.push_back({depth + 1, t->get_id(), t});
     }
   }
-  std::sort(keys_.begin(), keys_.end(), [](BoundKey const& a, BoundKey const& b) {
+  std::sort(bound_.begin(), bound_.end(), [](Bound const& a, Bound const& b) {
     return a.level != b.level ? a.level < b.level : a.id < b.id;
   });
-  levels_.resize(keys_.size());
-  bound_.resize(keys_.size());
-  for (std::size_t k = 0; k < keys_.size(); ++k) {
-    levels_[k] = keys_[k].level;
-    bound_[k] = keys_[k].term;
-  }
 }
 
 void SmtLib2TermPrinter::render_term(Term const* root, bool annotate) {
@@ -412,7 +405,7 @@ bool SmtLib2TermPrinter::let_names_clash(std::string const& prefix) {
     return false;
   }
   for (std::size_t k = 0; k < bound_.size(); ++k) {
-    std::uint64_t const n = global_decls_ ? bound_[k]->get_id() : k + 1;
+    std::uint64_t const n = global_decls_ ? bound_[k].id : k + 1;
     if (mgr_->find_symbol(prefix + std::to_string(n)) != nullptr) {
       return true;
     }
@@ -491,18 +484,18 @@ void SmtLib2TermPrinter::render_shared(Term const* root, bool annotate) {
     info_[t->get_id()] = 0;
   }
   for (std::size_t k = 0; k < bound_.size(); ++k) {
-    info_[bound_[k]->get_id()] = (global_decls_ ? bound_[k]->get_id() : k + 1) + 1;
+    info_[bound_[k].id] = (global_decls_ ? bound_[k].id : k + 1) + 1;
   }
 
   std::size_t open = 0;
   for (std::size_t k = 0; k < bound_.size();) {
     text_ += "(let (";
-    std::uint64_t const level = levels_[k];
-    for (bool first = true; k < bound_.size() && levels_[k] == level; ++k, first = false) {
+    std::uint64_t const level = bound_[k].level;
+    for (bool first = true; k < bound_.size() && bound_[k].level == level; ++k, first = false) {
       text_ += first ? "(" : " (";
-      append_let_name(prefix, info_[bound_[k]->get_id()] - 1);
+      append_let_name(prefix, info_[bound_[k].id] - 1);
       text_ += ' ';
-      render_body(bound_[k], prefix, annotate);
+      render_body(bound_[k].term, prefix, annotate);
       text_ += ')';
     }
     text_ += ") ";

@@ -70,7 +70,7 @@ class SmtLibTermPrinter : public TermPrinter {
   std::string name_prefix_;
 
  private:
-  // Texts by symbol or sort id, in chunks of 256 so that ids far apart cost no more than the
+  // Texts by symbol or sort id, in chunks of 64 so that ids far apart cost no more than the
   // chunks they fall in, and a text never moves once made. An empty text is one not made yet:
   // every symbol and sort has a non-empty text.
   class TextById {
@@ -86,7 +86,7 @@ class SmtLibTermPrinter : public TermPrinter {
     std::string* slot(std::uint64_t id);  // makes the chunk of id when missing
 
    private:
-    static constexpr int kChunkBits = 8;
+    static constexpr int kChunkBits = 6;
     std::vector<std::unique_ptr<std::string[]>> chunks_;
   };
 
@@ -147,7 +147,7 @@ class SmtLib2TermPrinter : public SmtLibTermPrinter {
     std::size_t next_arg;
   };
   std::vector<Frame> frames_;
-  struct BoundKey {
+  struct Bound {  // a let-bound term
     std::uint64_t level;
     std::uint64_t id;
     Term const* term;
@@ -159,9 +159,7 @@ class SmtLib2TermPrinter : public SmtLibTermPrinter {
   // Per term id, zero between prints: while analysing, occurrences and level (see
   // compute_sharing); while rendering, the let number + 1 of a bound term.
   std::vector<std::uint64_t> info_;
-  std::vector<BoundKey> keys_;         // the bound terms, to be sorted
-  std::vector<Term const*> bound_;     // the let-bound terms of the current print
-  std::vector<std::uint64_t> levels_;  // the let level of each entry of bound_
+  std::vector<Bound> bound_;  // the let-bound terms of the current print
   // User names that end in digits, without the digits; filled from the manager's symbols.
   std::unordered_set<std::string> numbered_stems_;
   std::size_t scanned_symbols_ = 0;

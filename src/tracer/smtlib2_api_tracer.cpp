@@ -78,7 +78,7 @@ struct PrintLess {
 std::string const kDefaultDefinesPrefix = ".";
 
 // The definition lines of one call reach the stream in slices of about this many bytes.
-constexpr std::size_t kDefinitionSlice = 16384;
+constexpr std::size_t kDefinitionSlice = 4096;
 
 // Appends the decimal digits of n.
 void append_number(std::string& text, std::uint64_t n) {
