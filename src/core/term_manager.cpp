@@ -547,10 +547,6 @@ Symbol const* TermManager::find_symbol(std::string const& name) const {
   return it == user_symbols_.end() ? nullptr : it->second;
 }
 
-bool TermManager::is_interpreted(Symbol const* s) const {
-  return s->get_tag() != SymbolTag::UNINTERPRETED;
-}
-
 Symbol const* TermManager::interpreted_symbol(SymbolTag::tag tag, std::string const& name,
                                               DataType const* const* arg_types, std::size_t n,
                                               DataType const* result, std::uint64_t const* indices,

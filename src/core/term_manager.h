@@ -46,7 +46,7 @@ class TermManager {
   // The uninterpreted symbol of that name, or null.
   Symbol const* find_symbol(std::string const& name) const;
   // True exactly for theory operators and numerals.
-  bool is_interpreted(Symbol const* s) const;
+  bool is_interpreted(Symbol const* s) const { return s->get_tag() != SymbolTag::UNINTERPRETED; }
   // Every symbol made so far, in creation order: indices 0 to num_symbols() - 1.
   std::size_t num_symbols() const { return symbols_.size(); }
   Symbol const* symbol_at(std::size_t index) const { return &symbols_[index]; }

@@ -167,7 +167,7 @@ void SmtLib2ApiTracer::trace_symbol_declaration(Symbol const* sym) {
 }
 
 void SmtLib2ApiTracer::do_print_new_declarations(Term const* term) {
-  search(term, new_symbols_, new_types_);
+  search(term, new_symbols_, new_types_, false);
   for (DataType const* type : new_types_) {
     trace_type_declaration(type);
   }
@@ -207,13 +207,14 @@ bool SmtLib2ApiTracer::is_closed(std::size_t id) const {
 void SmtLib2ApiTracer::find_symbols_and_types_to_declare(
     Term const* term, std::set<Symbol const*, TermPrinter::sym_ty_lt>& symbols,
     std::set<DataType const*, TermPrinter::sym_ty_lt>& types) {
-  search(term, new_symbols_, types);
+  search(term, new_symbols_, types, false);
   symbols.clear();
   symbols.insert(new_symbols_.begin(), new_symbols_.end());
 }
 
 void SmtLib2ApiTracer::search(Term const* term, std::vector<Symbol const*>& symbols,
-                              std::set<DataType const*, TermPrinter::sym_ty_lt>& types) {
+                              std::set<DataType const*, TermPrinter::sym_ty_lt>& types,
+                              bool define) {
   symbols.clear();
   types.clear();
   // Bit 2n is the done mark of the term with id n, bit 2n+1 its entered mark.
@@ -222,10 +223,24 @@ void SmtLib2ApiTracer::search(Term const* term, std::vector<Symbol const*>& symb
   // was found declared stays so: its closure bit is set when it is done, and later searches
   // skip it. They would find nothing in it; skipping keeps a session that asserts ever larger
   // formulas over old subterms linear instead of quadratic.
-  if (is_closed(static_cast<std::size_t>(term->get_id()))) {
+  //
+  // With define set (global mode only), the same walk also lists in definitions_, and marks
+  // defined, every term without a definition: it then skips only the terms that are both
+  // closed and defined. Closed terms are walked for their definitions but not examined, and
+  // defined ones are examined but not listed, so the lists are those of the two separate walks.
+  std::size_t const top = static_cast<std::size_t>(term->get_id());
+  grow_marks(top);
+  std::vector<bool>& defined = defined_terms_;
+  if (define && top >= defined.size()) {
+    defined.resize(std::max(2 * defined.size(), top + 1), false);
+  }
+  // Whether the walk can leave the term with id n alone.
+  auto skip = [&](std::size_t n) {
+    return global_decls_ && declared_closure_[n] && (!define || defined[n]);
+  };
+  if (skip(top)) {
     return;
   }
-  grow_marks(static_cast<std::size_t>(term->get_id()));
   std::vector<Term const*>& stack = search_stack_;
   std::vector<Term const*>& visited = search_visited_;
   std::vector<bool>& marks = visit_marks_;
@@ -247,9 +262,13 @@ void SmtLib2ApiTracer::search(Term const* term, std::vector<Symbol const*>& symb
         }
       }
     }
+    if (define && !defined[n]) {
+      definitions_.push_back(t);
+      defined[n] = true;
+    }
   };
   DataType const* last_sort = nullptr;
-  bool last_sort_declarable = false;
+  bool last_sort_undeclared = false;
   try {
     while (!stack.empty()) {
       Term const* t = stack.back();
@@ -263,31 +282,35 @@ void SmtLib2ApiTracer::search(Term const* term, std::vector<Symbol const*>& symb
         finish(t, n);
         continue;
       }
-      if (global && closure[n]) {
+      if (skip(n)) {
         stack.pop_back();
         continue;
       }
+      // Listed before it is marked, so that a failure in between leaves no mark uncleared.
+      visited.push_back(t);
+      bool const examine = !(global && closure[n]);
       Symbol const* s = t->get_symbol();
       DataType const* ty = s->get_output_type();
       bool own_declared = true;
-      if (!mgr_->is_interpreted(s) && !is_symbol_declared(s)) {
+      if (!examine) {
+        // Closed: only its definition is wanted.
+      } else if (!mgr_->is_interpreted(s) && !is_symbol_declared(s)) {
         symbols.push_back(s);
         own_declared = false;
       }
-      if (ty->is_simple()) {
-        // Most terms share their sort with the term examined before: ask the term manager
-        // once per run of one sort.
+      if (examine && ty->is_simple()) {
+        // The declarable sorts are the user's uninterpreted ones. Most terms share their sort
+        // with the term examined before: look the record up once per run of one sort.
         if (ty != last_sort) {
           last_sort = ty;
-          last_sort_declarable = mgr_->get_simple_type(ty->get_name(), true) != nullptr;
+          last_sort_undeclared =
+              ty->is_uninterpreted() && declared_types_.find(ty) == declared_types_.end();
         }
-        if (last_sort_declarable && declared_types_.find(ty) == declared_types_.end()) {
+        if (last_sort_undeclared) {
           types.insert(ty);
           own_declared = false;
         }
       }
-      // Listed before it is marked, so that a failure in between leaves no mark uncleared.
-      visited.push_back(t);
       if (global) {
         closure[n] = own_declared;
       }
@@ -296,7 +319,7 @@ void SmtLib2ApiTracer::search(Term const* term, std::vector<Symbol const*>& symb
       Term const* const* args = t->args();
       for (std::size_t i = 0, arity = t->get_arity(); i < arity; ++i) {
         std::size_t const m = static_cast<std::size_t>(args[i]->get_id());
-        if (!marks[2 * m] && !(global && closure[m])) {
+        if (!marks[2 * m] && !skip(m)) {
           stack.push_back(args[i]);
           pushed = true;
         }
@@ -318,6 +341,9 @@ void SmtLib2ApiTracer::search(Term const* term, std::vector<Symbol const*>& symb
       }
     }
     clear_marks();
+    if (define) {
+      forget_definitions(0);
+    }
     throw;
   }
   clear_marks();
@@ -359,10 +385,6 @@ void SmtLib2ApiTracer::do_print_formula(Term const* t) {
   }
   std::vector<bool>& defined = defined_terms_;
   formula_stack_.push_back(t);
-  // Terms are marked defined as they are found, but their lines reach the trace only in whole
-  // slices at the end: if anything fails before a line is written, its term is unmarked again,
-  // so that the marks name exactly the terms whose lines were written.
-  std::size_t written = 0;  // definitions_[0, written) reached the stream
   try {
     while (!formula_stack_.empty()) {
       Term const* u = formula_stack_.back();
@@ -386,8 +408,27 @@ void SmtLib2ApiTracer::do_print_formula(Term const* t) {
       definitions_.push_back(u);
       defined[static_cast<std::size_t>(u->get_id())] = true;
     }
-    tvx::sort(definitions_.data(), definitions_.size(), PrintLess());
+  } catch (...) {
+    forget_definitions(0);
+    throw;
+  }
+  write_definitions();
+}
 
+// Terms are marked defined as they are found, but their lines reach the trace only in whole
+// slices at the end: if anything fails before a line is written, its term is unmarked again,
+// so that the marks name exactly the terms whose lines were written.
+void SmtLib2ApiTracer::forget_definitions(std::size_t written) {
+  for (std::size_t k = written; k < definitions_.size(); ++k) {
+    defined_terms_[static_cast<std::size_t>(definitions_[k]->get_id())] = false;
+  }
+  definitions_.clear();
+}
+
+void SmtLib2ApiTracer::write_definitions() {
+  std::size_t written = 0;  // definitions_[0, written) reached the stream
+  try {
+    tvx::sort(definitions_.data(), definitions_.size(), PrintLess());
     // The lines are composed in one buffer and written in slices of whole lines, which keeps
     // the buffer small however many terms one call defines.
     std::string const& configured = config_->printer.defines_prefix;
@@ -429,19 +470,34 @@ void SmtLib2ApiTracer::do_print_formula(Term const* t) {
       }
     }
   } catch (...) {
-    for (std::size_t k = written; k < definitions_.size(); ++k) {
-      defined[static_cast<std::size_t>(definitions_[k]->get_id())] = false;
-    }
-    definitions_.clear();
+    forget_definitions(written);
     throw;
   }
   definitions_.clear();
 }
 
+// Global mode: one walk finds what the assertion needs declared and defined; the declarations
+// are written first, then the definitions.
+void SmtLib2ApiTracer::declare_and_define(Term const* t) {
+  definitions_.clear();
+  search(t, new_symbols_, new_types_, true);
+  try {
+    for (DataType const* type : new_types_) {
+      trace_type_declaration(type);
+    }
+    for (Symbol const* sym : new_symbols_) {
+      trace_symbol_declaration(sym);
+    }
+  } catch (...) {
+    forget_definitions(0);
+    throw;
+  }
+  write_definitions();
+}
+
 void SmtLib2ApiTracer::trace_assert_formula(Term const* t) {
-  do_print_new_declarations(t);
   if (global_decls_) {
-    do_print_formula(t);
+    declare_and_define(t);
     if (itp_group_ < 0) {
       out_ << "(assert ";
       outlabel(t, nullptr);
@@ -452,6 +508,7 @@ void SmtLib2ApiTracer::trace_assert_formula(Term const* t) {
       out_ << " :interpolation-group .g" << itp_group_ << "))\n";
     }
   } else {
+    do_print_new_declarations(t);
     line_.clear();  // the annotation
     if (itp_group_ >= 0) {
       line_ += ":interpolation-group .g";

@@ -70,9 +70,14 @@ class SmtLib2ApiTracer : public ApiTracer {
   void grow_marks(std::size_t top);
   void clear_marks();  // clears the marks of the terms on search_visited_
   bool is_closed(std::size_t id) const;
-  // The declaration search: fills symbols, in declaration order, and types.
+  // The declaration search: fills symbols, in declaration order, and types. With define set
+  // (global mode), also lists in definitions_ the terms without a definition.
   void search(Term const* term, std::vector<Symbol const*>& symbols,
-              std::set<DataType const*, TermPrinter::sym_ty_lt>& types);
+              std::set<DataType const*, TermPrinter::sym_ty_lt>& types, bool define);
+  void declare_and_define(Term const* t);  // global mode: declarations, then definitions
+  // Writes the lines of definitions_, in id order; on failure unmarks the unwritten ones.
+  void write_definitions();
+  void forget_definitions(std::size_t written);  // unmarks definitions_[written, end)
   bool is_symbol_declared(Symbol const* s) const;
   void forget_symbol(Symbol const* s);  // erases s from the declared record
   // Appends t to line_: its label in global mode, the full term otherwise.
