@@ -42,6 +42,8 @@ def load(paths):
             data = json.load(f)
         context = data.get("context", context)
         for b in data.get("benchmarks", []):
+            if b.get("run_type") == "aggregate":
+                continue
             if b.get("error_occurred"):
                 print("note: %s: %s" % (b["name"], b.get("error_message")), file=sys.stderr)
                 continue
@@ -50,7 +52,11 @@ def load(paths):
                 continue
             workload, sink, impl, n = parts[0], parts[1], parts[2], int(parts[3])
             scale = {"ns": 1.0, "us": 1e3, "ms": 1e6, "s": 1e9}[b.get("time_unit", "ns")]
-            runs[(workload, sink, impl, n)] = {
+            key = (workload, sink, impl, n)
+            # Of repetitions, the fastest: the one least disturbed by other jobs.
+            if key in runs and runs[key]["ns"] <= b["real_time"] * scale:
+                continue
+            runs[key] = {
                 "ns": b["real_time"] * scale,  # per iteration (manual time)
                 "terms": b.get("terms"),
                 "bytes": b.get("bytes"),

@@ -2,6 +2,7 @@
 # Installs the peers when missing, builds the benchmarks in Release, runs them all and prints
 # one table (also written as bench/results/table.tsv, with the plot bench/results/cost_per_term.svg).
 #   TVX_BENCH_MAX_N       largest N of the size sweeps (default 1000000)
+#   TVX_BENCH_REPETITIONS runs of each tracer benchmark; the table keeps the fastest (default 3)
 #   TVX_BENCH_BUILD_DIR   build directory (default build/bench, the "bench" preset's)
 #   TVX_BENCH_READER_MB   size of the generated reader script in MB (default 100; 0 skips)
 #   TVX_BENCH_CORPUS      directory of .smt2 scripts for the reader (default ../shared/corpus/smt2)
@@ -28,7 +29,10 @@ for prog in tracer_bench z3_peer cvc5_peer; do
   exe="$build/bench/$prog"
   [ -x "$exe" ] || { echo "skipping $prog (not built)"; continue; }
   echo "running $prog ..."
-  "$exe" --benchmark_out="$results/raw/$prog.json" --benchmark_out_format=json >/dev/null ||
+  repetitions=1
+  [ "$prog" = tracer_bench ] && repetitions="${TVX_BENCH_REPETITIONS:-3}"
+  "$exe" --benchmark_repetitions="$repetitions" --benchmark_out="$results/raw/$prog.json" \
+    --benchmark_out_format=json >/dev/null ||
     echo "$prog exited with status $? (its results so far are kept)"
   jsons+=("$results/raw/$prog.json")
 done
