@@ -1,7 +1,10 @@
 #include "smt2/lexer.h"
 
 #include <array>
+#include <climits>
 #include <cstdio>
+#include <cstring>
+#include <streambuf>
 
 #include "smt2/read_error.h"
 
@@ -17,7 +20,9 @@ enum CharClass : std::uint8_t {
   kSymbolStart = 4,  // letters and ~ ! @ $ % ^ & * _ - + = < > . ? /
   kSymbolChar = 8,   // kSymbolStart and digits
   kHexDigit = 16,    // 0-9 a-f A-F
-  kQuotedChar = 32,  // what may stand between bars or quotes: printable, blanks, bytes >= 128
+  kBinDigit = 32,    // 0 1
+  kNotBar = 64,      // all but '|': what a quoted symbol holds
+  kNotQuote = 128,   // all but '"': what a string literal holds between doubled quotes
 };
 
 struct CharTable {
@@ -46,8 +51,14 @@ struct CharTable {
       if ((c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F')) {
         v |= kHexDigit;
       }
-      if ((c >= 32 && c <= 126) || c >= 128 || c == '\t' || c == '\n' || c == '\r') {
-        v |= kQuotedChar;
+      if (c == '0' || c == '1') {
+        v |= kBinDigit;
+      }
+      if (c != '|') {
+        v |= kNotBar;
+      }
+      if (c != '"') {
+        v |= kNotQuote;
       }
       cls[static_cast<std::size_t>(c)] = v;
     }
@@ -59,6 +70,23 @@ constexpr CharTable kTable;
 inline bool is(int c, std::uint8_t mask) {
   return c >= 0 && (kTable.cls[static_cast<std::size_t>(c)] & mask) != 0;
 }
+
+inline bool is(char c, std::uint8_t mask) {
+  return (kTable.cls[static_cast<unsigned char>(c)] & mask) != 0;
+}
+
+// std::streambuf shows its get area only to derived classes; member pointers formed in a
+// derived class reach it on any stream buffer.
+struct GetArea : std::streambuf {
+  static char* next(std::streambuf* b) { return (b->*&GetArea::gptr)(); }
+  static char* end(std::streambuf* b) { return (b->*&GetArea::egptr)(); }
+  static void advance(std::streambuf* b, std::ptrdiff_t n) {
+    for (; n > INT_MAX; n -= INT_MAX) {
+      (b->*&GetArea::gbump)(INT_MAX);
+    }
+    (b->*&GetArea::gbump)(static_cast<int>(n));
+  }
+};
 
 std::string char_text(int c) {
   if (c >= 32 && c <= 126) {
@@ -73,9 +101,7 @@ std::string char_text(int c) {
 
 Lexer::Lexer(std::istream& in, std::string filename)
     : buf_(in.rdbuf()), filename_(std::move(filename)) {
-  if (buf_ == nullptr) {
-    look_ = -1;
-  }
+  at_eof_ = buf_ == nullptr;
 }
 
 void Lexer::error(std::uint64_t line, std::uint64_t column, std::string const& message) const {
@@ -85,6 +111,12 @@ void Lexer::error(std::uint64_t line, std::uint64_t column, std::string const& m
 void Lexer::error_here(std::string const& message) {
   Token const& t = peek();
   error(t.line, t.column, message);
+}
+
+void Lexer::fail(std::uint64_t line, std::uint64_t column, std::string const& message) {
+  have_token_ = false;
+  sync();
+  error(line, column, message);
 }
 
 std::string Lexer::describe(Token const& token) {
@@ -112,45 +144,120 @@ std::string Lexer::describe(Token const& token) {
   return "token";
 }
 
-void Lexer::lex() {
-  // Skip blanks and comments.
+void Lexer::sync() {
+  if (cur_ == synced_) {
+    return;
+  }
+  if (own_char_) {
+    buf_->sbumpc();
+  } else {
+    GetArea::advance(buf_, cur_ - synced_);
+  }
+  synced_ = cur_;
+}
+
+bool Lexer::refill() {
+  if (at_eof_) {
+    return false;
+  }
+  sync();
+  base_ += static_cast<std::uint64_t>(end_ - win_);
+  win_ = cur_ = end_ = synced_ = nullptr;
+  own_char_ = false;
+  // Blocks, on an interactive input, only when the next character is needed.
+  int const c = buf_->sgetc();
+  if (c == std::char_traits<char>::eof()) {
+    at_eof_ = true;
+    return false;
+  }
+  char const* const next = GetArea::next(buf_);
+  char const* const end = GetArea::end(buf_);
+  if (next != end) {
+    win_ = cur_ = synced_ = next;
+    end_ = end;
+  } else {
+    one_ = static_cast<char>(c);
+    win_ = cur_ = synced_ = &one_;
+    end_ = &one_ + 1;
+    own_char_ = true;
+  }
+  return true;
+}
+
+void Lexer::take(std::uint8_t mask, bool lines) {
   for (;;) {
-    int c = peek_char();
-    if (is(c, kSpace)) {
-      next_char();
-    } else if (c == ';') {
-      while (c >= 0 && c != '\n') {
-        next_char();
-        c = peek_char();
+    char const* p = cur_;
+    char const* const end = end_;
+    while (p != end && is(*p, mask)) {
+      if (lines && *p == '\n') {
+        ++line_;
+        line_start_ = base_ + static_cast<std::uint64_t>(p - win_) + 1;
       }
-    } else {
-      break;
+      ++p;
+    }
+    token_.text.append(cur_, p);
+    cur_ = p;
+    if (p != end || !refill()) {
+      return;
     }
   }
+}
+
+// Skips blanks and comments up to the next token or the end of the input.
+void Lexer::skip_blanks() {
+  bool comment = false;
+  for (;;) {
+    char const* p = cur_;
+    char const* const end = end_;
+    while (p != end) {
+      if (comment) {
+        p = static_cast<char const*>(std::memchr(p, '\n', static_cast<std::size_t>(end - p)));
+        if (p == nullptr) {
+          p = end;
+          break;
+        }
+        comment = false;
+      }
+      char const c = *p;
+      if (c == '\n') {
+        ++line_;
+        line_start_ = base_ + static_cast<std::uint64_t>(p - win_) + 1;
+      } else if (c == ';') {
+        comment = true;
+      } else if (!is(c, kSpace)) {
+        cur_ = p;
+        return;
+      }
+      ++p;
+    }
+    cur_ = p;
+    if (!refill()) {
+      return;
+    }
+  }
+}
+
+void Lexer::lex() {
+  skip_blanks();
   token_.text.clear();
   token_.quoted = false;
   token_.line = line_;
-  token_.column = column_;
+  token_.column = column_at(cur_);
   have_token_ = true;
   int const c = peek_char();
   if (c < 0) {
     token_.kind = TokenKind::kEof;
   } else if (c == '(') {
-    next_char();
+    ++cur_;
     token_.kind = TokenKind::kLParen;
   } else if (c == ')') {
-    next_char();
+    ++cur_;
     token_.kind = TokenKind::kRParen;
   } else if (is(c, kDigit)) {
     lex_number();
   } else if (is(c, kSymbolStart)) {
     token_.kind = TokenKind::kSymbol;
-    int d = c;
-    do {
-      token_.text.push_back(static_cast<char>(d));
-      next_char();
-      d = peek_char();
-    } while (is(d, kSymbolChar));
+    take(kSymbolChar, false);
   } else if (c == '|') {
     lex_quoted_symbol();
   } else if (c == '"') {
@@ -158,111 +265,82 @@ void Lexer::lex() {
   } else if (c == ':') {
     token_.kind = TokenKind::kKeyword;
     token_.text.push_back(':');
-    next_char();
+    ++cur_;
     if (!is(peek_char(), kSymbolChar)) {
-      error(token_.line, token_.column, "expected a keyword name after ':'");
+      fail(token_.line, token_.column, "expected a keyword name after ':'");
     }
-    while (is(peek_char(), kSymbolChar)) {
-      token_.text.push_back(static_cast<char>(peek_char()));
-      next_char();
-    }
+    take(kSymbolChar, false);
   } else if (c == '#') {
     lex_hash();
   } else {
-    have_token_ = false;
-    error(line_, column_, "unexpected " + char_text(c));
+    fail(line_, column_at(cur_), "unexpected " + char_text(c));
   }
+  sync();
 }
 
 void Lexer::lex_number() {
   token_.kind = TokenKind::kNumeral;
-  while (is(peek_char(), kDigit)) {
-    token_.text.push_back(static_cast<char>(peek_char()));
-    next_char();
-  }
+  take(kDigit, false);
   if (peek_char() == '.') {
     token_.kind = TokenKind::kDecimal;
     token_.text.push_back('.');
-    next_char();
+    ++cur_;
     if (!is(peek_char(), kDigit)) {
-      have_token_ = false;
-      error(line_, column_, "expected a digit after the decimal point");
+      fail(line_, column_at(cur_), "expected a digit after the decimal point");
     }
-    while (is(peek_char(), kDigit)) {
-      token_.text.push_back(static_cast<char>(peek_char()));
-      next_char();
-    }
+    take(kDigit, false);
   }
 }
 
 void Lexer::lex_hash() {
-  next_char();  // '#'
+  ++cur_;  // '#'
   int const kind = peek_char();
   if (kind == 'b') {
     token_.kind = TokenKind::kBinary;
-    next_char();
+    ++cur_;
     token_.text = "#b";
-    while (peek_char() == '0' || peek_char() == '1') {
-      token_.text.push_back(static_cast<char>(peek_char()));
-      next_char();
-    }
+    take(kBinDigit, false);
     if (token_.text.size() == 2) {
-      have_token_ = false;
-      error(line_, column_, "expected binary digits after '#b'");
+      fail(line_, column_at(cur_), "expected binary digits after '#b'");
     }
   } else if (kind == 'x') {
     token_.kind = TokenKind::kHex;
-    next_char();
+    ++cur_;
     token_.text = "#x";
-    while (is(peek_char(), kHexDigit)) {
-      token_.text.push_back(static_cast<char>(peek_char()));
-      next_char();
-    }
+    take(kHexDigit, false);
     if (token_.text.size() == 2) {
-      have_token_ = false;
-      error(line_, column_, "expected hexadecimal digits after '#x'");
+      fail(line_, column_at(cur_), "expected hexadecimal digits after '#x'");
     }
   } else {
-    have_token_ = false;
-    error(token_.line, token_.column, "expected '#b' or '#x'");
+    fail(token_.line, token_.column, "expected '#b' or '#x'");
   }
 }
 
 void Lexer::lex_quoted_symbol() {
   token_.kind = TokenKind::kSymbol;
   token_.quoted = true;
-  next_char();  // '|'
-  for (;;) {
-    int const c = peek_char();
-    if (c < 0) {
-      have_token_ = false;
-      error(token_.line, token_.column, "quoted symbol not closed by '|' before end of input");
-    }
-    next_char();
-    if (c == '|') {
-      return;
-    }
-    token_.text.push_back(static_cast<char>(c));
+  ++cur_;  // '|'
+  take(kNotBar, true);
+  if (peek_char() < 0) {
+    fail(token_.line, token_.column, "quoted symbol not closed by '|' before end of input");
   }
+  ++cur_;
 }
 
 void Lexer::lex_string() {
   token_.kind = TokenKind::kString;
-  next_char();  // '"'
+  ++cur_;  // '"'
   for (;;) {
-    int const c = peek_char();
-    if (c < 0) {
-      have_token_ = false;
-      error(token_.line, token_.column, "string literal not closed by '\"' before end of input");
+    take(kNotQuote, true);
+    if (peek_char() < 0) {
+      fail(token_.line, token_.column, "string literal not closed by '\"' before end of input");
     }
-    next_char();
-    if (c == '"') {
-      if (peek_char() != '"') {
-        return;
-      }
-      next_char();  // "" stands for one quote
+    ++cur_;
+    if (peek_char() != '"') {
+      return;
     }
-    token_.text.push_back(static_cast<char>(c));
+    ++cur_;  // "" stands for one quote
+    token_.text.push_back('"');
   }
 }
 

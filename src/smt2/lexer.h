@@ -1,5 +1,10 @@
 // Lexer: splits SMT-LIB 2.6 text read from a stream into tokens, one token of look-ahead, and
 // knows the line and column of every token. Invariant: nothing past the current token is read.
+//
+// The text is scanned in place in the stream buffer's get area, a buffer-full at a time, and
+// the stream buffer is advanced past each token as it is lexed; a stream buffer without a get
+// area is read one character at a time. While a lexer lives it must be its stream buffer's only
+// reader.
 #ifndef TVX_SMT2_LEXER_H
 #define TVX_SMT2_LEXER_H
 
@@ -35,6 +40,8 @@ class Lexer {
  public:
   // Reads from `in` through its stream buffer; `filename` only names the input in errors.
   Lexer(std::istream& in, std::string filename);
+  Lexer(Lexer const&) = delete;
+  Lexer& operator=(Lexer const&) = delete;
 
   // The current token; lexed on first use, so that the text after a command is not read
   // before the command has been carried out.
@@ -60,43 +67,35 @@ class Lexer {
 
   std::string const& filename() const { return filename_; }
   // Characters consumed so far.
-  std::uint64_t bytes_read() const { return bytes_; }
+  std::uint64_t bytes_read() const { return base_ + static_cast<std::uint64_t>(cur_ - win_); }
 
   // A short description of a token for messages: "')'", "symbol 'x'", "end of input", ...
   static std::string describe(Token const& token);
 
  private:
-  static constexpr int kNone = -2;  // no look-ahead character fetched yet
-
+  // The column of the character at p, which is in the window and on the current line.
+  std::uint64_t column_at(char const* p) const {
+    return base_ + static_cast<std::uint64_t>(p - win_) - line_start_ + 1;
+  }
+  // Makes the window non-empty; false at the end of the input. Call only when cur_ == end_.
+  bool refill();
+  // Advances the stream buffer to cur_.
+  void sync();
+  // The next character, not consumed, or -1 at the end of the input.
   int peek_char() {
-    if (look_ == kNone) {
-      look_ = buf_->sgetc();
-      if (look_ == std::char_traits<char>::eof()) {
-        look_ = -1;
-      }
+    if (cur_ == end_ && !refill()) {
+      return -1;
     }
-    return look_;
+    return static_cast<unsigned char>(*cur_);
   }
-  // Consumes the look-ahead character and keeps line and column up to date.
-  void next_char() {
-    if (look_ == kNone) {
-      peek_char();
-    }
-    if (look_ < 0) {
-      return;
-    }
-    if (look_ == '\n') {
-      ++line_;
-      column_ = 1;
-    } else {
-      ++column_;
-    }
-    ++bytes_;
-    buf_->sbumpc();
-    look_ = kNone;
-  }
+  // Appends to the token's text the characters from cur_ on that are in the class `mask`
+  // (see lexer.cpp), consuming them; counts lines when `lines` is set.
+  void take(std::uint8_t mask, bool lines);
 
+  // Reports an error found while lexing, with the stream buffer advanced to the culprit.
+  [[noreturn]] void fail(std::uint64_t line, std::uint64_t column, std::string const& message);
   void lex();
+  void skip_blanks();
   void lex_quoted_symbol();
   void lex_string();
   void lex_number();
@@ -104,10 +103,19 @@ class Lexer {
 
   std::streambuf* buf_;
   std::string filename_;
-  int look_ = kNone;
-  std::uint64_t line_ = 1;
-  std::uint64_t column_ = 1;
-  std::uint64_t bytes_ = 0;
+  // The window: characters of the input that are in memory. [cur_, end_) is not yet consumed;
+  // the stream buffer has been advanced to synced_. In a buffered stream the window is the get
+  // area, otherwise the single character one_, taken from the stream buffer by sbumpc.
+  char const* win_ = nullptr;
+  char const* cur_ = nullptr;
+  char const* end_ = nullptr;
+  char const* synced_ = nullptr;
+  bool own_char_ = false;
+  bool at_eof_ = false;
+  char one_ = 0;
+  std::uint64_t base_ = 0;        // offset of win_ in the input
+  std::uint64_t line_ = 1;        // line of cur_
+  std::uint64_t line_start_ = 0;  // offset of the first character of that line
   bool have_token_ = false;
   Token token_;
 };
