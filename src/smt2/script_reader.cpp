@@ -1072,7 +1072,12 @@ void ScriptReader::Impl::open_application() {
   }
   lex_->next();
   if (lex_->peek().kind == TokenKind::kRParen) {
-    expected("an argument of '" + name + "'");
+    // `name` is the head token's text, which lexing the ')' has overwritten.
+    std::string const& head =
+        f.head_kind == HeadKind::kSymbol  ? static_cast<Symbol const*>(f.head)->get_name()
+        : f.head_kind == HeadKind::kMacro ? static_cast<Macro const*>(f.head)->name
+                                          : *static_cast<std::string const*>(f.head);
+    expected("an argument of '" + head + "'");
   }
   frames_.push_back(f);
 }
