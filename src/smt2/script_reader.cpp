@@ -59,6 +59,12 @@ constexpr char const* kUnsupportedSorts[] = {
     "String",       "RegLan", "FloatingPoint", "Float16", "Float32",   "Float64", "Float128",
     "RoundingMode", "Seq",    "Set",           "Bag",     "UnitTuple", "Tuple"};
 
+// Compares with a literal without a call to strlen or memcmp.
+template <std::size_t N>
+bool eq(std::string const& s, char const (&literal)[N]) {
+  return s.size() == N - 1 && std::memcmp(s.data(), literal, N - 1) == 0;
+}
+
 bool is_unsupported_symbol(std::string const& name) {
   for (char const* p : kUnsupportedPrefixes) {
     if (name.compare(0, std::strlen(p), p) == 0) {
@@ -83,7 +89,8 @@ bool is_unsupported_sort(std::string const& name) {
 }
 
 bool is_builtin_sort_name(std::string const& name) {
-  return name == "Bool" || name == "Int" || name == "Real" || name == "BitVec" || name == "Array";
+  return eq(name, "Bool") || eq(name, "Int") || eq(name, "Real") || eq(name, "BitVec") ||
+         eq(name, "Array");
 }
 
 // Parses a decimal numeral into a 64-bit number; false when it does not fit.
@@ -118,10 +125,65 @@ bool all_digits(std::string const& s) {
 // Each level is one traced call; a count beyond this is taken for a mistake.
 constexpr std::uint64_t kMaxPushCount = 1000000;
 
-bool is_arith_mixing_op(std::string const& op) {
-  static std::unordered_set<std::string> const kOps = {
-      "+", "-", "*", "/", "<", "<=", ">", ">=", "=", "distinct", "ite"};
-  return kOps.count(op) != 0;
+// The built-in operators the reader treats apart from the rest.
+enum class Op : std::uint8_t {
+  kUnknown,    // not classified yet
+  kNone,       // not an operator that takes arguments
+  kTrueFalse,  // true, false
+  kAdd,        // +
+  kMul,        // *
+  kSub,        // -
+  kDiv,        // /
+  kIte,        // ite
+  kCompare,    // < <= > >= = distinct
+  kAndOrXor,   // and or xor
+  kRealArg,    // to_int is_int
+  kArray,      // select store
+  kOther,      // every other operator
+};
+
+Op classify_op(std::string const& name) {
+  if (!TermManager::is_builtin_name(name) || is_builtin_sort_name(name)) {
+    return Op::kNone;
+  }
+  if (eq(name, "true") || eq(name, "false")) {
+    return Op::kTrueFalse;
+  }
+  if (eq(name, "+")) {
+    return Op::kAdd;
+  }
+  if (eq(name, "*")) {
+    return Op::kMul;
+  }
+  if (eq(name, "-")) {
+    return Op::kSub;
+  }
+  if (eq(name, "/")) {
+    return Op::kDiv;
+  }
+  if (eq(name, "ite")) {
+    return Op::kIte;
+  }
+  if (eq(name, "<") || eq(name, "<=") || eq(name, ">") || eq(name, ">=") || eq(name, "=") ||
+      eq(name, "distinct")) {
+    return Op::kCompare;
+  }
+  if (eq(name, "and") || eq(name, "or") || eq(name, "xor")) {
+    return Op::kAndOrXor;
+  }
+  if (eq(name, "to_int") || eq(name, "is_int")) {
+    return Op::kRealArg;
+  }
+  if (eq(name, "select") || eq(name, "store")) {
+    return Op::kArray;
+  }
+  return Op::kOther;
+}
+
+// Operators that take Int and Real arguments together, the Int ones made Real.
+bool is_arith_mixing_op(Op op) {
+  return op == Op::kAdd || op == Op::kMul || op == Op::kSub || op == Op::kDiv || op == Op::kIte ||
+         op == Op::kCompare;
 }
 
 // A sort for messages; a function sort as declare-fun writes it: "(Int U) Bool".
@@ -163,6 +225,21 @@ class ScriptReader::Impl {
     Term const* term;      // a definition without parameters (define-fun, :named)
   };
 
+  // Everything one symbol text stands for now, so that each symbol token is looked up once.
+  // An entry is made on first need and kept; empty fields mean nothing in scope.
+  struct Entry {
+    std::string const* text = nullptr;  // the table's key
+    Term const* bound = nullptr;        // a let binding or a define-fun parameter
+    Name name{nullptr, nullptr, nullptr};
+    Term const* constant = nullptr;  // the constant term of name.symbol, once made
+    DataType const* sort = nullptr;  // a declared or defined sort
+    std::uint64_t let_stamp = 0;     // the latest let (or parameter list) that bound it
+    Op op = Op::kUnknown;            // as an operator; classified on first use as one
+    bool named() const {
+      return name.symbol != nullptr || name.macro != nullptr || name.term != nullptr;
+    }
+  };
+
   // The states of a frame on the term parser's work stack.
   enum class State : std::uint8_t {
     // "(" HEAD ARG* ")": the arguments parsed so far are on values_ from values_begin.
@@ -181,7 +258,7 @@ class ScriptReader::Impl {
   struct Frame {
     State state;
     HeadKind head_kind;
-    void const* head;  // std::string const* (builtin name), Symbol const*, or Macro const*
+    void const* head;  // Entry const* (builtin operator), Symbol const*, or Macro const*
     std::size_t values_begin;
     std::size_t aux_begin;  // indices_ (kApply), let_names_ (kLetBinding), let_undo_ (kLetBody)
     std::uint64_t line;     // the head token, or the opening parenthesis
@@ -189,7 +266,7 @@ class ScriptReader::Impl {
   };
 
   struct LetName {
-    std::string name;
+    Entry* entry;
     std::uint64_t line;
     std::uint64_t column;
   };
@@ -256,7 +333,7 @@ class ScriptReader::Impl {
   // Undoes the let bindings made since let_undo_ had `begin` entries, restoring what they hid.
   void undo_lets(std::size_t begin);
   void close_annotation(Term const* value, bool outermost, bool assertion);
-  Term const* build_builtin(std::string const& op, std::size_t begin, std::size_t n,
+  Term const* build_builtin(Entry const& head, std::size_t begin, std::size_t n,
                             std::uint64_t const* indices, std::size_t num_indices,
                             std::uint64_t line, std::uint64_t column);
   Term const* to_real(Term const* t);
@@ -264,13 +341,27 @@ class ScriptReader::Impl {
   Term const* substitute(Macro const& m, Term const* const* args);
   Term const* placeholder(std::size_t index, DataType const* sort);
 
+  Term const* number(std::unordered_map<std::string, Term const*>& cache, Token const& t,
+                     DataType const* sort);
+
   // names and scopes
-  Name const* find_name(std::string const& name) const {
-    auto it = names_.find(name);
-    return it == names_.end() ? nullptr : &it->second;
+  Entry* find_entry(std::string const& text) {
+    auto it = entries_.find(text);
+    return it == entries_.end() ? nullptr : &it->second;
+  }
+  Entry& entry(std::string const& text) {
+    auto it = entries_.try_emplace(text).first;
+    it->second.text = &it->first;
+    return it->second;
+  }
+  Op op_of(Entry& e) {
+    if (e.op == Op::kUnknown) {
+      e.op = classify_op(*e.text);
+    }
+    return e.op;
   }
   void check_fresh_name(Token const& t, std::string const& name);
-  void add_name(std::string const& name, Name entry);
+  void add_name(std::string const& name, Name value);
   void add_sort(std::string const& name, DataType const* sort);
   void pop_scope();
   int group_number(std::string const& name);
@@ -292,15 +383,19 @@ class ScriptReader::Impl {
   Lexer* lex_ = nullptr;
   std::uint64_t commands_ = 0;
 
-  // Scopes: the names visible now, and an undo log of what each open push added.
-  std::unordered_map<std::string, Name> names_;
-  std::unordered_map<std::string, DataType const*> sorts_;
-  std::vector<std::pair<bool, std::string>> scope_log_;  // (is a sort, name)
-  std::vector<std::size_t> scope_marks_;                 // scope_log_ size at each open push
+  // Every symbol text met as a name; the table's nodes, and so the entries, never move.
+  std::unordered_map<std::string, Entry> entries_;
+  // Scopes: an undo log of what each open push added.
+  std::vector<std::pair<bool, Entry*>> scope_log_;  // (is a sort, entry)
+  std::vector<std::size_t> scope_marks_;            // scope_log_ size at each open push
   bool global_declarations_ = false;
   bool numerals_are_real_ = false;  // set by a logic of reals without integers
   std::deque<Macro> macros_;
   std::map<std::pair<std::size_t, DataType const*>, Term const*> placeholders_;
+  // Numeral terms by their text: Int numerals, Real numerals and decimals, bit-vector literals.
+  std::unordered_map<std::string, Term const*> int_numbers_;
+  std::unordered_map<std::string, Term const*> real_numbers_;
+  std::unordered_map<std::string, Term const*> bv_numbers_;
 
   // Interpolation groups by their names in the script.
   std::unordered_map<std::string, int> groups_;
@@ -314,9 +409,8 @@ class ScriptReader::Impl {
   std::vector<Term const*> values_;
   std::vector<std::uint64_t> indices_;
   std::vector<LetName> let_names_;
-  std::unordered_map<std::string, Term const*> let_env_;
-  std::vector<std::pair<std::string, Term const*>> let_undo_;  // name, shadowed term or null
-  std::unordered_set<std::string> op_names_;                   // interned builtin names
+  std::vector<std::pair<Entry*, Term const*>> let_undo_;  // entry, shadowed term or null
+  std::uint64_t let_stamp_ = 0;
   std::vector<Term const*> args_scratch_;
 
   // Substitution scratch.
@@ -339,8 +433,7 @@ void ScriptReader::Impl::read(std::istream& in, std::string const& filename) {
       self->values_.clear();
       self->indices_.clear();
       self->let_names_.clear();
-      self->let_env_.clear();
-      self->let_undo_.clear();
+      self->undo_lets(0);
     }
   } reset{this};
   for (;;) {
@@ -349,16 +442,17 @@ void ScriptReader::Impl::read(std::istream& in, std::string const& filename) {
     }
     // The term layer reports misuse with exceptions; the commands turn the ones they expect
     // into positioned errors, and this net catches any other at the command's position.
-    Token const start = lex.peek();
+    std::uint64_t const line = lex.peek().line;
+    std::uint64_t const column = lex.peek().column;
     bool more = true;
     try {
       more = command();
     } catch (std::invalid_argument const& e) {
-      error_at(start, e.what());
+      error_at(line, column, e.what());
     } catch (std::out_of_range const& e) {
-      error_at(start, e.what());
+      error_at(line, column, e.what());
     } catch (std::length_error const& e) {
-      error_at(start, e.what());
+      error_at(line, column, e.what());
     }
     if (!more) {
       return;
@@ -379,26 +473,26 @@ bool ScriptReader::Impl::command() {
   }
   lex_->next();
   std::string const& name = cmd.text;
-  if (name == "assert") {
+  if (eq(name, "assert")) {
     cmd_assert();
-  } else if (name == "declare-fun") {
+  } else if (eq(name, "declare-fun")) {
     cmd_declare_fun(false);
-  } else if (name == "declare-const") {
+  } else if (eq(name, "declare-const")) {
     cmd_declare_fun(true);
-  } else if (name == "define-fun") {
+  } else if (eq(name, "define-fun")) {
     cmd_define_fun(false);
-  } else if (name == "define-const") {
+  } else if (eq(name, "define-const")) {
     cmd_define_fun(true);
-  } else if (name == "declare-sort") {
+  } else if (eq(name, "declare-sort")) {
     cmd_declare_sort();
-  } else if (name == "define-sort") {
+  } else if (eq(name, "define-sort")) {
     cmd_define_sort();
-  } else if (name == "push" || name == "pop") {
-    cmd_push_pop(name == "push", cmd);
-  } else if (name == "check-sat") {
+  } else if (eq(name, "push") || eq(name, "pop")) {
+    cmd_push_pop(eq(name, "push"), cmd);
+  } else if (eq(name, "check-sat")) {
     expect_rparen(" after check-sat");
     tracer_.trace_check();
-  } else if (name == "check-sat-assuming") {
+  } else if (eq(name, "check-sat-assuming")) {
     cmd_term_list(terms_scratch_, true, "check-sat-assuming");
     std::vector<TheoryLit> lits;
     lits.reserve(terms_scratch_.size());
@@ -410,24 +504,24 @@ bool ScriptReader::Impl::command() {
       }
     }
     tracer_.trace_check_with_assumptions(lits);
-  } else if (name == "check-allsat") {
+  } else if (eq(name, "check-allsat")) {
     cmd_term_list(terms_scratch_, true, "check-allsat");
     tracer_.trace_check_allsat(terms_scratch_);
-  } else if (name == "get-value") {
+  } else if (eq(name, "get-value")) {
     cmd_term_list(terms_scratch_, false, "get-value");
     for (Term const* t : terms_scratch_) {
       tracer_.trace_get_model_value(t);
     }
-  } else if (name == "get-model") {
+  } else if (eq(name, "get-model")) {
     expect_rparen(" after get-model");
     tracer_.trace_get_model();
-  } else if (name == "get-unsat-core") {
+  } else if (eq(name, "get-unsat-core")) {
     expect_rparen(" after get-unsat-core");
     tracer_.trace_get_unsat_core();
-  } else if (name == "get-unsat-assumptions") {
+  } else if (eq(name, "get-unsat-assumptions")) {
     expect_rparen(" after get-unsat-assumptions");
     tracer_.trace_get_unsat_assumptions();
-  } else if (name == "get-interpolant") {
+  } else if (eq(name, "get-interpolant")) {
     expect_lparen(" starting the list of interpolation groups");
     std::vector<int> groups;
     while (lex_->peek().kind != TokenKind::kRParen) {
@@ -436,15 +530,15 @@ bool ScriptReader::Impl::command() {
     lex_->next();
     expect_rparen(" after the list of interpolation groups");
     tracer_.trace_get_interpolant(groups);
-  } else if (name == "reset-assertions") {
+  } else if (eq(name, "reset-assertions")) {
     expect_rparen(" after reset-assertions");
     while (!scope_marks_.empty()) {
       pop_scope();
     }
     tracer_.trace_reset_assertions();
-  } else if (name == "set-option") {
+  } else if (eq(name, "set-option")) {
     cmd_set_option();
-  } else if (name == "set-logic") {
+  } else if (eq(name, "set-logic")) {
     std::string const logic = expect_symbol("a logic name");
     expect_rparen(" after the logic name");
     // In a logic of reals without integers a numeral such as 1 denotes a Real.
@@ -454,40 +548,40 @@ bool ScriptReader::Impl::command() {
     bool const reals =
         logic.find("RA") != std::string::npos || logic.find("RDL") != std::string::npos;
     numerals_are_real_ = reals && !ints;
-  } else if (name == "set-info") {
+  } else if (eq(name, "set-info")) {
     if (lex_->peek().kind != TokenKind::kKeyword) {
       expected("a keyword");
     }
     lex_->next();
     skip_attribute_value();
     expect_rparen(" after the info value");
-  } else if (name == "get-info" || name == "get-option") {
+  } else if (eq(name, "get-info") || eq(name, "get-option")) {
     if (lex_->peek().kind != TokenKind::kKeyword) {
       expected("a keyword");
     }
     lex_->next();
     expect_rparen(" after the keyword");
-  } else if (name == "echo") {
+  } else if (eq(name, "echo")) {
     if (lex_->peek().kind != TokenKind::kString) {
       expected("a string literal");
     }
     lex_->next();
     expect_rparen(" after the string");
-  } else if (name == "exit") {
+  } else if (eq(name, "exit")) {
     expect_rparen(" after exit");
     return false;
-  } else if (name == "reset") {
+  } else if (eq(name, "reset")) {
     error_at(cmd, "the command 'reset' is not supported");
-  } else if (name == "define-fun-rec" || name == "define-funs-rec") {
+  } else if (eq(name, "define-fun-rec") || eq(name, "define-funs-rec")) {
     error_at(cmd, "recursive definitions ('" + name + "') are not supported");
-  } else if (name == "declare-datatype" || name == "declare-datatypes" ||
-             name == "declare-codatatypes") {
+  } else if (eq(name, "declare-datatype") || eq(name, "declare-datatypes") ||
+             eq(name, "declare-codatatypes")) {
     error_at(cmd, "datatypes ('" + name + "') are not supported");
-  } else if (name == "get-assertions" || name == "get-assignment" || name == "get-proof" ||
-             name == "simplify" || name == "get-abduct" || name == "block-model" ||
-             name == "get-qe" || name == "declare-pool" || name == "get-difficulty" ||
-             name == "get-learned-literals" || name == "check-synth" ||
-             name == "get-timeout-core" || name == "block-model-values") {
+  } else if (eq(name, "get-assertions") || eq(name, "get-assignment") || eq(name, "get-proof") ||
+             eq(name, "simplify") || eq(name, "get-abduct") || eq(name, "block-model") ||
+             eq(name, "get-qe") || eq(name, "declare-pool") || eq(name, "get-difficulty") ||
+             eq(name, "get-learned-literals") || eq(name, "check-synth") ||
+             eq(name, "get-timeout-core") || eq(name, "block-model-values")) {
     error_at(cmd, "the command '" + name + "' is not supported");
   } else {
     error_at(cmd, "unknown command '" + name + "'");
@@ -525,7 +619,8 @@ void ScriptReader::Impl::skip_attribute_value() {
 // ----------------------------------------------------------------------------- scopes
 
 void ScriptReader::Impl::check_fresh_name(Token const& t, std::string const& name) {
-  if (find_name(name) != nullptr) {
+  Entry const* e = find_entry(name);
+  if (e != nullptr && e->named()) {
     error_at(t, "'" + name + "' is already declared or defined");
   }
   if (TermManager::is_builtin_name(name)) {
@@ -533,17 +628,20 @@ void ScriptReader::Impl::check_fresh_name(Token const& t, std::string const& nam
   }
 }
 
-void ScriptReader::Impl::add_name(std::string const& name, Name entry) {
-  names_[name] = entry;
+void ScriptReader::Impl::add_name(std::string const& name, Name value) {
+  Entry& e = entry(name);
+  e.name = value;
+  e.constant = nullptr;
   if (!global_declarations_ && !scope_marks_.empty()) {
-    scope_log_.emplace_back(false, name);
+    scope_log_.emplace_back(false, &e);
   }
 }
 
 void ScriptReader::Impl::add_sort(std::string const& name, DataType const* sort) {
-  sorts_[name] = sort;
+  Entry& e = entry(name);
+  e.sort = sort;
   if (!global_declarations_ && !scope_marks_.empty()) {
-    scope_log_.emplace_back(true, name);
+    scope_log_.emplace_back(true, &e);
   }
 }
 
@@ -551,11 +649,12 @@ void ScriptReader::Impl::pop_scope() {
   std::size_t const mark = scope_marks_.back();
   scope_marks_.pop_back();
   while (scope_log_.size() > mark) {
-    auto const& entry = scope_log_.back();
-    if (entry.first) {
-      sorts_.erase(entry.second);
+    Entry& e = *scope_log_.back().second;
+    if (scope_log_.back().first) {
+      e.sort = nullptr;
     } else {
-      names_.erase(entry.second);
+      e.name = Name{nullptr, nullptr, nullptr};
+      e.constant = nullptr;
     }
     scope_log_.pop_back();
   }
@@ -598,7 +697,7 @@ void ScriptReader::Impl::cmd_declare_sort() {
                             arity_tok.text + ")");
   }
   expect_rparen(" after the sort's arity");
-  if (sorts_.count(name) != 0) {
+  if (Entry const* e = find_entry(name); e != nullptr && e->sort != nullptr) {
     error_at(name_tok, "sort '" + name + "' is already declared or defined");
   }
   if (is_builtin_sort_name(name) || is_unsupported_sort(name)) {
@@ -627,7 +726,9 @@ void ScriptReader::Impl::cmd_define_sort() {
   lex_->next();
   DataType const* sort = parse_sort();
   expect_rparen(" after the sort");
-  if (sorts_.count(name) != 0 || is_builtin_sort_name(name) || is_unsupported_sort(name)) {
+  Entry const* e = find_entry(name);
+  if ((e != nullptr && e->sort != nullptr) || is_builtin_sort_name(name) ||
+      is_unsupported_sort(name)) {
     error_at(name_tok, "sort '" + name + "' is already declared or defined");
   }
   add_sort(name, sort);
@@ -681,21 +782,22 @@ void ScriptReader::Impl::cmd_define_fun(bool is_const) {
   std::size_t const undo_begin = let_undo_.size();
   if (!is_const) {
     expect_lparen(" starting the parameter list");
-    std::unordered_set<std::string> seen;
+    std::uint64_t const stamp = ++let_stamp_;
     while (lex_->peek().kind != TokenKind::kRParen) {
       expect_lparen(" starting a parameter (NAME SORT)");
       Token const param_tok = lex_->peek();
       std::string param = expect_symbol("a parameter name");
       DataType const* sort = parse_sort();
       expect_rparen(" after the parameter's sort");
-      if (!seen.insert(param).second) {
+      Entry& e = entry(param);
+      if (e.let_stamp == stamp) {
         error_at(param_tok, "parameter '" + param + "' occurs twice");
       }
+      e.let_stamp = stamp;
       Term const* p = placeholder(macro.params.size(), sort);
       macro.params.push_back(p);
-      auto it = let_env_.find(param);
-      let_undo_.emplace_back(param, it == let_env_.end() ? nullptr : it->second);
-      let_env_[param] = p;
+      let_undo_.emplace_back(&e, e.bound);
+      e.bound = p;
     }
     lex_->next();
   }
@@ -748,12 +850,13 @@ void ScriptReader::Impl::cmd_push_pop(bool push, Token const& command_token) {
 }
 
 void ScriptReader::Impl::cmd_assert() {
-  Token const term_tok = lex_->peek();
+  std::uint64_t const line = lex_->peek().line;
+  std::uint64_t const column = lex_->peek().column;
   have_pending_group_ = false;
   Term const* t = parse_term(true);
   expect_rparen(" after the asserted formula");
   if (t->get_type() != mgr_.get_bool_type()) {
-    error_at(term_tok,
+    error_at(line, column,
              "assert expects a formula of sort Bool, found sort " + sort_text(t->get_type()));
   }
   if (have_pending_group_) {
@@ -772,7 +875,7 @@ void ScriptReader::Impl::cmd_set_option() {
     expected("an option keyword");
   }
   lex_->next();
-  if (key.text == ":config") {
+  if (eq(key.text, ":config")) {
     Token const value = lex_->peek();
     if (value.kind != TokenKind::kString) {
       expected("a string \"KEY=VALUE\"");
@@ -790,7 +893,7 @@ void ScriptReader::Impl::cmd_set_option() {
     }
     return;
   }
-  if (key.text == ":global-decls" || key.text == ":global-declarations") {
+  if (eq(key.text, ":global-decls") || eq(key.text, ":global-declarations")) {
     Token const value = lex_->peek();
     if (value.kind != TokenKind::kSymbol || (value.text != "true" && value.text != "false")) {
       expected("'true' or 'false'");
@@ -828,18 +931,17 @@ void ScriptReader::Impl::cmd_term_list(std::vector<Term const*>& out, bool allow
 
 DataType const* ScriptReader::Impl::resolve_sort(Token const& t) {
   std::string const& name = t.text;
-  if (name == "Bool") {
+  if (eq(name, "Bool")) {
     return mgr_.get_bool_type();
   }
-  if (name == "Int") {
+  if (eq(name, "Int")) {
     return mgr_.get_integer_type();
   }
-  if (name == "Real") {
+  if (eq(name, "Real")) {
     return mgr_.get_rational_type();
   }
-  auto it = sorts_.find(name);
-  if (it != sorts_.end()) {
-    return it->second;
+  if (Entry const* e = find_entry(name); e != nullptr && e->sort != nullptr) {
+    return e->sort;
   }
   if (is_unsupported_sort(name)) {
     error_at(t, "the sort '" + name + "' is not supported");
@@ -870,7 +972,7 @@ DataType const* ScriptReader::Impl::parse_sort() {
         expected("a sort");
       }
       lex_->next();
-      if (head.text == "_") {
+      if (eq(head.text, "_")) {
         Token const id = lex_->peek();
         std::string const index_name = expect_symbol("'BitVec'");
         if (index_name == "FloatingPoint") {
@@ -887,13 +989,13 @@ DataType const* ScriptReader::Impl::parse_sort() {
         } catch (std::invalid_argument const& e) {
           error_at(width_tok, e.what());
         }
-      } else if (head.text == "Array") {
+      } else if (eq(head.text, "Array")) {
         stack.push_back(Pending{head.line, head.column, nullptr});
         continue;
       } else if (is_unsupported_sort(head.text)) {
         error_at(head, "the sort '" + head.text + "' is not supported");
-      } else if (sorts_.count(head.text) != 0 || head.text == "Bool" || head.text == "Int" ||
-                 head.text == "Real") {
+      } else if ((find_entry(head.text) != nullptr && find_entry(head.text)->sort != nullptr) ||
+                 eq(head.text, "Bool") || eq(head.text, "Int") || eq(head.text, "Real")) {
         error_at(head,
                  "parametric sorts are not supported ('" + head.text + "' takes no arguments)");
       } else {
@@ -961,18 +1063,33 @@ Term const* ScriptReader::Impl::coerce(Term const* t, DataType const* sort) {
   return t;
 }
 
+// A numeral term, made by the term manager the first time its text is met with that sort.
+Term const* ScriptReader::Impl::number(std::unordered_map<std::string, Term const*>& cache,
+                                       Token const& t, DataType const* sort) {
+  auto it = cache.find(t.text);
+  if (it != cache.end()) {
+    return it->second;
+  }
+  if (sort == nullptr) {  // a bit-vector literal: its digits give the width
+    std::size_t const digits = t.text.size() - 2;
+    sort = mgr_.get_bv_type(t.kind == TokenKind::kBinary ? digits : digits * 4);
+  }
+  Term const* n = mgr_.make_number(t.text, sort);
+  cache.emplace(t.text, n);
+  return n;
+}
+
 Term const* ScriptReader::Impl::atom(Token const& t) {
   try {
     switch (t.kind) {
       case TokenKind::kNumeral:
-        return mgr_.make_number(
-            t.text, numerals_are_real_ ? mgr_.get_rational_type() : mgr_.get_integer_type());
+        return numerals_are_real_ ? number(real_numbers_, t, mgr_.get_rational_type())
+                                  : number(int_numbers_, t, mgr_.get_integer_type());
       case TokenKind::kDecimal:
-        return mgr_.make_number(t.text, mgr_.get_rational_type());
+        return number(real_numbers_, t, mgr_.get_rational_type());
       case TokenKind::kBinary:
-        return mgr_.make_number(t.text, mgr_.get_bv_type(t.text.size() - 2));
       case TokenKind::kHex:
-        return mgr_.make_number(t.text, mgr_.get_bv_type((t.text.size() - 2) * 4));
+        return number(bv_numbers_, t, nullptr);
       default:
         break;
     }
@@ -988,31 +1105,36 @@ Term const* ScriptReader::Impl::atom(Token const& t) {
       expected("a term");
   }
   std::string const& name = t.text;
-  auto bound = let_env_.find(name);
-  if (bound != let_env_.end()) {
-    return bound->second;
-  }
-  if (Name const* n = find_name(name)) {
-    if (n->symbol != nullptr) {
-      if (n->symbol->get_arity() != 0) {
-        error_at(t, "'" + name + "' is a function of " + std::to_string(n->symbol->get_arity()) +
+  if (Entry* e = find_entry(name); e != nullptr) {
+    if (e->bound != nullptr) {
+      return e->bound;
+    }
+    Name const& n = e->name;
+    if (n.symbol != nullptr) {
+      if (n.symbol->get_arity() != 0) {
+        error_at(t, "'" + name + "' is a function of " + std::to_string(n.symbol->get_arity()) +
                         " argument(s), used as a constant");
       }
-      return mgr_.make_constant(n->symbol);
+      if (e->constant == nullptr) {
+        e->constant = mgr_.make_constant(n.symbol);
+      }
+      return e->constant;
     }
-    if (n->term != nullptr) {
-      return n->term;
+    if (n.term != nullptr) {
+      return n.term;
     }
-    error_at(t, "'" + name + "' is a function of " + std::to_string(n->macro->params.size()) +
-                    " argument(s), used as a constant");
+    if (n.macro != nullptr) {
+      error_at(t, "'" + name + "' is a function of " + std::to_string(n.macro->params.size()) +
+                      " argument(s), used as a constant");
+    }
   }
-  if (name == "true") {
+  if (eq(name, "true")) {
     return mgr_.make_true();
   }
-  if (name == "false") {
+  if (eq(name, "false")) {
     return mgr_.make_false();
   }
-  if (!t.quoted && (name == "forall" || name == "exists")) {
+  if (!t.quoted && (eq(name, "forall") || eq(name, "exists"))) {
     error_at(t, "quantifiers are not supported");
   }
   if (is_builtin_sort_name(name)) {
@@ -1033,37 +1155,39 @@ void ScriptReader::Impl::open_application() {
   std::string const& name = t.text;
   Frame f{State::kApply, HeadKind::kBuiltin, nullptr, values_.size(), indices_.size(), t.line,
           t.column};
-  if (let_env_.count(name) != 0) {
+  Entry& e = entry(name);
+  if (e.bound != nullptr) {
     error_at(t, "'" + name + "' is bound by let to a term and cannot be applied to arguments");
   }
-  if (Name const* n = find_name(name)) {
-    if (n->symbol != nullptr) {
-      if (n->symbol->get_arity() == 0) {
+  if (e.named()) {
+    Name const& n = e.name;
+    if (n.symbol != nullptr) {
+      if (n.symbol->get_arity() == 0) {
         error_at(t, "'" + name + "' is a constant and cannot be applied to arguments");
       }
       f.head_kind = HeadKind::kSymbol;
-      f.head = n->symbol;
+      f.head = n.symbol;
     } else {
-      if (n->term != nullptr) {
+      if (n.term != nullptr) {
         error_at(t, "'" + name +
                         "' is defined without parameters and cannot be applied to "
                         "arguments");
       }
       f.head_kind = HeadKind::kMacro;
-      f.head = n->macro;
+      f.head = n.macro;
     }
-  } else if (TermManager::is_builtin_name(name) && !is_builtin_sort_name(name)) {
-    if (name == "true" || name == "false") {
+  } else if (Op const op = op_of(e); op != Op::kNone) {
+    if (op == Op::kTrueFalse) {
       error_at(t, "'" + name + "' cannot be applied to arguments");
     }
-    f.head = &*op_names_.insert(name).first;
-  } else if (!t.quoted && (name == "forall" || name == "exists")) {
+    f.head = &e;
+  } else if (!t.quoted && (eq(name, "forall") || eq(name, "exists"))) {
     error_at(t, "quantifiers are not supported");
-  } else if (!t.quoted && name == "lambda") {
+  } else if (!t.quoted && eq(name, "lambda")) {
     error_at(t, "lambda is not supported");
-  } else if (!t.quoted && name == "match") {
+  } else if (!t.quoted && eq(name, "match")) {
     error_at(t, "datatypes (match) are not supported");
-  } else if (!t.quoted && name == "as") {
+  } else if (!t.quoted && eq(name, "as")) {
     error_at(t, "qualified terms (as) are not supported");
   } else if (is_unsupported_symbol(name)) {
     error_at(t, "the symbol '" + name + "' is not supported");
@@ -1072,12 +1196,8 @@ void ScriptReader::Impl::open_application() {
   }
   lex_->next();
   if (lex_->peek().kind == TokenKind::kRParen) {
-    // `name` is the head token's text, which lexing the ')' has overwritten.
-    std::string const& head =
-        f.head_kind == HeadKind::kSymbol  ? static_cast<Symbol const*>(f.head)->get_name()
-        : f.head_kind == HeadKind::kMacro ? static_cast<Macro const*>(f.head)->name
-                                          : *static_cast<std::string const*>(f.head);
-    expected("an argument of '" + head + "'");
+    // Not `name`: that is the head token's text, which lexing the ')' has overwritten.
+    expected("an argument of '" + *e.text + "'");
   }
   frames_.push_back(f);
 }
@@ -1085,8 +1205,8 @@ void ScriptReader::Impl::open_application() {
 // "((" is read; parses "_ OP INDEX+)" and pushes a kApply frame with the indices.
 void ScriptReader::Impl::open_indexed_application() {
   Token const& u = lex_->peek();
-  if (u.kind != TokenKind::kSymbol || u.text != "_") {
-    if (u.kind == TokenKind::kSymbol && u.text == "as") {
+  if (u.kind != TokenKind::kSymbol || !eq(u.text, "_")) {
+    if (u.kind == TokenKind::kSymbol && eq(u.text, "as")) {
       error_at(u, "qualified terms (as) are not supported");
     }
     expected("'_' starting an indexed operator");
@@ -1108,8 +1228,10 @@ void ScriptReader::Impl::open_indexed_application() {
   if (lex_->peek().kind == TokenKind::kRParen) {
     expected("an argument of '" + name + "'");
   }
-  frames_.push_back(Frame{State::kApply, HeadKind::kBuiltin, &*op_names_.insert(name).first,
-                          values_.size(), indices_begin, op.line, op.column});
+  Entry& e = entry(name);
+  op_of(e);
+  frames_.push_back(Frame{State::kApply, HeadKind::kBuiltin, &e, values_.size(), indices_begin,
+                          op.line, op.column});
 }
 
 // "(_" is read; parses "bvN W)".
@@ -1135,37 +1257,38 @@ Term const* ScriptReader::Impl::indexed_constant() {
   }
 }
 
-Term const* ScriptReader::Impl::build_builtin(std::string const& op, std::size_t begin,
-                                              std::size_t n, std::uint64_t const* indices,
-                                              std::size_t num_indices, std::uint64_t line,
-                                              std::uint64_t column) {
+Term const* ScriptReader::Impl::build_builtin(Entry const& head, std::size_t begin, std::size_t n,
+                                              std::uint64_t const* indices, std::size_t num_indices,
+                                              std::uint64_t line, std::uint64_t column) {
+  std::string const& op = *head.text;
+  Op const code = head.op;
   Term const** args = values_.data() + begin;
   try {
-    if (is_arith_mixing_op(op)) {
-      std::size_t const first = op == "ite" ? 1 : 0;
+    if (is_arith_mixing_op(code)) {
+      std::size_t const first = code == Op::kIte ? 1 : 0;
       bool has_int = false;
       bool has_real = false;
       for (std::size_t i = first; i < n; ++i) {
         has_int = has_int || args[i]->get_type()->is_int();
         has_real = has_real || args[i]->get_type()->is_real();
       }
-      if (has_int && (has_real || op == "/")) {
+      if (has_int && (has_real || code == Op::kDiv)) {
         for (std::size_t i = first; i < n; ++i) {
           args[i] = coerce(args[i], mgr_.get_rational_type());
         }
       }
-      if (n == 1 && (op == "+" || op == "*") &&
+      if (n == 1 && (code == Op::kAdd || code == Op::kMul) &&
           (args[0]->get_type()->is_int() || args[0]->get_type()->is_real())) {
         return args[0];  // a sum or product of one term is that term
       }
       // Numerals as the printer writes them: (- 5) and (/ 1.0 2.0).
-      if (op == "-" && n == 1 && args[0]->get_symbol()->get_tag() == SymbolTag::NUMERAL) {
+      if (code == Op::kSub && n == 1 && args[0]->get_symbol()->get_tag() == SymbolTag::NUMERAL) {
         std::string const& v = args[0]->get_symbol()->get_name();
         if (!v.empty() && v[0] != '-' && v != "0") {
           return mgr_.make_number("-" + v, args[0]->get_type());
         }
       }
-      if (op == "/" && n == 2 && args[0]->get_symbol()->get_tag() == SymbolTag::NUMERAL &&
+      if (code == Op::kDiv && n == 2 && args[0]->get_symbol()->get_tag() == SymbolTag::NUMERAL &&
           args[1]->get_symbol()->get_tag() == SymbolTag::NUMERAL) {
         std::string const& a = args[0]->get_symbol()->get_name();
         std::string const& b = args[1]->get_symbol()->get_name();
@@ -1173,11 +1296,11 @@ Term const* ScriptReader::Impl::build_builtin(std::string const& op, std::size_t
           return mgr_.make_number(a + "/" + b, mgr_.get_rational_type());
         }
       }
-    } else if (n == 1 && (op == "and" || op == "or" || op == "xor")) {
+    } else if (n == 1 && code == Op::kAndOrXor) {
       return args[0];  // a one-argument conjunction or disjunction is its argument
-    } else if ((op == "to_int" || op == "is_int") && n == 1) {
+    } else if (code == Op::kRealArg && n == 1) {
       args[0] = coerce(args[0], mgr_.get_rational_type());
-    } else if ((op == "select" || op == "store") && n >= 2 && args[0]->get_type()->is_array()) {
+    } else if (code == Op::kArray && n >= 2 && args[0]->get_type()->is_array()) {
       args[1] = coerce(args[1], args[0]->get_type()->get_array_index());
       if (n == 3) {
         args[2] = coerce(args[2], args[0]->get_type()->get_array_element());
@@ -1236,7 +1359,7 @@ Term const* ScriptReader::Impl::close_application() {
       break;
     }
     case HeadKind::kBuiltin: {
-      std::string const& op = *static_cast<std::string const*>(f.head);
+      Entry const& op = *static_cast<Entry const*>(f.head);
       std::size_t const num_indices = indices_.size() - f.aux_begin;
       result = build_builtin(op, f.values_begin, n, indices_.data() + f.aux_begin, num_indices,
                              f.line, f.column);
@@ -1306,12 +1429,7 @@ Term const* ScriptReader::Impl::substitute(Macro const& m, Term const* const* ar
 
 void ScriptReader::Impl::undo_lets(std::size_t begin) {
   while (let_undo_.size() > begin) {
-    auto& u = let_undo_.back();
-    if (u.second == nullptr) {
-      let_env_.erase(u.first);
-    } else {
-      let_env_[u.first] = u.second;
-    }
+    let_undo_.back().first->bound = let_undo_.back().second;
     let_undo_.pop_back();
   }
 }
@@ -1319,16 +1437,16 @@ void ScriptReader::Impl::undo_lets(std::size_t begin) {
 void ScriptReader::Impl::bind_let(Frame& f) {
   std::size_t const n = let_names_.size() - f.aux_begin;
   std::size_t const undo_begin = let_undo_.size();
+  std::uint64_t const stamp = ++let_stamp_;
   for (std::size_t i = 0; i < n; ++i) {
     LetName const& ln = let_names_[f.aux_begin + i];
-    for (std::size_t j = 0; j < i; ++j) {
-      if (let_names_[f.aux_begin + j].name == ln.name) {
-        error_at(ln.line, ln.column, "'" + ln.name + "' is bound twice in one let");
-      }
+    Entry& e = *ln.entry;
+    if (e.let_stamp == stamp) {
+      error_at(ln.line, ln.column, "'" + *e.text + "' is bound twice in one let");
     }
-    auto it = let_env_.find(ln.name);
-    let_undo_.emplace_back(ln.name, it == let_env_.end() ? nullptr : it->second);
-    let_env_[ln.name] = values_[f.values_begin + i];
+    e.let_stamp = stamp;
+    let_undo_.emplace_back(&e, e.bound);
+    e.bound = values_[f.values_begin + i];
   }
   let_names_.resize(f.aux_begin);
   values_.resize(f.values_begin);
@@ -1345,12 +1463,12 @@ void ScriptReader::Impl::close_annotation(Term const* value, bool outermost, boo
     }
     lex_->next();
     any = true;
-    if (key.text == ":named") {
+    if (eq(key.text, ":named")) {
       Token const name_tok = lex_->peek();
       std::string const name = expect_symbol("a name after ':named'");
       check_fresh_name(name_tok, name);
       add_name(name, Name{nullptr, nullptr, value});
-    } else if (key.text == ":interpolation-group") {
+    } else if (eq(key.text, ":interpolation-group")) {
       if (!outermost || !assertion) {
         error_at(key, "':interpolation-group' is allowed only on an asserted formula");
       }
@@ -1379,7 +1497,7 @@ Term const* ScriptReader::Impl::parse_term(bool assertion) {
       std::uint64_t const column = t.column;
       lex_->next();
       Token const& h = lex_->peek();
-      if (h.kind == TokenKind::kSymbol && !h.quoted && h.text == "let") {
+      if (h.kind == TokenKind::kSymbol && !h.quoted && eq(h.text, "let")) {
         lex_->next();
         expect_lparen(" starting the let bindings");
         if (lex_->peek().kind == TokenKind::kRParen) {
@@ -1392,17 +1510,17 @@ Term const* ScriptReader::Impl::parse_term(bool assertion) {
         }
         frames_.push_back(Frame{State::kLetBinding, HeadKind::kBuiltin, nullptr, values_.size(),
                                 let_names_.size(), line, column});
-        let_names_.push_back(LetName{nt.text, nt.line, nt.column});
+        let_names_.push_back(LetName{&entry(nt.text), nt.line, nt.column});
         lex_->next();
         continue;
       }
-      if (h.kind == TokenKind::kSymbol && !h.quoted && h.text == "!") {
+      if (h.kind == TokenKind::kSymbol && !h.quoted && eq(h.text, "!")) {
         lex_->next();
         frames_.push_back(Frame{State::kAnnotation, HeadKind::kBuiltin, nullptr, values_.size(), 0,
                                 line, column});
         continue;
       }
-      if (h.kind == TokenKind::kSymbol && !h.quoted && h.text == "_") {
+      if (h.kind == TokenKind::kSymbol && !h.quoted && eq(h.text, "_")) {
         lex_->next();
         value = indexed_constant();
       } else if (h.kind == TokenKind::kLParen) {
@@ -1444,7 +1562,7 @@ Term const* ScriptReader::Impl::parse_term(bool assertion) {
           if (nt.kind != TokenKind::kSymbol) {
             expected("a name to bind");
           }
-          let_names_.push_back(LetName{nt.text, nt.line, nt.column});
+          let_names_.push_back(LetName{&entry(nt.text), nt.line, nt.column});
           lex_->next();
           break;  // the next bound term
         }
