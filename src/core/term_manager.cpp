@@ -121,8 +121,47 @@ static_assert(sizeof(kOps) / sizeof(kOps[0]) == SymbolTag::NUM_TAGS - 3,
 
 constexpr char const* kBuiltinSorts[] = {"Bool", "Int", "Real", "BitVec", "Array"};
 
+constexpr std::size_t kNumOps = sizeof(kOps) / sizeof(kOps[0]);
+
+// Every built-in application looks its operator up by name, so rows are found through an
+// open-addressing index built at compile time, hashed on the name's length and first and last
+// characters, rather than by comparing the name with each row.
+constexpr std::size_t kOpSlots = 256;
+static_assert(kNumOps * 4 <= kOpSlots, "the operator index must stay sparse");
+
+constexpr std::size_t op_slot(char const* name, std::size_t size) {
+  return (size * 131 + static_cast<unsigned char>(name[0]) * 31 +
+          static_cast<unsigned char>(name[size - 1])) %
+         kOpSlots;
+}
+
+struct OpIndex {
+  std::uint8_t row_plus_one[kOpSlots] = {};  // 0: an empty slot
+  constexpr OpIndex() {
+    for (std::size_t row = 0; row < kNumOps; ++row) {
+      char const* name = kOps[row].name;
+      std::size_t size = 0;
+      while (name[size] != '\0') {
+        ++size;
+      }
+      std::size_t slot = op_slot(name, size);
+      while (row_plus_one[slot] != 0) {
+        slot = (slot + 1) % kOpSlots;
+      }
+      row_plus_one[slot] = static_cast<std::uint8_t>(row + 1);
+    }
+  }
+};
+
+constexpr OpIndex kOpIndex;
+
 OpInfo const* find_op(std::string const& name) {
-  for (OpInfo const& op : kOps) {
+  if (name.empty()) {
+    return nullptr;
+  }
+  for (std::size_t slot = op_slot(name.data(), name.size()); kOpIndex.row_plus_one[slot] != 0;
+       slot = (slot + 1) % kOpSlots) {
+    OpInfo const& op = kOps[kOpIndex.row_plus_one[slot] - 1];
     if (name == op.name) {
       return &op;
     }
