@@ -1,7 +1,10 @@
 // Fuzz target: arbitrary bytes read as an SMT-LIB 2 script and traced. Every input must end
 // either in a complete trace or in a ReadError of the form "FILE:LINE:COLUMN: error: ..." whose
-// position lies inside the input; whatever was traced up to that point must read back through a
-// fresh reader without error. Anything else escaping, a crash or a sanitizer report is a finding.
+// position lies inside the input; reading the input from a stream that hands it out a few bytes
+// at a time must give the same trace and error; whatever was traced up to that point must read
+// back through a fresh reader without error. Anything else escaping, a crash or a sanitizer
+// report is a finding.
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
@@ -21,13 +24,30 @@
 namespace tvx {
 namespace {
 
-// An input stream buffer over the fuzzer's bytes, without a copy.
+// An input stream buffer over the fuzzer's bytes, without a copy, that hands them out `piece`
+// bytes at a time.
 class BytesBuf : public std::streambuf {
  public:
-  BytesBuf(std::uint8_t const* data, std::size_t size) {
-    char* p = const_cast<char*>(reinterpret_cast<char const*>(data));
-    setg(p, p, p + size);
+  BytesBuf(std::uint8_t const* data, std::size_t size, std::size_t piece)
+      : next_(const_cast<char*>(reinterpret_cast<char const*>(data))),
+        end_(next_ + size),
+        piece_(piece) {}
+
+ protected:
+  int_type underflow() override {
+    if (next_ == end_) {
+      return traits_type::eof();
+    }
+    char* const begin = next_;
+    next_ += std::min(piece_, static_cast<std::size_t>(end_ - next_));
+    setg(begin, begin, next_);
+    return traits_type::to_int_type(*begin);
   }
+
+ private:
+  char* next_;
+  char* end_;
+  std::size_t piece_;
 };
 
 // Swallows everything written; keeps the stream good.
@@ -77,6 +97,12 @@ void check_position(smt2::ReadError const& e, std::string const& file, std::uint
 
 // Reads `text` with a tracer into `out`; returns normally or throws ReadError. Any other
 // exception apart from running out of memory is a finding.
+// The trace without its time stamp line.
+std::string without_stamp(std::string text) {
+  std::size_t const at = text.find(";; generated on ");
+  return at == std::string::npos ? text : text.erase(at, text.find('\n', at) + 1 - at);
+}
+
 void read_script(std::istream& in, std::string const& file, std::ostream& out, bool global,
                  Configuration& config) {
   TermManager mgr;
@@ -105,14 +131,35 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size
   std::string const file = "fuzz.smt2";
   std::ostringstream trace;
   Configuration config;
+  std::string error;
   try {
-    BytesBuf buf(data, size);
+    BytesBuf buf(data, size, size);
     std::istream in(&buf);
     read_script(in, file, trace, global, config);
   } catch (smt2::ReadError const& e) {
     check_position(e, file, data, size);
+    error = e.what();
   } catch (std::bad_alloc const&) {
     return 0;
+  }
+
+  // Read again from a stream that hands the bytes out 1 to 7 at a time (by the length), so
+  // that tokens straddle the ends of the reader's buffer-fulls: the same trace, the same error.
+  std::ostringstream trace_in_pieces;
+  std::string error_in_pieces;
+  try {
+    BytesBuf buf(data, size, 1 + (size >> 1) % 7);
+    std::istream in(&buf);
+    Configuration fresh;
+    read_script(in, file, trace_in_pieces, global, fresh);
+  } catch (smt2::ReadError const& e) {
+    error_in_pieces = e.what();
+  } catch (std::bad_alloc const&) {
+    return 0;
+  }
+  if (error_in_pieces != error ||
+      without_stamp(trace_in_pieces.str()) != without_stamp(trace.str())) {
+    finding("reading in pieces differs", error + " / " + error_in_pieces);
   }
 
   // What was traced, complete or up to the error, is a script the reader accepts as a whole,
