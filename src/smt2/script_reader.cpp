@@ -392,7 +392,8 @@ class ScriptReader::Impl {
   bool numerals_are_real_ = false;  // set by a logic of reals without integers
   std::deque<Macro> macros_;
   std::map<std::pair<std::size_t, DataType const*>, Term const*> placeholders_;
-  // Numeral terms by their text: Int numerals, Real numerals and decimals, bit-vector literals.
+  // Numeral terms by their text: Int numerals, Real numerals and decimals, bit-vector literals
+  // (#b, #x, and (_ bvN W) as "N W").
   std::unordered_map<std::string, Term const*> int_numbers_;
   std::unordered_map<std::string, Term const*> real_numbers_;
   std::unordered_map<std::string, Term const*> bv_numbers_;
@@ -1212,33 +1213,41 @@ void ScriptReader::Impl::open_indexed_application() {
     expected("'_' starting an indexed operator");
   }
   lex_->next();
-  Token const op = lex_->peek();
-  std::string const name = expect_symbol("an indexed operator name");
-  if (is_unsupported_symbol(name)) {
-    error_at(op, "the operator '" + name + "' is not supported");
+  Token const& op = lex_->peek();
+  if (op.kind != TokenKind::kSymbol) {
+    expected("an indexed operator name");
   }
-  if (!TermManager::is_builtin_name(name) || is_builtin_sort_name(name)) {
-    error_at(op, "unknown indexed operator '" + name + "'");
+  Entry& e = entry(op.text);
+  if (op_of(e) == Op::kNone) {
+    if (is_unsupported_symbol(op.text)) {
+      error_at(op, "the operator '" + op.text + "' is not supported");
+    }
+    error_at(op, "unknown indexed operator '" + op.text + "'");
   }
+  std::uint64_t const line = op.line;
+  std::uint64_t const column = op.column;
+  lex_->next();
   std::size_t const indices_begin = indices_.size();
   do {
     indices_.push_back(expect_numeral("a numeral index"));
   } while (lex_->peek().kind != TokenKind::kRParen);
   lex_->next();
   if (lex_->peek().kind == TokenKind::kRParen) {
-    expected("an argument of '" + name + "'");
+    expected("an argument of '" + *e.text + "'");
   }
-  Entry& e = entry(name);
-  op_of(e);
-  frames_.push_back(Frame{State::kApply, HeadKind::kBuiltin, &e, values_.size(), indices_begin,
-                          op.line, op.column});
+  frames_.push_back(
+      Frame{State::kApply, HeadKind::kBuiltin, &e, values_.size(), indices_begin, line, column});
 }
 
 // "(_" is read; parses "bvN W)".
 Term const* ScriptReader::Impl::indexed_constant() {
-  Token const id = lex_->peek();
-  std::string const name = expect_symbol("'bvN' of a bit-vector literal (_ bvN W)");
-  if (name.size() < 3 || name.compare(0, 2, "bv") != 0 || !all_digits(name.substr(2))) {
+  Token const& id = lex_->peek();
+  if (id.kind != TokenKind::kSymbol) {
+    expected("'bvN' of a bit-vector literal (_ bvN W)");
+  }
+  std::string const& name = id.text;
+  if (name.size() < 3 || name.compare(0, 2, "bv") != 0 ||
+      name.find_first_not_of("0123456789", 2) != std::string::npos) {
     if (is_unsupported_symbol(name)) {
       error_at(id, "the constant '" + name + "' is not supported");
     }
@@ -1247,13 +1256,26 @@ Term const* ScriptReader::Impl::indexed_constant() {
     }
     error_at(id, "expected a bit-vector literal (_ bvN W), found " + Lexer::describe(id));
   }
-  Token const width_tok = lex_->peek();
+  // Cached as "VALUE WIDTH", which no "#b" or "#x" literal text can equal.
+  std::string key = name.substr(2);
+  std::size_t const digits = key.size();
+  lex_->next();
+  std::uint64_t const line = lex_->peek().line;
+  std::uint64_t const column = lex_->peek().column;
   std::uint64_t const width = expect_numeral("the bit-vector width");
   expect_rparen(" after the bit-vector width");
+  key += ' ';
+  key += std::to_string(width);
+  auto it = bv_numbers_.find(key);
+  if (it != bv_numbers_.end()) {
+    return it->second;
+  }
   try {
-    return mgr_.make_number(name.substr(2), mgr_.get_bv_type(width));
+    Term const* n = mgr_.make_number(key.substr(0, digits), mgr_.get_bv_type(width));
+    bv_numbers_.emplace(std::move(key), n);
+    return n;
   } catch (std::invalid_argument const& e) {
-    error_at(width_tok, e.what());
+    error_at(line, column, e.what());
   }
 }
 
