@@ -127,9 +127,9 @@ void SmtLib2ApiTracer::do_print_config(Configuration* config) {
 
 // ------------------------------------------------------------------------------ declarations
 
-// A declaration is recorded only if its command was written: a failure while writing takes
-// the entry out of the set again, and the stack has room reserved before anything is
-// recorded, so that set and stack always agree.
+// A declaration is recorded only if its command was written: a sort is taken out of the set
+// again when writing fails, a symbol's bit is set only after the write, and the stack has room
+// reserved before anything is recorded, so that record and stack always agree.
 void SmtLib2ApiTracer::trace_type_declaration(DataType const* type) {
   if (!global_decls_) {
     reserve_one(type_decl_stack_);

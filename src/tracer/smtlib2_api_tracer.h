@@ -1,6 +1,7 @@
 // SmtLib2ApiTracer: writes each traced API call as SMT-LIB 2 commands and flushes call by call,
 // so the stream replays the session. Invariant (scoped mode): the non-null entries of each
-// declaration stack are exactly the matching declared set, in declaration order.
+// declaration stack are exactly the declared sorts (the set) or symbols (the bits), in
+// declaration order.
 #ifndef TVX_TRACER_SMTLIB2_API_TRACER_H
 #define TVX_TRACER_SMTLIB2_API_TRACER_H
 
