@@ -7,7 +7,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "core/term_manager.h"
+#include <tvx/core/term_manager.h>
 
 namespace {
 

@@ -16,11 +16,11 @@
 #include <string>
 #include <vector>
 
+#include <tvx/core/configuration.h>
+#include <tvx/core/term_manager.h>
+#include <tvx/core/term_printer.h>
+#include <tvx/tracer/smtlib2_api_tracer.h>
 #include "bench_common.h"
-#include "core/configuration.h"
-#include "core/term_manager.h"
-#include "core/term_printer.h"
-#include "tracer/smtlib2_api_tracer.h"
 
 namespace tvx {
 namespace bench {

@@ -8,9 +8,9 @@
 #include <iostream>
 #include <string>
 
-#include "core/configuration.h"
-#include "core/term_manager.h"
-#include "tracer/smtlib2_api_tracer.h"
+#include <tvx/core/configuration.h>
+#include <tvx/core/term_manager.h>
+#include <tvx/tracer/smtlib2_api_tracer.h>
 
 int main(int argc, char** argv) {
   std::string const path = argc > 1 ? argv[1] : "trace.smt2";

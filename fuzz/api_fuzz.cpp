@@ -17,11 +17,11 @@
 #include <unordered_set>
 #include <vector>
 
-#include "core/configuration.h"
-#include "core/term_manager.h"
-#include "smt2/read_error.h"
-#include "smt2/script_reader.h"
-#include "tracer/smtlib2_api_tracer.h"
+#include <tvx/core/configuration.h>
+#include <tvx/core/term_manager.h>
+#include <tvx/smt2/read_error.h>
+#include <tvx/smt2/script_reader.h>
+#include <tvx/tracer/smtlib2_api_tracer.h>
 #include "tracer/tracer_test_access.h"
 
 namespace tvx {

@@ -14,14 +14,12 @@
 #include <string>
 #include <vector>
 
-#include "core/configuration.h"
-#include "core/term_manager.h"
-#include "smt2/script_reader.h"
-#include "tracer/smtlib2_api_tracer.h"
+#include <tvx/core/configuration.h>
+#include <tvx/core/term_manager.h>
+#include <tvx/smt2/script_reader.h>
+#include <tvx/tracer/smtlib2_api_tracer.h>
 
 namespace {
-
-constexpr char const* kVersion = "0.1.0";
 
 constexpr int kExitOk = 0;
 constexpr int kExitInput = 1;
@@ -107,7 +105,7 @@ int main(int argc, char** argv) {
       return kExitOk;
     }
     if (arg == "--version") {
-      std::cout << "tvx-trace " << kVersion << "\n";
+      std::cout << "tvx-trace " << TVX_VERSION << "\n";
       return kExitOk;
     }
     if (arg == "--global-decls") {

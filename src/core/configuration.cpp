@@ -1,4 +1,4 @@
-#include "core/configuration.h"
+#include <tvx/core/configuration.h>
 
 #include <cctype>
 #include <cerrno>

@@ -1,4 +1,4 @@
-#include "core/data_type.h"
+#include <tvx/core/data_type.h>
 
 #include <functional>
 #include <string>

@@ -1,4 +1,4 @@
-#include "core/local_time.h"
+#include <tvx/core/local_time.h>
 
 namespace tvx {
 

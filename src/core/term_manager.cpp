@@ -1,4 +1,4 @@
-#include "core/term_manager.h"
+#include <tvx/core/term_manager.h>
 
 #include <algorithm>
 #include <cstring>

@@ -1,4 +1,4 @@
-#include "core/term_printer.h"
+#include <tvx/core/term_printer.h>
 
 #include <algorithm>
 #include <charconv>

@@ -6,7 +6,7 @@
 #include <cstring>
 #include <streambuf>
 
-#include "smt2/read_error.h"
+#include <tvx/smt2/read_error.h>
 
 namespace tvx {
 namespace smt2 {

@@ -1,4 +1,4 @@
-#include "smt2/script_reader.h"
+#include <tvx/smt2/script_reader.h>
 
 #include <cstring>
 #include <deque>
@@ -9,7 +9,7 @@
 #include <utility>
 #include <vector>
 
-#include "core/configuration.h"
+#include <tvx/core/configuration.h>
 #include "smt2/lexer.h"
 
 namespace tvx {

@@ -1,4 +1,4 @@
-#include "support/str.h"
+#include <tvx/support/str.h>
 
 #include <sstream>
 

@@ -1,4 +1,4 @@
-#include "tracer/smtlib2_api_tracer.h"
+#include <tvx/tracer/smtlib2_api_tracer.h>
 
 #include <algorithm>
 #include <charconv>
@@ -7,9 +7,9 @@
 #include <utility>
 #include <vector>
 
-#include "core/local_time.h"
-#include "support/sort.h"
-#include "support/str.h"
+#include <tvx/core/local_time.h>
+#include <tvx/support/sort.h>
+#include <tvx/support/str.h>
 
 namespace tvx {
 

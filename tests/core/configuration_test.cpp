@@ -1,6 +1,6 @@
 // Tests of Configuration and ConfigurationSetter: parsing by set() with its errors, dump()
 // calling the entry printer once per entry, with the entry's type, in the registry's order.
-#include "core/configuration.h"
+#include <tvx/core/configuration.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -14,9 +14,9 @@
 #include <utility>
 #include <vector>
 
-#include "core/configuration.h"
-#include "core/term_manager.h"
-#include "core/term_printer.h"
+#include <tvx/core/configuration.h>
+#include <tvx/core/term_manager.h>
+#include <tvx/core/term_printer.h>
 
 namespace tvx {
 namespace {

@@ -31,8 +31,17 @@ endfunction()
 
 run_step("install" ${CMAKE_COMMAND} --install ${TVX_BUILD_DIR} --prefix ${prefix} ${config_args})
 
-if(NOT EXISTS ${prefix}/include/support/hashtable.h)
-  message(FATAL_ERROR "headers were not installed under ${prefix}/include")
+# The public headers, and nothing else, land under include/tvx.
+if(NOT EXISTS ${prefix}/include/tvx/core/term_manager.h)
+  message(FATAL_ERROR "headers were not installed under ${prefix}/include/tvx")
+endif()
+file(GLOB top_level RELATIVE ${prefix}/include ${prefix}/include/*)
+if(NOT top_level STREQUAL "tvx")
+  message(FATAL_ERROR "the install put more than tvx/ on the include path: ${top_level}")
+endif()
+file(GLOB_RECURSE private_headers ${prefix}/include/tvx/*lexer*)
+if(private_headers)
+  message(FATAL_ERROR "private headers were installed: ${private_headers}")
 endif()
 
 set(configure_args

@@ -27,8 +27,8 @@
 #include <thread>
 #include <vector>
 
-#include "core/configuration.h"
-#include "core/term_manager.h"
+#include <tvx/core/configuration.h>
+#include <tvx/core/term_manager.h>
 #include "tracer/tracer_test_access.h"
 
 extern "C" void* __real_malloc(std::size_t size);

@@ -12,10 +12,10 @@
 #include <thread>
 #include <vector>
 
-#include "core/configuration.h"
-#include "core/term_manager.h"
-#include "smt2/script_reader.h"
-#include "tracer/smtlib2_api_tracer.h"
+#include <tvx/core/configuration.h>
+#include <tvx/core/term_manager.h>
+#include <tvx/smt2/script_reader.h>
+#include <tvx/tracer/smtlib2_api_tracer.h>
 
 namespace tvx {
 namespace smt2 {

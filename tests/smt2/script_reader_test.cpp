@@ -1,7 +1,7 @@
 // The SMT-LIB reader through the real tracer: the trace each command becomes, scoping of names,
 // errors in malformed and unsupported input with what was written before them, deep nesting;
 // and the lexer, which reads nothing past the current token.
-#include "smt2/script_reader.h"
+#include <tvx/smt2/script_reader.h>
 
 #include <gtest/gtest.h>
 
@@ -10,10 +10,10 @@
 #include <string>
 #include <utility>
 
-#include "core/configuration.h"
-#include "core/term_manager.h"
+#include <tvx/core/configuration.h>
+#include <tvx/core/term_manager.h>
+#include <tvx/tracer/smtlib2_api_tracer.h>
 #include "smt2/lexer.h"
-#include "tracer/smtlib2_api_tracer.h"
 
 namespace tvx {
 namespace smt2 {

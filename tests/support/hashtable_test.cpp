@@ -1,6 +1,6 @@
 // Tests of hsh::Hashtable: growth through the prime bucket counts, chain order before and after
 // relinking, and lookups.
-#include "support/hashtable.h"
+#include <tvx/support/hashtable.h>
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
 // Tests of MemoryPool: the chunk sizes it asks of malloc, where its blocks lie, free-list reuse
 // and malloc failure. Linked with -Wl,--wrap=malloc, so the pool's mallocs come through here.
-#include "support/memory_pool.h"
+#include <tvx/support/memory_pool.h>
 
 #include <gtest/gtest.h>
 

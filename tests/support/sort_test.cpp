@@ -1,6 +1,6 @@
 // Tests of tvx::sort and sortimpl::do_sort: comparison and exchange counts, the split of equal
 // elements, the depth limit on adversarial input, and results equal to std::sort.
-#include "support/sort.h"
+#include <tvx/support/sort.h>
 
 #include <gtest/gtest.h>
 

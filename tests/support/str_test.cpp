@@ -1,7 +1,7 @@
 // Tests of the string helpers: str::replace (every occurrence of one byte becomes a whole
 // replacement string) and TextBuffer's pointer writers.
-#include "support/str.h"
-#include "support/text_buffer.h"
+#include <tvx/support/str.h>
+#include <tvx/support/text_buffer.h>
 
 #include <gtest/gtest.h>
 

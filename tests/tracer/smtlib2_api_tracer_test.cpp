@@ -1,7 +1,7 @@
 // Tests of SmtLib2ApiTracer: the exact text and the flushes of every traced operation in both
 // modes (scoped and global declarations), the header, the declaration record, and replays of
 // a whole trace by real solvers.
-#include "tracer/smtlib2_api_tracer.h"
+#include <tvx/tracer/smtlib2_api_tracer.h>
 
 #include <gtest/gtest.h>
 
@@ -16,9 +16,9 @@
 #include <utility>
 #include <vector>
 
-#include "core/configuration.h"
-#include "core/local_time.h"
-#include "core/term_manager.h"
+#include <tvx/core/configuration.h>
+#include <tvx/core/local_time.h>
+#include <tvx/core/term_manager.h>
 #include "tracer_test_access.h"
 
 namespace tvx {

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "tracer/smtlib2_api_tracer.h"
+#include <tvx/tracer/smtlib2_api_tracer.h>
 
 namespace tvx {
 

@@ -3,9 +3,9 @@
 #include <iostream>
 #include <sstream>
 
-#include "core/configuration.h"
-#include "core/term_manager.h"
-#include "tracer/smtlib2_api_tracer.h"
+#include <tvx/core/configuration.h>
+#include <tvx/core/term_manager.h>
+#include <tvx/tracer/smtlib2_api_tracer.h>
 
 int main() {
   tvx::TermManager mgr;

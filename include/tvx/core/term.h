@@ -6,8 +6,8 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "core/symbol.h"
-#include "support/hashtable.h"
+#include <tvx/core/symbol.h>
+#include <tvx/support/hashtable.h>
 
 namespace tvx {
 

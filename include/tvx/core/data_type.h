@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "support/hashtable.h"
+#include <tvx/support/hashtable.h>
 
 namespace tvx {
 

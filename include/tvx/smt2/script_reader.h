@@ -29,10 +29,10 @@
 #include <memory>
 #include <string>
 
-#include "core/configuration.h"
-#include "core/term_manager.h"
-#include "smt2/read_error.h"
-#include "tracer/api_tracer.h"
+#include <tvx/core/configuration.h>
+#include <tvx/core/term_manager.h>
+#include <tvx/smt2/read_error.h>
+#include <tvx/tracer/api_tracer.h>
 
 namespace tvx {
 namespace smt2 {

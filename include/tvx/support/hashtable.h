@@ -14,7 +14,7 @@
 #include <utility>
 #include <vector>
 
-#include "support/memory_pool.h"
+#include <tvx/support/memory_pool.h>
 
 namespace tvx {
 namespace hsh {

@@ -12,9 +12,9 @@
 #include <utility>
 #include <vector>
 
-#include "core/configuration.h"
-#include "core/term_manager.h"
-#include "support/hashtable.h"
+#include <tvx/core/configuration.h>
+#include <tvx/core/term_manager.h>
+#include <tvx/support/hashtable.h>
 
 namespace tvx {
 

@@ -12,10 +12,10 @@
 #include <unordered_map>
 #include <vector>
 
-#include "core/data_type.h"
-#include "core/symbol.h"
-#include "core/term.h"
-#include "support/hashtable.h"
+#include <tvx/core/data_type.h>
+#include <tvx/core/symbol.h>
+#include <tvx/core/term.h>
+#include <tvx/support/hashtable.h>
 
 namespace tvx {
 

@@ -12,11 +12,11 @@
 #include <utility>
 #include <vector>
 
-#include "core/configuration.h"
-#include "core/term_manager.h"
-#include "core/term_printer.h"
-#include "support/text_buffer.h"
-#include "tracer/api_tracer.h"
+#include <tvx/core/configuration.h>
+#include <tvx/core/term_manager.h>
+#include <tvx/core/term_printer.h>
+#include <tvx/support/text_buffer.h>
+#include <tvx/tracer/api_tracer.h>
 
 namespace tvx {
 

@@ -5,7 +5,7 @@
 
 #include <vector>
 
-#include "core/term_manager.h"
+#include <tvx/core/term_manager.h>
 
 namespace tvx {
 

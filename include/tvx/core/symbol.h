@@ -7,8 +7,8 @@
 #include <cstdint>
 #include <string>
 
-#include "core/data_type.h"
-#include "support/hashtable.h"
+#include <tvx/core/data_type.h>
+#include <tvx/support/hashtable.h>
 
 namespace tvx {
 
