@@ -83,8 +83,8 @@ Entry const kEntries[] = {
 };
 
 [[noreturn]] void bad_value(Entry const& e, std::string const& value) {
-  throw std::invalid_argument("invalid value '" + value + "' for configuration key '" + e.info.key +
-                              "': expected " + e.info.type);
+  throw Error("invalid value '" + value + "' for configuration key '" + e.info.key +
+              "': expected " + e.info.type);
 }
 
 bool parse_integer(std::string const& value, long long min, long long max, long long* out) {
@@ -167,7 +167,7 @@ void ConfigurationSetter::set(Configuration* config, std::string const& key,
         return;
     }
   }
-  throw std::invalid_argument("unknown configuration key '" + key + "'");
+  throw Error("unknown configuration key '" + key + "'");
 }
 
 void ConfigurationSetter::dump(Configuration* config, std::ostream& os,

@@ -201,7 +201,7 @@ std::size_t num_indices_of(Sig sig) {
     msg << (i ? " " : "") << args[i]->get_type()->to_string();
   }
   msg << "): " << why;
-  throw std::invalid_argument(msg.str());
+  throw Error(msg.str());
 }
 
 bool all_digits(std::string const& s, std::size_t from, std::size_t to) {
@@ -271,8 +271,7 @@ std::string decimal_to_bits(std::string const& digits, std::uint64_t width) {
 
 [[noreturn]] void fail_number(std::string const& value, DataType const* type,
                               std::string const& why) {
-  throw std::invalid_argument("invalid numeral '" + value + "' of sort " + type->to_string() +
-                              ": " + why);
+  throw Error("invalid numeral '" + value + "' of sort " + type->to_string() + ": " + why);
 }
 
 // Canonical value text of a numeral of an arithmetic sort.
@@ -378,21 +377,20 @@ void check_name(std::string const& name, char const* what) {
   // SMT-LIB keeps names that start with '.' or '@' for solvers; traces name their defined
   // terms that way, so a user name of that shape could clash with a label.
   if (!name.empty() && (name[0] == '.' || name[0] == '@')) {
-    throw std::invalid_argument(std::string("invalid ") + what + " name '" + name +
-                                "': names starting with '.' or '@' are reserved for solvers");
+    throw Error(std::string("invalid ") + what + " name '" + name +
+                "': names starting with '.' or '@' are reserved for solvers");
   }
   for (char ch : name) {
     unsigned char const c = static_cast<unsigned char>(ch);
     bool const printable = (c >= 32 && c != 127) || c == '\t' || c == '\n' || c == '\r';
     if (c == '|' || c == '\\' || !printable) {
-      throw std::invalid_argument(std::string("invalid ") + what + " name '" + name +
-                                  "': SMT-LIB cannot write a name containing '|', '\\' or a "
-                                  "control character");
+      throw Error(std::string("invalid ") + what + " name '" + name +
+                  "': SMT-LIB cannot write a name containing '|', '\\' or a "
+                  "control character");
     }
   }
   if (TermManager::is_builtin_name(name)) {
-    throw std::invalid_argument(std::string("invalid ") + what + " name '" + name +
-                                "': it is a built-in name");
+    throw Error(std::string("invalid ") + what + " name '" + name + "': it is a built-in name");
   }
 }
 
@@ -460,9 +458,8 @@ DataType const* TermManager::get_rational_type() {
 
 DataType const* TermManager::get_bv_type(std::size_t width) {
   if (width == 0 || width > kMaxBvWidth) {
-    throw std::invalid_argument("invalid bit-vector sort (_ BitVec " + std::to_string(width) +
-                                "): the width must be between 1 and " +
-                                std::to_string(kMaxBvWidth));
+    throw Error("invalid bit-vector sort (_ BitVec " + std::to_string(width) +
+                "): the width must be between 1 and " + std::to_string(kMaxBvWidth));
   }
   auto it = bv_types_.find(width);
   if (it != bv_types_.end()) {
@@ -476,7 +473,7 @@ DataType const* TermManager::get_bv_type(std::size_t width) {
 
 DataType const* TermManager::get_array_type(DataType const* index, DataType const* element) {
   if (index == nullptr || element == nullptr || index->is_function() || element->is_function()) {
-    throw std::invalid_argument("invalid array sort: index and element must be sorts");
+    throw Error("invalid array sort: index and element must be sorts");
   }
   std::vector<std::uint64_t> key{static_cast<std::uint64_t>(DataType::Kind::Array), index->get_id(),
                                  element->get_id()};
@@ -492,7 +489,7 @@ DataType const* TermManager::get_array_type(DataType const* index, DataType cons
 DataType const* TermManager::get_function_type(std::vector<DataType const*> const& args,
                                                DataType const* result) {
   if (result == nullptr || result->is_function()) {
-    throw std::invalid_argument("invalid function sort: the result must be a sort");
+    throw Error("invalid function sort: the result must be a sort");
   }
   if (args.empty()) {
     return result;
@@ -501,7 +498,7 @@ DataType const* TermManager::get_function_type(std::vector<DataType const*> cons
   key.reserve(args.size() + 2);
   for (DataType const* a : args) {
     if (a == nullptr || a->is_function()) {
-      throw std::invalid_argument("invalid function sort: every argument must be a sort");
+      throw Error("invalid function sort: every argument must be a sort");
     }
     key.push_back(a->get_id());
   }
@@ -521,10 +518,10 @@ DataType const* TermManager::make_simple_type(std::string const& name) {
   check_name(name, "sort");
   // Bit-vector sorts are known by names of this form; a user sort must not look like one.
   if (name.compare(0, 9, "(_ BitVec") == 0) {
-    throw std::invalid_argument("invalid sort name '" + name + "': it names a bit-vector sort");
+    throw Error("invalid sort name '" + name + "': it names a bit-vector sort");
   }
   if (user_sorts_.count(name) != 0) {
-    throw std::invalid_argument("invalid sort name '" + name + "': a sort of that name exists");
+    throw Error("invalid sort name '" + name + "': a sort of that name exists");
   }
   DataType const* t = intern_type(DataType::Kind::Uninterpreted, name, 0, {});
   user_sorts_.emplace(name, t);
@@ -568,10 +565,10 @@ DataType const* TermManager::get_simple_type(std::string const& name, bool unint
 Symbol const* TermManager::make_symbol(std::string const& name, DataType const* type) {
   check_name(name, "symbol");
   if (type == nullptr) {
-    throw std::invalid_argument("invalid symbol '" + name + "': no sort given");
+    throw Error("invalid symbol '" + name + "': no sort given");
   }
   if (user_symbols_.count(name) != 0) {
-    throw std::invalid_argument("invalid symbol name '" + name + "': a symbol of that name exists");
+    throw Error("invalid symbol name '" + name + "': a symbol of that name exists");
   }
   std::uint64_t const arity = type->is_function() ? type->get_num_components() - 1 : 0;
   DataType const* output = type->is_function() ? type->get_function_result() : type;
@@ -652,11 +649,11 @@ Term const* TermManager::make_term(Symbol const* s, std::vector<Term const*> con
 
 Term const* TermManager::make_term(Symbol const* s, Term const* const* args, std::size_t n) {
   if (s == nullptr) {
-    throw std::invalid_argument("invalid application: no symbol");
+    throw Error("invalid application: no symbol");
   }
   for (std::size_t i = 0; i < n; ++i) {
     if (args[i] == nullptr) {
-      throw std::invalid_argument("invalid application of '" + s->get_name() + "': null argument");
+      throw Error("invalid application of '" + s->get_name() + "': null argument");
     }
   }
   if (s->get_arity() != n) {
@@ -704,7 +701,7 @@ Term const* TermManager::make_ite(Term const* c, Term const* a, Term const* b) {
 
 Term const* TermManager::make_number(std::string const& value, DataType const* type) {
   if (type == nullptr) {
-    throw std::invalid_argument("invalid numeral '" + value + "': no sort given");
+    throw Error("invalid numeral '" + value + "': no sort given");
   }
   std::string text;
   if (type->is_int() || type->is_real()) {
@@ -736,11 +733,11 @@ Term const* TermManager::make_builtin(std::string const& op, Term const* const* 
                                       std::uint64_t const* indices, std::size_t num_indices) {
   OpInfo const* info = find_op(op);
   if (info == nullptr) {
-    throw std::invalid_argument("unknown operator '" + op + "'");
+    throw Error("unknown operator '" + op + "'");
   }
   for (std::size_t i = 0; i < n; ++i) {
     if (args[i] == nullptr) {
-      throw std::invalid_argument("invalid application of '" + op + "': null argument");
+      throw Error("invalid application of '" + op + "': null argument");
     }
   }
   auto fail = [&](std::string const& why) {

@@ -448,7 +448,9 @@ void ScriptReader::Impl::read(std::istream& in, std::string const& filename) {
     bool more = true;
     try {
       more = command();
-    } catch (std::invalid_argument const& e) {
+    } catch (ReadError const&) {
+      throw;
+    } catch (Error const& e) {
       error_at(line, column, e.what());
     } catch (std::out_of_range const& e) {
       error_at(line, column, e.what());
@@ -708,7 +710,7 @@ void ScriptReader::Impl::cmd_declare_sort() {
   if (sort == nullptr) {
     try {
       sort = mgr_.make_simple_type(name);
-    } catch (std::invalid_argument const& e) {
+    } catch (Error const& e) {
       error_at(name_tok, e.what());
     }
   }
@@ -753,7 +755,7 @@ void ScriptReader::Impl::cmd_declare_fun(bool is_const) {
   if (!args.empty()) {
     try {
       type = mgr_.get_function_type(args, result);
-    } catch (std::invalid_argument const& e) {
+    } catch (Error const& e) {
       error_at(name_tok, e.what());
     }
   }
@@ -766,7 +768,7 @@ void ScriptReader::Impl::cmd_declare_fun(bool is_const) {
   } else {
     try {
       sym = mgr_.make_symbol(name, type);
-    } catch (std::invalid_argument const& e) {
+    } catch (Error const& e) {
       error_at(name_tok, e.what());
     }
   }
@@ -889,7 +891,7 @@ void ScriptReader::Impl::cmd_set_option() {
     expect_rparen(" after the option value");
     try {
       setter_.set(&config_, value.text.substr(0, eq), value.text.substr(eq + 1));
-    } catch (std::invalid_argument const& e) {
+    } catch (Error const& e) {
       error_at(value, e.what());
     }
     return;
@@ -987,7 +989,7 @@ DataType const* ScriptReader::Impl::parse_sort() {
         expect_rparen(" after the bit-vector width");
         try {
           sort = mgr_.get_bv_type(width);
-        } catch (std::invalid_argument const& e) {
+        } catch (Error const& e) {
           error_at(width_tok, e.what());
         }
       } else if (eq(head.text, "Array")) {
@@ -1019,7 +1021,7 @@ DataType const* ScriptReader::Impl::parse_sort() {
       expect_rparen(" after the array's element sort");
       try {
         sort = mgr_.get_array_type(p.index, sort);
-      } catch (std::invalid_argument const& e) {
+      } catch (Error const& e) {
         error_at(close, e.what());
       }
       stack.pop_back();
@@ -1094,7 +1096,7 @@ Term const* ScriptReader::Impl::atom(Token const& t) {
       default:
         break;
     }
-  } catch (std::invalid_argument const& e) {
+  } catch (Error const& e) {
     error_at(t, e.what());
   }
   switch (t.kind) {
@@ -1274,7 +1276,7 @@ Term const* ScriptReader::Impl::indexed_constant() {
     Term const* n = mgr_.make_number(key.substr(0, digits), mgr_.get_bv_type(width));
     bv_numbers_.emplace(std::move(key), n);
     return n;
-  } catch (std::invalid_argument const& e) {
+  } catch (Error const& e) {
     error_at(line, column, e.what());
   }
 }
@@ -1329,7 +1331,7 @@ Term const* ScriptReader::Impl::build_builtin(Entry const& head, std::size_t beg
       }
     }
     return mgr_.make_builtin(op, args, n, indices, num_indices);
-  } catch (std::invalid_argument const& e) {
+  } catch (Error const& e) {
     error_at(line, column, e.what());
   }
 }
@@ -1364,7 +1366,7 @@ Term const* ScriptReader::Impl::close_application() {
                  [&](std::size_t i) { return s->get_type()->get_component(i); });
       try {
         result = mgr_.make_term(s, args, n);
-      } catch (std::invalid_argument const& e) {
+      } catch (Error const& e) {
         error_at(f.line, f.column, e.what());
       }
       break;
@@ -1375,7 +1377,7 @@ Term const* ScriptReader::Impl::close_application() {
                  [&](std::size_t i) { return m->params[i]->get_type(); });
       try {
         result = substitute(*m, args);
-      } catch (std::invalid_argument const& e) {
+      } catch (Error const& e) {
         error_at(f.line, f.column, e.what());
       }
       break;

@@ -7,6 +7,8 @@
 #include <ostream>
 #include <string>
 
+#include <tvx/core/error.h>
+
 namespace tvx {
 
 class Configuration {
@@ -60,7 +62,7 @@ class ConfigurationSetter {
   ~ConfigurationSetter() = default;
 
   // Parses `value` for the type of the entry `key` and stores it. Throws
-  // std::invalid_argument naming the key for an unknown key or a value that does not parse
+  // tvx::Error naming the key for an unknown key or a value that does not parse
   // (bool: true/false; int, unsigned: decimal in range; double: a decimal number).
   void set(Configuration* config, std::string const& key, std::string const& value) const;
 

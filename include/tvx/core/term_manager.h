@@ -13,6 +13,7 @@
 #include <vector>
 
 #include <tvx/core/data_type.h>
+#include <tvx/core/error.h>
 #include <tvx/core/symbol.h>
 #include <tvx/core/term.h>
 #include <tvx/support/hashtable.h>

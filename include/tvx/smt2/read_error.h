@@ -1,21 +1,23 @@
-// ReadError: the one error the SMT-LIB reader throws. Its what() is the whole diagnostic line
-// "FILE:LINE:COLUMN: error: MESSAGE"; line and column are 1-based and point at the culprit.
+// ReadError: the tvx::Error the SMT-LIB reader throws, with the position of the culprit. Its
+// what() is the whole diagnostic line "FILE:LINE:COLUMN: error: MESSAGE"; line and column are
+// 1-based.
 #ifndef TVX_SMT2_READ_ERROR_H
 #define TVX_SMT2_READ_ERROR_H
 
 #include <cstdint>
-#include <stdexcept>
 #include <string>
 #include <utility>
+
+#include <tvx/core/error.h>
 
 namespace tvx {
 namespace smt2 {
 
-class ReadError : public std::runtime_error {
+class ReadError : public Error {
  public:
   ReadError(std::string file, std::uint64_t line, std::uint64_t column, std::string message)
-      : std::runtime_error(file + ":" + std::to_string(line) + ":" + std::to_string(column) +
-                           ": error: " + message),
+      : Error(file + ":" + std::to_string(line) + ":" + std::to_string(column) +
+              ": error: " + message),
         file_(std::move(file)),
         line_(line),
         column_(column),
