@@ -115,8 +115,9 @@ constexpr OpInfo kOps[] = {
     {"store", SymbolTag::STORE, Sig::Store},
 };
 
-// Every tag but UNINTERPRETED, NUMERAL and NEG (unary "-" shares SUB's row) has one row.
-static_assert(sizeof(kOps) / sizeof(kOps[0]) == SymbolTag::NUM_TAGS - 3,
+// Every tag but UNINTERPRETED, NUMERAL, NEG (unary "-" shares SUB's row) and CONST_ARRAY
+// (made by make_const_array, since its sort cannot be told from its argument) has one row.
+static_assert(sizeof(kOps) / sizeof(kOps[0]) == SymbolTag::NUM_TAGS - 4,
               "every operator tag needs a row in the operator table");
 
 constexpr char const* kBuiltinSorts[] = {"Bool", "Int", "Real", "BitVec", "Array"};
@@ -972,6 +973,40 @@ Term const* TermManager::make_builtin(std::string const& op, Term const* const* 
   Symbol const* s = interpreted_symbol(tag, info->name, arg_types_scratch_.data(), n, result,
                                        indices, num_indices);
   return intern_term(s, args, n);
+}
+
+Term const* TermManager::make_const_array(DataType const* array_sort, Term const* value) {
+  if (array_sort == nullptr || !array_sort->is_array()) {
+    throw Error("invalid constant array: " +
+                (array_sort == nullptr ? std::string("no sort given")
+                                       : "the sort " + array_sort->to_string() + " is no array"));
+  }
+  if (value == nullptr || value->get_type() != array_sort->get_array_element()) {
+    throw Error("invalid constant array of sort " + array_sort->to_string() +
+                ": expected an element of sort " + array_sort->get_array_element()->to_string());
+  }
+  DataType const* element = array_sort->get_array_element();
+  Symbol const* s =
+      interpreted_symbol(SymbolTag::CONST_ARRAY, "const", &element, 1, array_sort, nullptr, 0);
+  return intern_term(s, &value, 1);
+}
+
+Term const* TermManager::make_abstract_value(DataType const* sort, std::uint64_t index) {
+  if (sort == nullptr || !sort->is_uninterpreted()) {
+    throw Error("invalid abstract value: " +
+                (sort == nullptr ? std::string("no sort given")
+                                 : "the sort " + sort->to_string() + " is not uninterpreted"));
+  }
+  auto key = std::make_pair(sort->get_id(), index);
+  auto it = abstract_values_.find(key);
+  if (it != abstract_values_.end()) {
+    return it->second;
+  }
+  symbols_.emplace_back(next_symbol_id_++, 0, sort, sort, SymbolTag::UNINTERPRETED,
+                        sort->get_name() + "!val!" + std::to_string(index));
+  Term const* t = intern_term(&symbols_.back(), nullptr, 0);
+  abstract_values_.emplace(key, t);
+  return t;
 }
 
 }  // namespace tvx

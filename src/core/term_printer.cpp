@@ -180,6 +180,9 @@ std::string const& SmtLibTermPrinter::compute_symbol_text(Symbol const* s) {
     case SymbolTag::NUMERAL:
       text = numeral_text(s);
       break;
+    case SymbolTag::CONST_ARRAY:
+      text = "(as const " + type_text(s->get_output_type()) + ")";
+      break;
     default:
       if (s->get_num_indices() == 0) {
         text = s->get_name();

@@ -83,6 +83,7 @@ struct SymbolTag {
     // arrays
     SELECT,
     STORE,
+    CONST_ARRAY,  // ((as const (Array I E)) v): the array whose every element is v
     NUM_TAGS
   };
 };

@@ -73,6 +73,15 @@ class TermManager {
   Term const* make_builtin(std::string const& op, Term const* const* args, std::size_t n,
                            std::uint64_t const* indices = nullptr, std::size_t num_indices = 0);
 
+  // The constant array of sort `array_sort` whose every element is `value`, written
+  // ((as const (Array I E)) v).
+  Term const* make_const_array(DataType const* array_sort, Term const* value);
+  // The element number `index` of the uninterpreted sort `sort`, as engines report model
+  // values: a constant of that sort, the same term for the same sort and index and distinct
+  // ones otherwise. Its symbol is uninterpreted, so a trace declares it where it is used, but
+  // it is not a user name: find_symbol does not see it.
+  Term const* make_abstract_value(DataType const* sort, std::uint64_t index);
+
   // Number of terms made so far; the largest term id.
   std::size_t num_terms() const { return next_term_id_ - 1; }
   // True when `name` is a built-in symbol or sort name of the supported theories.
@@ -118,6 +127,7 @@ class TermManager {
   std::map<std::vector<std::uint64_t>, Symbol const*> theory_symbols_;
   // Numeral symbols by (sort id, canonical value text).
   std::map<std::pair<std::uint64_t, std::string>, Symbol const*> numerals_;
+  std::map<std::pair<std::uint64_t, std::uint64_t>, Term const*> abstract_values_;
   std::vector<std::uint64_t> key_scratch_;
   std::vector<DataType const*> arg_types_scratch_;
 

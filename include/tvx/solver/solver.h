@@ -1,0 +1,134 @@
+// Solver: the environment an application drives. Each call is checked first (misuse throws
+// tvx::Error and changes nothing), then traced when tracing is on, then handed to the engine,
+// whose answer it returns. Invariant: the trace holds exactly the calls that passed the
+// checks, each written before its engine saw it, so a trace always replays up to the call an
+// engine failed on.
+#ifndef TVX_SOLVER_SOLVER_H
+#define TVX_SOLVER_SOLVER_H
+
+#include <cstddef>
+#include <cstdint>
+#include <fstream>
+#include <memory>
+#include <ostream>
+#include <string>
+#include <vector>
+
+#include <tvx/core/configuration.h>
+#include <tvx/core/term_manager.h>
+#include <tvx/solver/engine.h>
+#include <tvx/tracer/api_tracer.h>
+
+namespace tvx {
+
+class Solver {
+ public:
+  // Traces as the configuration says: when debug.api_call_trace is true, to the file
+  // debug.api_call_trace_filename ("-" for standard output), in global-declarations mode when
+  // debug.api_call_trace_global_decls is true, with the configuration in the header when
+  // debug.api_call_trace_dump_config is true. A null engine makes a recorder: every call is
+  // checked and traced, check() answers unknown ("no engine") and queries answer nothing.
+  // The term manager and the configuration must outlive the solver.
+  Solver(TermManager& mgr, Configuration& config, std::unique_ptr<Engine> engine);
+  // Traces to `trace`, whatever the configuration says about tracing.
+  Solver(TermManager& mgr, Configuration& config, std::unique_ptr<Engine> engine,
+         std::ostream& trace, bool global_decls, bool dump_config);
+  ~Solver();
+  Solver(Solver const&) = delete;
+  Solver& operator=(Solver const&) = delete;
+
+  TermManager& term_manager() { return mgr_; }
+  Configuration const& configuration() const { return config_; }
+  Engine* engine() { return engine_.get(); }     // null for a recorder
+  ApiTracer* tracer() { return tracer_.get(); }  // null when not tracing
+
+  // --- declarations ---
+  // Makes a new uninterpreted sort and declares it.
+  DataType const* declare_sort(std::string const& name);
+  // Declares a sort made by the term manager.
+  void declare_sort(DataType const* sort);
+  // Makes a new symbol (a constant when `args` is empty) and declares it.
+  Symbol const* declare_fun(std::string const& name, std::vector<DataType const*> const& args,
+                            DataType const* result);
+  // Declares a symbol made by the term manager. Symbols used without a declaration are
+  // declared on the way by the call that first uses them.
+  void declare_fun(Symbol const* symbol);
+
+  // --- assertions and scopes ---
+  void assert_formula(Term const* formula);
+  void push(std::size_t levels = 1);
+  void pop(std::size_t levels = 1);  // at most num_scopes()
+  std::size_t num_scopes() const { return scopes_.size(); }
+  void reset_assertions();
+
+  // --- checks ---
+  CheckResult check();
+  CheckResult check_with_assumptions(std::vector<TheoryLit> const& assumptions);
+  // Every assignment of truth values to `terms` (Bool) that extends to a model of the
+  // assertions, one cube per model, each literal in the order of `terms`. The search blocks
+  // each cube found, inside a scope of its own that it pops before returning.
+  std::vector<std::vector<TheoryLit>> check_allsat(std::vector<Term const*> const& terms);
+  // After an unknown answer, the engine's reason.
+  std::string const& reason_unknown() const { return reason_unknown_; }
+
+  // --- interpolation ---
+  // Groups are numbered 0, 1, 2, ... in creation order; assertions belong to the group set
+  // last (none before the first set, and none again after reset_assertions).
+  int new_interpolation_group();
+  void set_interpolation_group(int group);
+  // After an unsatisfiable check: an interpolant between the assertions of `groups` and the
+  // other assertions.
+  Term const* get_interpolant(std::vector<int> const& groups);
+
+  // --- queries ---
+  // After an unsatisfiable check, with unsat_core_generation set: asserted formulas whose
+  // conjunction is unsatisfiable.
+  std::vector<Term const*> get_unsat_core();
+  // After an unsatisfiable check: assumptions whose conjunction with the assertions is
+  // unsatisfiable (none after a check without assumptions).
+  std::vector<TheoryLit> get_unsat_assumptions();
+  // After a satisfiable or unknown check, with model_generation set.
+  Model get_model();
+  Term const* get_model_value(Term const* term);
+
+ private:
+  enum class State { kNone, kSat, kUnsat, kUnknown };
+  struct Assertion {
+    Term const* formula;
+    int group;
+  };
+
+  void open_trace_file();
+  void check_term(Term const* t, char const* what) const;
+  void check_formula(Term const* t, char const* what) const;
+  void check_group(int group) const;
+  void require_state(bool ok, char const* query, char const* needed) const;
+  // Before a call traces `t`: declares the uninterpreted sorts nested in the signatures of the
+  // symbols that the tracer is about to declare (the tracer finds only result sorts).
+  void declare_nested_sorts(Term const* t);
+  void declare_signature_sorts(DataType const* type);
+  // Before get_model_value traces `t`: declares what `t` needs, since that call declares
+  // nothing by itself.
+  void declare_term(Term const* t);
+  CheckResult answer(CheckResult result);
+
+  TermManager& mgr_;
+  Configuration& config_;
+  std::unique_ptr<Engine> engine_;
+  std::ofstream trace_file_;
+  std::unique_ptr<ApiTracer> tracer_;
+  class Declarations;
+  std::unique_ptr<Declarations> declarations_;
+
+  State state_ = State::kNone;
+  bool assumptions_checked_ = false;
+  std::string reason_unknown_;
+  std::vector<Assertion> assertions_;
+  std::vector<std::size_t> scopes_;  // assertions_.size() at each open push
+  int num_groups_ = 0;
+  int group_ = -1;
+};
+
+}  // namespace tvx
+
+#endif  // TVX_SOLVER_SOLVER_H
