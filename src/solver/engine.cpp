@@ -1,0 +1,51 @@
+#include <tvx/solver/engine.h>
+
+#include <tvx/core/error.h>
+
+#include "solver/engines.h"
+
+namespace tvx {
+
+Engine::~Engine() = default;
+
+char const* to_string(CheckResult result) {
+  switch (result) {
+    case CheckResult::Sat:
+      return "sat";
+    case CheckResult::Unsat:
+      return "unsat";
+    case CheckResult::Unknown:
+      break;
+  }
+  return "unknown";
+}
+
+std::vector<std::string> builtin_engine_names() {
+  std::vector<std::string> names;
+#ifdef TVX_HAVE_Z3
+  names.emplace_back("z3");
+#endif
+#ifdef TVX_HAVE_CVC5
+  names.emplace_back("cvc5");
+#endif
+  return names;
+}
+
+std::unique_ptr<Engine> make_engine(std::string const& name, TermManager& mgr,
+                                    Configuration const& config) {
+#ifdef TVX_HAVE_Z3
+  if (name == "z3") {
+    return make_z3_engine(mgr, config);
+  }
+#endif
+#ifdef TVX_HAVE_CVC5
+  if (name == "cvc5") {
+    return make_cvc5_engine(mgr, config);
+  }
+#endif
+  (void)mgr;
+  (void)config;
+  throw Error("unknown engine '" + name + "'");
+}
+
+}  // namespace tvx
