@@ -36,7 +36,7 @@ struct RecordingBuf : std::stringbuf {
 // The dump of a configuration whose entries outside the trace family have these value texts.
 std::string config_lines(std::vector<std::string> const& values) {
   std::istringstream keys(
-      "model_generation unsat_core_generation interpolation random_seed timeout verbosity "
+      "model_generation unsat_core_generation random_seed timeout verbosity "
       "printer.defines_prefix printer.let_prefix");
   std::string text, key;
   for (std::string const& value : values) {
@@ -175,7 +175,7 @@ std::string stamp_line(std::time_t when) {
 }
 
 TEST_F(TracerTest, HeaderInEveryFlagCombinationAndConfigDump) {
-  std::string const dump = config_lines({"false", "false", "false", "0", "0", "0", "", ""});
+  std::string const dump = config_lines({"false", "false", "0", "0", "0", "", ""});
   for (int flags = 0; flags < 4; ++flags) {
     bool const global = (flags & 1) != 0, dump_config = (flags & 2) != 0;
     std::time_t const before = std::time(nullptr);
@@ -195,7 +195,7 @@ TEST_F(TracerTest, HeaderInEveryFlagCombinationAndConfigDump) {
   // The dump skips the trace family and formats values as text.
   for (std::string const setting :
        {"model_generation=true", "random_seed=4294967295", "verbosity=-7",
-        "printer.defines_prefix=a\"b\\c", "debug.api_call_trace=2",
+        "printer.defines_prefix=a\"b\\c", "debug.api_call_trace=true",
         "debug.api_call_trace_filename=t\".smt2", "debug.api_call_trace_dump_config=true"}) {
     ConfigurationSetter().set(&config, setting.substr(0, setting.find('=')),
                               setting.substr(setting.find('=') + 1));
@@ -204,7 +204,7 @@ TEST_F(TracerTest, HeaderInEveryFlagCombinationAndConfigDump) {
            {0.5, "0.5"}, {2, "2"}, {0.7, "0.7"}, {1e6, "1e+06"}, {1e-10, "1e-10"}}) {
     config.timeout = value;
     std::string const header = start(false, true);
-    EXPECT_EQ(config_lines({"true", "false", "false", "4294967295", text, "-7", "a\\\"b\\c", ""}),
+    EXPECT_EQ(config_lines({"true", "false", "4294967295", text, "-7", "a\\\"b\\c", ""}),
               header.substr(header.find('\n', kTitle.size()) + 1));
   }
 }

@@ -22,17 +22,18 @@ class Configuration {
     std::string let_prefix;
   };
 
-  // Solver behaviour.
-  bool model_generation = false;
-  bool unsat_core_generation = false;
-  bool interpolation = false;
+  // Engine behaviour; every engine reads these when it is made.
+  bool model_generation = false;       // keep a model after a satisfiable check
+  bool unsat_core_generation = false;  // track assertions for unsat cores
   unsigned random_seed = 0;
-  double timeout = 0.0;  // seconds; 0 means none
-  int verbosity = 0;
+  double timeout = 0.0;  // seconds per check; 0 means none
+  int verbosity = 0;     // the engine's diagnostics on standard error; 0 for none
   Printer printer;
-  // API call tracing.
-  int api_call_trace = 0;  // 0: off, 1: scoped declarations, 2: global declarations
+  // API call tracing by a Solver: on or off, where to (a file name, "-" for standard output),
+  // in which mode, and whether the trace starts with the configuration.
+  bool api_call_trace = false;
   std::string api_call_trace_filename;
+  bool api_call_trace_global_decls = false;
   bool api_call_trace_dump_config = false;
 };
 
