@@ -1009,4 +1009,24 @@ Term const* TermManager::make_abstract_value(DataType const* sort, std::uint64_t
   return t;
 }
 
+// Sorts and symbols sit in their deques in id order; a term is its manager's exactly when the
+// hash-consing table holds that very term.
+bool TermManager::owns(DataType const* t) const {
+  return t != nullptr && t->get_id() >= 1 && t->get_id() <= types_.size() &&
+         &types_[t->get_id() - 1] == t;
+}
+
+bool TermManager::owns(Symbol const* s) const {
+  return s != nullptr && s->get_id() >= 1 && s->get_id() <= symbols_.size() &&
+         &symbols_[s->get_id() - 1] == s;
+}
+
+bool TermManager::owns(Term const* t) const {
+  if (t == nullptr || !owns(t->get_symbol())) {
+    return false;
+  }
+  auto found = terms_.find(t);
+  return found != terms_.end() && *found == t;
+}
+
 }  // namespace tvx

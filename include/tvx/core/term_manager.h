@@ -82,6 +82,11 @@ class TermManager {
   // it is not a user name: find_symbol does not see it.
   Term const* make_abstract_value(DataType const* sort, std::uint64_t index);
 
+  // Whether this manager made the object (and not another manager).
+  bool owns(DataType const* t) const;
+  bool owns(Symbol const* s) const;
+  bool owns(Term const* t) const;
+
   // Number of terms made so far; the largest term id.
   std::size_t num_terms() const { return next_term_id_ - 1; }
   // True when `name` is a built-in symbol or sort name of the supported theories.

@@ -11,13 +11,16 @@
 #include <fstream>
 #include <memory>
 #include <ostream>
+#include <set>
 #include <string>
 #include <vector>
 
 #include <tvx/core/configuration.h>
 #include <tvx/core/term_manager.h>
+#include <tvx/core/term_printer.h>
 #include <tvx/solver/engine.h>
 #include <tvx/tracer/api_tracer.h>
+#include <tvx/tracer/smtlib2_api_tracer.h>
 
 namespace tvx {
 
@@ -65,8 +68,10 @@ class Solver {
   CheckResult check();
   CheckResult check_with_assumptions(std::vector<TheoryLit> const& assumptions);
   // Every assignment of truth values to `terms` (Bool) that extends to a model of the
-  // assertions, one cube per model, each literal in the order of `terms`. The search blocks
-  // each cube found, inside a scope of its own that it pops before returning.
+  // assertions, one cube each, its literals in the order of `terms`. The search blocks each
+  // cube found, inside a scope of its own that it pops before returning. If a check on the way
+  // answers unknown, the cubes found so far, and reason_unknown() says why; it is empty when
+  // the list is complete. Needs model_generation.
   std::vector<std::vector<TheoryLit>> check_allsat(std::vector<Term const*> const& terms);
   // After an unknown answer, the engine's reason.
   std::string const& reason_unknown() const { return reason_unknown_; }
@@ -98,35 +103,42 @@ class Solver {
     int group;
   };
 
-  void open_trace_file();
-  void check_term(Term const* t, char const* what) const;
-  void check_formula(Term const* t, char const* what) const;
-  void check_group(int group) const;
-  void require_state(bool ok, char const* query, char const* needed) const;
-  // Before a call traces `t`: declares the uninterpreted sorts nested in the signatures of the
-  // symbols that the tracer is about to declare (the tracer finds only result sorts).
-  void declare_nested_sorts(Term const* t);
+  void start_tracing(std::ostream& out, bool global_decls, bool dump_config);
+  void check_sort(DataType const* sort, char const* call) const;
+  void check_symbol(Symbol const* symbol, char const* call) const;
+  void check_term(Term const* term, char const* call) const;
+  void check_formula(Term const* term, char const* call) const;
+  void check_group(int group, char const* call) const;
+  void check_state(bool ok, char const* call, char const* needed) const;
+  CheckResult run_check(std::vector<TheoryLit> const& assumptions);
+  // Before a call traces `term`: reports the uninterpreted sorts nested in the signatures of
+  // the symbols the tracer is about to declare, which its own search (by result sorts) misses.
+  void declare_nested_sorts(Term const* term);
+  // Reports every uninterpreted sort in `type`, array components included.
   void declare_signature_sorts(DataType const* type);
-  // Before get_model_value traces `t`: declares what `t` needs, since that call declares
-  // nothing by itself.
-  void declare_term(Term const* t);
-  CheckResult answer(CheckResult result);
+  bool has_nested_sort(DataType const* type);
+  void forget_answers() { state_ = State::kNone; }
 
   TermManager& mgr_;
   Configuration& config_;
   std::unique_ptr<Engine> engine_;
   std::ofstream trace_file_;
-  std::unique_ptr<ApiTracer> tracer_;
-  class Declarations;
-  std::unique_ptr<Declarations> declarations_;
+  std::unique_ptr<SmtLib2ApiTracer> tracer_;
 
   State state_ = State::kNone;
-  bool assumptions_checked_ = false;
   std::string reason_unknown_;
   std::vector<Assertion> assertions_;
   std::vector<std::size_t> scopes_;  // assertions_.size() at each open push
   int num_groups_ = 0;
   int group_ = -1;
+
+  // Per sort id: 0 not known yet, 1 no uninterpreted sort nested in an array, 2 one is.
+  std::vector<std::uint8_t> nested_;
+  std::size_t symbols_scanned_ = 0;  // symbols of the manager looked at for nested sorts
+  bool any_nested_ = false;          // some symbol's signature nests an uninterpreted sort
+  std::set<Symbol const*, TermPrinter::sym_ty_lt> new_symbols_;
+  std::set<DataType const*, TermPrinter::sym_ty_lt> new_types_;
+  std::vector<DataType const*> sort_stack_;
 };
 
 }  // namespace tvx

@@ -1,0 +1,808 @@
+// The z3 engine: answers through z3's C API in the same process. Terms are translated once
+// each, memoised by term id, without recursion; answers are translated back into the term
+// layer. Every z3 object the engine keeps has a reference of its own (a context with
+// reference counting), so a long session frees what it no longer needs.
+#include <z3.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+#include <tvx/core/error.h>
+#include <tvx/solver/engine.h>
+
+#include "solver/engines.h"
+
+namespace tvx {
+
+namespace {
+
+class Z3Engine final : public Engine {
+ public:
+  Z3Engine(TermManager& mgr, Configuration const& config);
+  ~Z3Engine() override;
+  Z3Engine(Z3Engine const&) = delete;
+  Z3Engine& operator=(Z3Engine const&) = delete;
+
+  std::string const& name() const override { return name_; }
+  void declare_sort(DataType const* sort) override { sort_of(sort); }
+  void declare_fun(Symbol const* symbol) override { decl_of(symbol); }
+  void assert_formula(Term const* formula, bool track) override;
+  void push() override;
+  void pop() override;
+  void reset_assertions() override;
+  CheckResult check(std::vector<TheoryLit> const& assumptions) override;
+  std::string reason_unknown() override;
+  std::vector<Term const*> unsat_core() override;
+  std::vector<TheoryLit> unsat_assumptions() override;
+  Term const* value(Term const* term) override;
+  Model model() override;
+  Term const* interpolant(std::vector<Term const*> const& a,
+                          std::vector<Term const*> const& b) override;
+
+ private:
+  // A z3 AST with a reference of its own.
+  Z3_ast keep(Z3_ast a) {
+    check_error();
+    Z3_inc_ref(ctx_, a);
+    kept_.push_back(a);
+    return a;
+  }
+  void check_error();
+  Z3_sort sort_of(DataType const* t);
+  Z3_func_decl decl_of(Symbol const* s);
+  Z3_ast translate(Term const* t);
+  Z3_ast build(Term const* t);
+  Z3_model current_model();
+  void drop_model();
+  Term const* to_term(Z3_ast value, DataType const* sort);
+  Term const* element(Z3_ast value, DataType const* sort);
+  FunctionValue function_value(Z3_func_interp interp, Symbol const* s);
+
+  TermManager& mgr_;
+  std::string name_ = "z3";
+  Z3_context ctx_ = nullptr;
+  Z3_solver solver_ = nullptr;
+  Z3_model model_ = nullptr;
+  // Every AST the engine references; released with the context.
+  std::vector<Z3_ast> kept_;
+  std::vector<Z3_ast> terms_;         // by term id; null: not translated yet
+  std::vector<Z3_sort> sorts_;        // by sort id
+  std::vector<Z3_func_decl> decls_;   // by symbol id, uninterpreted symbols only
+  std::vector<Symbol const*> known_;  // the uninterpreted symbols translated, in order
+  std::unordered_map<unsigned, Symbol const*> symbol_of_decl_;  // by z3 AST id of the decl
+
+  // Tracked assertions and assumptions, by the z3 AST id of their literal.
+  std::unordered_map<unsigned, Term const*> tracked_;
+  std::vector<std::pair<unsigned, std::size_t>> track_log_;  // (literal id, scope depth)
+  std::size_t depth_ = 0;
+  std::unordered_map<unsigned, TheoryLit> assumptions_;
+
+  // Elements of uninterpreted sorts met in models, by z3 AST id: the index each was given.
+  std::unordered_map<unsigned, std::uint64_t> elements_;
+  std::unordered_map<std::uint64_t, std::uint64_t> next_element_;  // by sort id
+
+  // Scratch of translate and to_term, reused from call to call.
+  struct Frame {
+    Term const* term;
+    std::size_t next_arg;
+  };
+  std::vector<Frame> frames_;
+  std::vector<Z3_ast> args_;
+};
+
+Z3Engine::Z3Engine(TermManager& mgr, Configuration const& config) : mgr_(mgr) {
+  Z3_config cfg = Z3_mk_config();
+  Z3_set_param_value(cfg, "model", config.model_generation ? "true" : "false");
+  ctx_ = Z3_mk_context_rc(cfg);
+  Z3_del_config(cfg);
+  if (ctx_ == nullptr) {
+    throw EngineError("z3: the context could not be made");
+  }
+  // Errors are read back after each call that can fail, rather than aborting the process.
+  Z3_set_error_handler(ctx_, nullptr);
+  if (config.verbosity > 0) {
+    Z3_global_param_set("verbose", std::to_string(config.verbosity).c_str());
+  }
+  solver_ = Z3_mk_solver(ctx_);
+  Z3_solver_inc_ref(ctx_, solver_);
+  Z3_params params = Z3_mk_params(ctx_);
+  Z3_params_inc_ref(ctx_, params);
+  Z3_params_set_uint(ctx_, params, Z3_mk_string_symbol(ctx_, "random_seed"), config.random_seed);
+  if (config.timeout > 0) {
+    double const ms = config.timeout * 1000.0;
+    unsigned const limit = ms >= 4294967295.0 ? 4294967295u : static_cast<unsigned>(ms + 0.5);
+    Z3_params_set_uint(ctx_, params, Z3_mk_string_symbol(ctx_, "timeout"), limit == 0 ? 1u : limit);
+  }
+  Z3_solver_set_params(ctx_, solver_, params);
+  Z3_params_dec_ref(ctx_, params);
+  check_error();
+}
+
+Z3Engine::~Z3Engine() {
+  drop_model();
+  for (Z3_ast a : kept_) {
+    Z3_dec_ref(ctx_, a);
+  }
+  for (Z3_sort s : sorts_) {
+    if (s != nullptr) {
+      Z3_dec_ref(ctx_, Z3_sort_to_ast(ctx_, s));
+    }
+  }
+  for (Z3_func_decl d : decls_) {
+    if (d != nullptr) {
+      Z3_dec_ref(ctx_, Z3_func_decl_to_ast(ctx_, d));
+    }
+  }
+  Z3_solver_dec_ref(ctx_, solver_);
+  Z3_del_context(ctx_);
+}
+
+void Z3Engine::check_error() {
+  Z3_error_code const code = Z3_get_error_code(ctx_);
+  if (code != Z3_OK) {
+    throw EngineError(std::string("z3: ") + Z3_get_error_msg(ctx_, code));
+  }
+}
+
+// ------------------------------------------------------------------------ sorts and symbols
+
+Z3_sort Z3Engine::sort_of(DataType const* t) {
+  // Compound sorts nest; their components are made first, from an explicit stack.
+  std::vector<DataType const*> stack{t};
+  while (!stack.empty()) {
+    DataType const* u = stack.back();
+    std::size_t const id = static_cast<std::size_t>(u->get_id());
+    if (id < sorts_.size() && sorts_[id] != nullptr) {
+      stack.pop_back();
+      continue;
+    }
+    Z3_sort s = nullptr;
+    switch (u->get_kind()) {
+      case DataType::Kind::Bool:
+        s = Z3_mk_bool_sort(ctx_);
+        break;
+      case DataType::Kind::Int:
+        s = Z3_mk_int_sort(ctx_);
+        break;
+      case DataType::Kind::Real:
+        s = Z3_mk_real_sort(ctx_);
+        break;
+      case DataType::Kind::BitVector:
+        s = Z3_mk_bv_sort(ctx_, static_cast<unsigned>(u->get_bv_width()));
+        break;
+      case DataType::Kind::Uninterpreted:
+        // Named by id: two sorts of one name (one declared after the other's scope ended) stay
+        // two sorts.
+        s = Z3_mk_uninterpreted_sort(ctx_, Z3_mk_int_symbol(ctx_, static_cast<int>(id)));
+        break;
+      case DataType::Kind::Array: {
+        DataType const* index = u->get_array_index();
+        DataType const* element = u->get_array_element();
+        bool ready = true;
+        for (DataType const* c : {index, element}) {
+          std::size_t const cid = static_cast<std::size_t>(c->get_id());
+          if (cid >= sorts_.size() || sorts_[cid] == nullptr) {
+            stack.push_back(c);
+            ready = false;
+          }
+        }
+        if (!ready) {
+          continue;
+        }
+        s = Z3_mk_array_sort(ctx_, sorts_[index->get_id()], sorts_[element->get_id()]);
+        break;
+      }
+      case DataType::Kind::Function:
+        throw Error("z3: a function type is not the sort of a term");
+    }
+    check_error();
+    Z3_inc_ref(ctx_, Z3_sort_to_ast(ctx_, s));
+    if (sorts_.size() <= id) {
+      sorts_.resize(id + 1, nullptr);
+    }
+    sorts_[id] = s;
+    stack.pop_back();
+  }
+  return sorts_[t->get_id()];
+}
+
+Z3_func_decl Z3Engine::decl_of(Symbol const* s) {
+  std::size_t const id = static_cast<std::size_t>(s->get_id());
+  if (id < decls_.size() && decls_[id] != nullptr) {
+    return decls_[id];
+  }
+  DataType const* type = s->get_type();
+  std::vector<Z3_sort> domain;
+  if (s->get_arity() > 0) {
+    for (std::size_t i = 0; i + 1 < type->get_num_components(); ++i) {
+      domain.push_back(sort_of(type->get_component(i)));
+    }
+  }
+  Z3_sort const range = sort_of(s->get_output_type());
+  // Named by id, so that symbols that share a name stay apart.
+  Z3_func_decl d = Z3_mk_func_decl(ctx_, Z3_mk_int_symbol(ctx_, static_cast<int>(id)),
+                                   static_cast<unsigned>(domain.size()), domain.data(), range);
+  check_error();
+  Z3_inc_ref(ctx_, Z3_func_decl_to_ast(ctx_, d));
+  if (decls_.size() <= id) {
+    decls_.resize(id + 1, nullptr);
+  }
+  decls_[id] = d;
+  known_.push_back(s);
+  symbol_of_decl_.emplace(Z3_get_ast_id(ctx_, Z3_func_decl_to_ast(ctx_, d)), s);
+  return d;
+}
+
+// ------------------------------------------------------------------------ terms
+
+Z3_ast Z3Engine::translate(Term const* root) {
+  std::size_t const root_id = static_cast<std::size_t>(root->get_id());
+  if (root_id < terms_.size() && terms_[root_id] != nullptr) {
+    return terms_[root_id];
+  }
+  if (terms_.size() <= root_id) {
+    terms_.resize(root_id + 1, nullptr);  // no argument has a larger id
+  }
+  frames_.clear();
+  frames_.push_back(Frame{root, 0});
+  while (!frames_.empty()) {
+    Frame& f = frames_.back();
+    Term const* t = f.term;
+    if (f.next_arg < t->get_arity()) {
+      Term const* arg = t->get_arg(f.next_arg++);
+      if (terms_[arg->get_id()] == nullptr) {
+        frames_.push_back(Frame{arg, 0});
+      }
+      continue;
+    }
+    if (terms_[t->get_id()] == nullptr) {
+      terms_[t->get_id()] = keep(build(t));
+    }
+    frames_.pop_back();
+  }
+  return terms_[root_id];
+}
+
+// The z3 AST of t, whose arguments are translated.
+Z3_ast Z3Engine::build(Term const* t) {
+  Symbol const* s = t->get_symbol();
+  std::size_t const n = t->get_arity();
+  args_.clear();
+  for (std::size_t i = 0; i < n; ++i) {
+    args_.push_back(terms_[t->get_arg(i)->get_id()]);
+  }
+  Z3_context const c = ctx_;
+  Z3_ast const* a = args_.data();
+  unsigned const un = static_cast<unsigned>(n);
+  // Left-associative folds of binary constructors, and chains of binary relations.
+  auto fold = [&](Z3_ast (*mk)(Z3_context, Z3_ast, Z3_ast)) {
+    Z3_ast r = a[0];
+    for (std::size_t i = 1; i < n; ++i) {
+      r = mk(c, r, a[i]);
+    }
+    return r;
+  };
+  auto chain = [&](Z3_ast (*mk)(Z3_context, Z3_ast, Z3_ast)) {
+    if (n == 2) {
+      return mk(c, a[0], a[1]);
+    }
+    std::vector<Z3_ast> links;
+    for (std::size_t i = 0; i + 1 < n; ++i) {
+      links.push_back(mk(c, a[i], a[i + 1]));
+    }
+    return Z3_mk_and(c, static_cast<unsigned>(links.size()), links.data());
+  };
+  auto index = [&](std::size_t i) { return static_cast<unsigned>(s->get_index(i)); };
+  switch (s->get_tag()) {
+    case SymbolTag::UNINTERPRETED:
+      return Z3_mk_app(c, decl_of(s), un, a);
+    case SymbolTag::NUMERAL: {
+      DataType const* type = s->get_output_type();
+      std::string const& v = s->get_name();
+      if (type->is_bv()) {
+        // "#b" and the bits, most significant first; z3 takes them least significant first.
+        std::size_t const width = v.size() - 2;
+        std::unique_ptr<bool[]> bits(new bool[width]);
+        for (std::size_t i = 0; i < width; ++i) {
+          bits[i] = v[v.size() - 1 - i] == '1';
+        }
+        return Z3_mk_bv_numeral(c, static_cast<unsigned>(width), bits.get());
+      }
+      return Z3_mk_numeral(c, v.c_str(), sort_of(type));
+    }
+    case SymbolTag::TRUE:
+      return Z3_mk_true(c);
+    case SymbolTag::FALSE:
+      return Z3_mk_false(c);
+    case SymbolTag::NOT:
+      return Z3_mk_not(c, a[0]);
+    case SymbolTag::AND:
+      return Z3_mk_and(c, un, a);
+    case SymbolTag::OR:
+      return Z3_mk_or(c, un, a);
+    case SymbolTag::XOR:
+      return fold(Z3_mk_xor);
+    case SymbolTag::IMPLIES: {
+      Z3_ast r = a[n - 1];  // right-associative
+      for (std::size_t i = n - 1; i-- > 0;) {
+        r = Z3_mk_implies(c, a[i], r);
+      }
+      return r;
+    }
+    case SymbolTag::EQUAL:
+      return chain(Z3_mk_eq);
+    case SymbolTag::DISTINCT:
+      return Z3_mk_distinct(c, un, a);
+    case SymbolTag::ITE:
+      return Z3_mk_ite(c, a[0], a[1], a[2]);
+    case SymbolTag::ADD:
+      return Z3_mk_add(c, un, a);
+    case SymbolTag::SUB:
+      return Z3_mk_sub(c, un, a);
+    case SymbolTag::NEG:
+      return Z3_mk_unary_minus(c, a[0]);
+    case SymbolTag::MUL:
+      return Z3_mk_mul(c, un, a);
+    case SymbolTag::DIV:
+    case SymbolTag::IDIV:
+      return fold(Z3_mk_div);
+    case SymbolTag::MOD:
+      return Z3_mk_mod(c, a[0], a[1]);
+    case SymbolTag::ABS: {
+      Z3_ast const zero = Z3_mk_int(c, 0, Z3_mk_int_sort(c));
+      return Z3_mk_ite(c, Z3_mk_ge(c, a[0], zero), a[0], Z3_mk_unary_minus(c, a[0]));
+    }
+    case SymbolTag::LT:
+      return chain(Z3_mk_lt);
+    case SymbolTag::LE:
+      return chain(Z3_mk_le);
+    case SymbolTag::GT:
+      return chain(Z3_mk_gt);
+    case SymbolTag::GE:
+      return chain(Z3_mk_ge);
+    case SymbolTag::TO_REAL:
+      return Z3_mk_int2real(c, a[0]);
+    case SymbolTag::TO_INT:
+      return Z3_mk_real2int(c, a[0]);
+    case SymbolTag::IS_INT:
+      return Z3_mk_is_int(c, a[0]);
+    case SymbolTag::CONCAT:
+      return fold(Z3_mk_concat);
+    case SymbolTag::EXTRACT:
+      return Z3_mk_extract(c, index(0), index(1), a[0]);
+    case SymbolTag::REPEAT:
+      return Z3_mk_repeat(c, index(0), a[0]);
+    case SymbolTag::ZERO_EXTEND:
+      return Z3_mk_zero_ext(c, index(0), a[0]);
+    case SymbolTag::SIGN_EXTEND:
+      return Z3_mk_sign_ext(c, index(0), a[0]);
+    case SymbolTag::ROTATE_LEFT:
+      return Z3_mk_rotate_left(c, index(0), a[0]);
+    case SymbolTag::ROTATE_RIGHT:
+      return Z3_mk_rotate_right(c, index(0), a[0]);
+    case SymbolTag::BVNOT:
+      return Z3_mk_bvnot(c, a[0]);
+    case SymbolTag::BVNEG:
+      return Z3_mk_bvneg(c, a[0]);
+    case SymbolTag::BVAND:
+      return fold(Z3_mk_bvand);
+    case SymbolTag::BVOR:
+      return fold(Z3_mk_bvor);
+    case SymbolTag::BVXOR:
+      return fold(Z3_mk_bvxor);
+    case SymbolTag::BVNAND:
+      return Z3_mk_bvnand(c, a[0], a[1]);
+    case SymbolTag::BVNOR:
+      return Z3_mk_bvnor(c, a[0], a[1]);
+    case SymbolTag::BVXNOR:
+      return Z3_mk_bvxnor(c, a[0], a[1]);
+    case SymbolTag::BVCOMP: {
+      Z3_sort const bit = Z3_mk_bv_sort(c, 1);
+      return Z3_mk_ite(c, Z3_mk_eq(c, a[0], a[1]), Z3_mk_int(c, 1, bit), Z3_mk_int(c, 0, bit));
+    }
+    case SymbolTag::BVADD:
+      return fold(Z3_mk_bvadd);
+    case SymbolTag::BVSUB:
+      return fold(Z3_mk_bvsub);
+    case SymbolTag::BVMUL:
+      return fold(Z3_mk_bvmul);
+    case SymbolTag::BVUDIV:
+      return Z3_mk_bvudiv(c, a[0], a[1]);
+    case SymbolTag::BVUREM:
+      return Z3_mk_bvurem(c, a[0], a[1]);
+    case SymbolTag::BVSDIV:
+      return Z3_mk_bvsdiv(c, a[0], a[1]);
+    case SymbolTag::BVSREM:
+      return Z3_mk_bvsrem(c, a[0], a[1]);
+    case SymbolTag::BVSMOD:
+      return Z3_mk_bvsmod(c, a[0], a[1]);
+    case SymbolTag::BVSHL:
+      return Z3_mk_bvshl(c, a[0], a[1]);
+    case SymbolTag::BVLSHR:
+      return Z3_mk_bvlshr(c, a[0], a[1]);
+    case SymbolTag::BVASHR:
+      return Z3_mk_bvashr(c, a[0], a[1]);
+    case SymbolTag::BVULT:
+      return Z3_mk_bvult(c, a[0], a[1]);
+    case SymbolTag::BVULE:
+      return Z3_mk_bvule(c, a[0], a[1]);
+    case SymbolTag::BVUGT:
+      return Z3_mk_bvugt(c, a[0], a[1]);
+    case SymbolTag::BVUGE:
+      return Z3_mk_bvuge(c, a[0], a[1]);
+    case SymbolTag::BVSLT:
+      return Z3_mk_bvslt(c, a[0], a[1]);
+    case SymbolTag::BVSLE:
+      return Z3_mk_bvsle(c, a[0], a[1]);
+    case SymbolTag::BVSGT:
+      return Z3_mk_bvsgt(c, a[0], a[1]);
+    case SymbolTag::BVSGE:
+      return Z3_mk_bvsge(c, a[0], a[1]);
+    case SymbolTag::SELECT:
+      return Z3_mk_select(c, a[0], a[1]);
+    case SymbolTag::STORE:
+      return Z3_mk_store(c, a[0], a[1], a[2]);
+    case SymbolTag::CONST_ARRAY:
+      return Z3_mk_const_array(c, sort_of(s->get_output_type()->get_array_index()), a[0]);
+    case SymbolTag::NUM_TAGS:
+      break;
+  }
+  throw Error("z3: no translation for the operator '" + s->get_name() + "'");
+}
+
+// ------------------------------------------------------------------------ assertions
+
+void Z3Engine::assert_formula(Term const* formula, bool track) {
+  drop_model();
+  Z3_ast const f = translate(formula);
+  if (!track) {
+    Z3_solver_assert(ctx_, solver_, f);
+    check_error();
+    return;
+  }
+  Z3_ast const p = keep(Z3_mk_fresh_const(ctx_, "track", Z3_mk_bool_sort(ctx_)));
+  Z3_solver_assert_and_track(ctx_, solver_, f, p);
+  check_error();
+  unsigned const id = Z3_get_ast_id(ctx_, p);
+  tracked_.emplace(id, formula);
+  track_log_.emplace_back(id, depth_);
+}
+
+void Z3Engine::push() {
+  drop_model();
+  Z3_solver_push(ctx_, solver_);
+  check_error();
+  ++depth_;
+}
+
+void Z3Engine::pop() {
+  drop_model();
+  Z3_solver_pop(ctx_, solver_, 1);
+  check_error();
+  --depth_;
+  while (!track_log_.empty() && track_log_.back().second > depth_) {
+    tracked_.erase(track_log_.back().first);
+    track_log_.pop_back();
+  }
+}
+
+void Z3Engine::reset_assertions() {
+  drop_model();
+  Z3_solver_reset(ctx_, solver_);
+  check_error();
+  depth_ = 0;
+  tracked_.clear();
+  track_log_.clear();
+}
+
+CheckResult Z3Engine::check(std::vector<TheoryLit> const& assumptions) {
+  drop_model();
+  assumptions_.clear();
+  std::vector<Z3_ast> lits;
+  lits.reserve(assumptions.size());
+  for (TheoryLit const& lit : assumptions) {
+    Z3_ast a = translate(lit.get_term());
+    if (lit.is_negated()) {
+      a = keep(Z3_mk_not(ctx_, a));
+    }
+    lits.push_back(a);
+    assumptions_.emplace(Z3_get_ast_id(ctx_, a), lit);
+  }
+  Z3_lbool const r = lits.empty()
+                         ? Z3_solver_check(ctx_, solver_)
+                         : Z3_solver_check_assumptions(
+                               ctx_, solver_, static_cast<unsigned>(lits.size()), lits.data());
+  check_error();
+  return r == Z3_L_TRUE    ? CheckResult::Sat
+         : r == Z3_L_FALSE ? CheckResult::Unsat
+                           : CheckResult::Unknown;
+}
+
+std::string Z3Engine::reason_unknown() {
+  std::string reason = Z3_solver_get_reason_unknown(ctx_, solver_);
+  check_error();
+  // z3 says "canceled" when its time limit stopped the check.
+  return reason == "canceled" ? "timeout" : reason;
+}
+
+std::vector<Term const*> Z3Engine::unsat_core() {
+  Z3_ast_vector core = Z3_solver_get_unsat_core(ctx_, solver_);
+  check_error();
+  Z3_ast_vector_inc_ref(ctx_, core);
+  std::vector<Term const*> result;
+  for (unsigned i = 0, n = Z3_ast_vector_size(ctx_, core); i < n; ++i) {
+    auto it = tracked_.find(Z3_get_ast_id(ctx_, Z3_ast_vector_get(ctx_, core, i)));
+    if (it != tracked_.end()) {
+      result.push_back(it->second);
+    }
+  }
+  Z3_ast_vector_dec_ref(ctx_, core);
+  return result;
+}
+
+std::vector<TheoryLit> Z3Engine::unsat_assumptions() {
+  Z3_ast_vector core = Z3_solver_get_unsat_core(ctx_, solver_);
+  check_error();
+  Z3_ast_vector_inc_ref(ctx_, core);
+  std::vector<TheoryLit> result;
+  for (unsigned i = 0, n = Z3_ast_vector_size(ctx_, core); i < n; ++i) {
+    auto it = assumptions_.find(Z3_get_ast_id(ctx_, Z3_ast_vector_get(ctx_, core, i)));
+    if (it != assumptions_.end()) {
+      result.push_back(it->second);
+    }
+  }
+  Z3_ast_vector_dec_ref(ctx_, core);
+  return result;
+}
+
+Term const* Z3Engine::interpolant(std::vector<Term const*> const&,
+                                  std::vector<Term const*> const&) {
+  throw Unsupported(
+      "the z3 engine cannot compute interpolants (z3 4.8 has none); the cvc5 engine can");
+}
+
+// ------------------------------------------------------------------------ models
+
+Z3_model Z3Engine::current_model() {
+  if (model_ == nullptr) {
+    Z3_model m = Z3_solver_get_model(ctx_, solver_);
+    check_error();
+    Z3_model_inc_ref(ctx_, m);
+    model_ = m;
+  }
+  return model_;
+}
+
+void Z3Engine::drop_model() {
+  if (model_ != nullptr) {
+    Z3_model_dec_ref(ctx_, model_);
+    model_ = nullptr;
+  }
+}
+
+Term const* Z3Engine::value(Term const* term) {
+  Z3_model const m = current_model();
+  Z3_ast v = nullptr;
+  if (!Z3_model_eval(ctx_, m, translate(term), true, &v) || v == nullptr) {
+    check_error();
+    throw EngineError("z3: the model gives no value to a term of sort " +
+                      term->get_type()->to_string());
+  }
+  Z3_inc_ref(ctx_, v);
+  try {
+    Term const* t = to_term(v, term->get_type());
+    Z3_dec_ref(ctx_, v);
+    return t;
+  } catch (...) {
+    Z3_dec_ref(ctx_, v);
+    throw;
+  }
+}
+
+// The abstract value standing for an element of an uninterpreted sort.
+Term const* Z3Engine::element(Z3_ast value, DataType const* sort) {
+  unsigned const id = Z3_get_ast_id(ctx_, value);
+  auto it = elements_.find(id);
+  if (it == elements_.end()) {
+    // The AST is referenced for the engine's life, so its id is never reused for another.
+    keep(value);
+    it = elements_.emplace(id, next_element_[sort->get_id()]++).first;
+  }
+  return mgr_.make_abstract_value(sort, it->second);
+}
+
+// Translates a z3 value of the given sort into the term layer. Array values nest (arrays of
+// arrays, stores over stores), so the walk keeps its own stack.
+Term const* Z3Engine::to_term(Z3_ast root, DataType const* root_sort) {
+  // A task converts one value, or combines converted parts of an array value on the result
+  // stack: the constant array of its element on top, or `stores` (index, element) pairs
+  // stored into the array below them.
+  enum class Step : std::uint8_t { kConvert, kConstArray, kStores };
+  struct Task {
+    Step step;
+    Z3_ast value;
+    DataType const* sort;
+    std::size_t stores;
+  };
+  std::vector<Task> tasks{{Step::kConvert, root, root_sort, 0}};
+  std::vector<Term const*> results;
+  std::vector<Z3_func_interp> interps;  // referenced until the walk ends
+  struct Release {
+    Z3Engine* self;
+    std::vector<Z3_func_interp>& interps;
+    ~Release() {
+      for (Z3_func_interp f : interps) {
+        Z3_func_interp_dec_ref(self->ctx_, f);
+      }
+    }
+  } release{this, interps};
+  auto fail = [&](DataType const* sort) -> Term const* {
+    throw EngineError("z3: cannot translate the value " +
+                      std::string(Z3_ast_to_string(ctx_, root)) + " of sort " + sort->to_string());
+  };
+  while (!tasks.empty()) {
+    Task const task = tasks.back();
+    tasks.pop_back();
+    DataType const* sort = task.sort;
+    if (task.step == Step::kConstArray) {
+      results.back() = mgr_.make_const_array(sort, results.back());
+      continue;
+    }
+    if (task.step == Step::kStores) {
+      std::size_t const first = results.size() - 2 * task.stores - 1;
+      Term const* array = results[first];
+      for (std::size_t k = 0; k < task.stores; ++k) {
+        Term const* args[3] = {array, results[first + 1 + 2 * k], results[first + 2 + 2 * k]};
+        array = mgr_.make_builtin("store", args, 3);
+      }
+      results.resize(first);
+      results.push_back(array);
+      continue;
+    }
+    Z3_ast const v = task.value;
+    if (sort->is_bool()) {
+      Z3_lbool const b = Z3_get_bool_value(ctx_, v);
+      results.push_back(b == Z3_L_TRUE    ? mgr_.make_true()
+                        : b == Z3_L_FALSE ? mgr_.make_false()
+                                          : fail(sort));
+    } else if (sort->is_int() || sort->is_real() || sort->is_bv()) {
+      if (!Z3_is_numeral_ast(ctx_, v)) {
+        fail(sort);
+      }
+      results.push_back(mgr_.make_number(Z3_get_numeral_string(ctx_, v), sort));
+    } else if (sort->is_uninterpreted()) {
+      results.push_back(element(v, sort));
+    } else if (sort->is_array()) {
+      DataType const* index = sort->get_array_index();
+      DataType const* elem = sort->get_array_element();
+      if (Z3_is_as_array(ctx_, v)) {
+        // A function table: the constant array of its else value, then its entries stored.
+        Z3_func_interp f =
+            Z3_model_get_func_interp(ctx_, current_model(), Z3_get_as_array_func_decl(ctx_, v));
+        check_error();
+        if (f == nullptr) {
+          fail(sort);
+        }
+        Z3_func_interp_inc_ref(ctx_, f);
+        interps.push_back(f);
+        unsigned const n = Z3_func_interp_get_num_entries(ctx_, f);
+        tasks.push_back(Task{Step::kStores, nullptr, sort, n});
+        for (unsigned k = n; k-- > 0;) {
+          Z3_func_entry e = Z3_func_interp_get_entry(ctx_, f, k);
+          tasks.push_back(Task{Step::kConvert, Z3_func_entry_get_value(ctx_, e), elem, 0});
+          tasks.push_back(Task{Step::kConvert, Z3_func_entry_get_arg(ctx_, e, 0), index, 0});
+        }
+        tasks.push_back(Task{Step::kConstArray, nullptr, sort, 0});
+        tasks.push_back(Task{Step::kConvert, Z3_func_interp_get_else(ctx_, f), elem, 0});
+        continue;
+      }
+      if (Z3_get_ast_kind(ctx_, v) != Z3_APP_AST) {
+        fail(sort);
+      }
+      Z3_app const app = Z3_to_app(ctx_, v);
+      Z3_decl_kind const kind = Z3_get_decl_kind(ctx_, Z3_get_app_decl(ctx_, app));
+      if (kind == Z3_OP_CONST_ARRAY) {
+        tasks.push_back(Task{Step::kConstArray, nullptr, sort, 0});
+        tasks.push_back(Task{Step::kConvert, Z3_get_app_arg(ctx_, app, 0), elem, 0});
+      } else if (kind == Z3_OP_STORE) {
+        tasks.push_back(Task{Step::kStores, nullptr, sort, 1});
+        tasks.push_back(Task{Step::kConvert, Z3_get_app_arg(ctx_, app, 2), elem, 0});
+        tasks.push_back(Task{Step::kConvert, Z3_get_app_arg(ctx_, app, 1), index, 0});
+        tasks.push_back(Task{Step::kConvert, Z3_get_app_arg(ctx_, app, 0), sort, 0});
+      } else {
+        fail(sort);
+      }
+    } else {
+      fail(sort);
+    }
+  }
+  return results.back();
+}
+
+FunctionValue Z3Engine::function_value(Z3_func_interp f, Symbol const* s) {
+  DataType const* type = s->get_type();
+  FunctionValue fv;
+  for (unsigned k = 0, n = Z3_func_interp_get_num_entries(ctx_, f); k < n; ++k) {
+    Z3_func_entry e = Z3_func_interp_get_entry(ctx_, f, k);
+    FunctionValue::Point p;
+    for (unsigned i = 0, m = Z3_func_entry_get_num_args(ctx_, e); i < m; ++i) {
+      p.args.push_back(to_term(Z3_func_entry_get_arg(ctx_, e, i), type->get_component(i)));
+    }
+    p.value = to_term(Z3_func_entry_get_value(ctx_, e), s->get_output_type());
+    fv.points.push_back(std::move(p));
+  }
+  fv.otherwise = to_term(Z3_func_interp_get_else(ctx_, f), s->get_output_type());
+  return fv;
+}
+
+Model Z3Engine::model() {
+  Z3_model const m = current_model();
+  Model result;
+  std::vector<Symbol const*> symbols(known_);
+  std::sort(symbols.begin(), symbols.end(),
+            [](Symbol const* a, Symbol const* b) { return a->get_id() < b->get_id(); });
+  for (Symbol const* s : symbols) {
+    Z3_func_decl const d = decls_[s->get_id()];
+    if (s->get_arity() == 0) {
+      Z3_ast v = nullptr;
+      if (!Z3_model_eval(ctx_, m, Z3_mk_app(ctx_, d, 0, nullptr), true, &v) || v == nullptr) {
+        check_error();
+        throw EngineError("z3: the model gives no value to '" + s->get_name() + "'");
+      }
+      Z3_inc_ref(ctx_, v);
+      Term const* t = nullptr;
+      try {
+        t = to_term(v, s->get_output_type());
+      } catch (...) {
+        Z3_dec_ref(ctx_, v);
+        throw;
+      }
+      Z3_dec_ref(ctx_, v);
+      result.constants.emplace_back(s, t);
+      continue;
+    }
+    Z3_func_interp f = Z3_model_get_func_interp(ctx_, m, d);
+    check_error();
+    if (f == nullptr) {
+      // Not constrained by the assertions: any function will do; z3's completion of an
+      // application to fresh arguments gives the constant one.
+      std::vector<Z3_ast> args;
+      DataType const* type = s->get_type();
+      for (std::size_t i = 0; i < s->get_arity(); ++i) {
+        args.push_back(keep(Z3_mk_fresh_const(ctx_, "arg", sort_of(type->get_component(i)))));
+      }
+      Z3_ast app = keep(Z3_mk_app(ctx_, d, static_cast<unsigned>(args.size()), args.data()));
+      Z3_ast v = nullptr;
+      if (!Z3_model_eval(ctx_, m, app, true, &v) || v == nullptr) {
+        check_error();
+        throw EngineError("z3: the model gives no value to '" + s->get_name() + "'");
+      }
+      FunctionValue fv;
+      fv.otherwise = to_term(keep(v), s->get_output_type());
+      result.functions.emplace_back(s, std::move(fv));
+      continue;
+    }
+    Z3_func_interp_inc_ref(ctx_, f);
+    try {
+      result.functions.emplace_back(s, function_value(f, s));
+    } catch (...) {
+      Z3_func_interp_dec_ref(ctx_, f);
+      throw;
+    }
+    Z3_func_interp_dec_ref(ctx_, f);
+  }
+  return result;
+}
+
+}  // namespace
+
+std::unique_ptr<Engine> make_z3_engine(TermManager& mgr, Configuration const& config) {
+  return std::make_unique<Z3Engine>(mgr, config);
+}
+
+}  // namespace tvx

@@ -1,0 +1,340 @@
+// The environment over the z3 engine: misuse is refused before anything is traced or reaches
+// the engine; values read back keep the session satisfiable; every trace it writes replays in
+// z3; an engine that dies mid-check leaves a trace that ends with that check.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <functional>
+#include <memory>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include <tvx/core/term_printer.h>
+#include <tvx/solver/solver.h>
+
+namespace tvx {
+namespace {
+
+using ::testing::HasSubstr;
+
+// Passes every call to the z3 engine and logs its name; aborts the process in check() when
+// `die_in_check` is set, as a crashing engine would.
+class SpyEngine : public Engine {
+ public:
+  SpyEngine(TermManager& mgr, Configuration const& config, std::vector<std::string>& log,
+            bool die_in_check = false)
+      : inner_(make_engine("z3", mgr, config)), log_(log), die_(die_in_check) {}
+  std::string const& name() const override { return inner_->name(); }
+  void declare_sort(DataType const* s) override { log("declare_sort"), inner_->declare_sort(s); }
+  void declare_fun(Symbol const* s) override { log("declare_fun"), inner_->declare_fun(s); }
+  void assert_formula(Term const* f, bool track) override {
+    log("assert"), inner_->assert_formula(f, track);
+  }
+  void push() override { log("push"), inner_->push(); }
+  void pop() override { log("pop"), inner_->pop(); }
+  void reset_assertions() override { log("reset"), inner_->reset_assertions(); }
+  CheckResult check(std::vector<TheoryLit> const& a) override {
+    if (die_) {
+      std::abort();
+    }
+    return log("check"), inner_->check(a);
+  }
+  std::string reason_unknown() override { return inner_->reason_unknown(); }
+  std::vector<Term const*> unsat_core() override { return log("core"), inner_->unsat_core(); }
+  std::vector<TheoryLit> unsat_assumptions() override {
+    return log("assumptions"), inner_->unsat_assumptions();
+  }
+  Term const* value(Term const* t) override { return log("value"), inner_->value(t); }
+  Model model() override { return log("model"), inner_->model(); }
+  Term const* interpolant(std::vector<Term const*> const& a,
+                          std::vector<Term const*> const& b) override {
+    return log("interpolant"), inner_->interpolant(a, b);
+  }
+
+ private:
+  void log(char const* call) { log_.emplace_back(call); }
+  std::unique_ptr<Engine> inner_;
+  std::vector<std::string>& log_;
+  bool die_;
+};
+
+// The check answers z3 gives on a script, one per line; "" when z3 reported an error.
+std::string z3_answers(std::string const& script) {
+  char path[] = "/tmp/tvx_solver_XXXXXX";
+  int const fd = mkstemp(path);
+  std::string const text = "(set-option :produce-unsat-cores true)\n" + script;
+  EXPECT_EQ(write(fd, text.data(), text.size()), static_cast<ssize_t>(text.size()));
+  close(fd);
+  std::string const out = std::string(path) + ".out";
+  std::system(("z3 -smt2 " + std::string(path) + " > " + out + " 2>&1").c_str());
+  std::ifstream in(out);
+  std::string answers;
+  for (std::string line; std::getline(in, line);) {
+    if (line.find("error") != std::string::npos) {
+      answers = "error: " + line;
+      break;
+    }
+    if (line == "sat" || line == "unsat" || line == "unknown") {
+      answers += line + "\n";
+    }
+  }
+  std::remove(path);
+  std::remove(out.c_str());
+  return answers;
+}
+
+class SolverTest : public ::testing::TestWithParam<bool> {
+ protected:
+  SolverTest() {
+    config_.model_generation = true;
+    config_.unsat_core_generation = true;
+    solver_ = std::make_unique<Solver>(
+        mgr_, config_, std::make_unique<SpyEngine>(mgr_, config_, log_), trace_, GetParam(), false);
+    I_ = mgr_.get_integer_type();
+    x_ = mgr_.make_constant(mgr_.make_symbol("x", I_));
+  }
+  Term const* num(char const* v) { return mgr_.make_number(v, I_); }
+  Term const* op(char const* o, std::vector<Term const*> const& args) {
+    return mgr_.make_builtin(o, args);
+  }
+
+  TermManager mgr_;
+  Configuration config_;
+  std::ostringstream trace_;
+  std::vector<std::string> log_;
+  std::unique_ptr<Solver> solver_;
+  DataType const* I_;
+  Term const* x_;
+};
+
+TEST_P(SolverTest, MisuseIsRefusedBeforeTracingAndTheSessionGoesOn) {
+  TermManager other;
+  Term const* foreign = other.make_true();
+  Solver& s = *solver_;
+  s.assert_formula(op(">", {x_, num("0")}));
+  struct Case {
+    char const* name;
+    std::function<void()> call;
+    char const* message;
+  };
+  std::vector<Case> const cases = {
+      {"non-Bool assertion", [&] { s.assert_formula(x_); }, "expected a formula of sort Bool"},
+      {"foreign term", [&] { s.assert_formula(foreign); }, "another term manager"},
+      {"foreign symbol", [&] { s.declare_fun(other.make_symbol("y", other.get_integer_type())); },
+       "another term manager"},
+      {"built-in sort", [&] { s.declare_sort(I_); }, "is built in"},
+      {"null term", [&] { s.get_model_value(nullptr); }, "no term given"},
+      {"pop past the bottom", [&] { s.pop(); }, "only 0 are open"},
+      {"model before a check", [&] { s.get_model(); }, "needs a satisfiable"},
+      {"value before a check", [&] { s.get_model_value(x_); }, "needs a satisfiable"},
+      {"core before a check", [&] { s.get_unsat_core(); }, "needs an unsatisfiable"},
+      {"unknown group", [&] { s.set_interpolation_group(0); }, "no interpolation group 0"},
+      {"unknown group in a query", [&] { s.get_interpolant({7}); }, "no interpolation group 7"},
+      {"non-Bool assumption", [&] { s.check_with_assumptions({TheoryLit(x_, false)}); },
+       "expected a formula"},
+  };
+  for (Case const& c : cases) {
+    std::string const before = trace_.str();
+    std::size_t const calls = log_.size();
+    EXPECT_THAT(c.call, ::testing::ThrowsMessage<Error>(HasSubstr(c.message))) << c.name;
+    EXPECT_EQ(trace_.str(), before) << c.name << ": nothing traced";
+    EXPECT_EQ(log_.size(), calls) << c.name << ": engine untouched";
+  }
+  // Answers are forgotten when the assertions change.
+  EXPECT_EQ(s.check(), CheckResult::Sat);
+  s.get_model_value(x_);
+  s.assert_formula(op("<", {x_, num("5")}));
+  EXPECT_THROW(s.get_model_value(x_), Error);
+  EXPECT_THROW(s.get_unsat_core(), Error) << "after sat";
+  // An engine without interpolation refuses after tracing the query.
+  s.assert_formula(op("<", {x_, num("0")}));
+  EXPECT_EQ(s.check(), CheckResult::Unsat);
+  EXPECT_THAT([&] { s.get_interpolant({}); },
+              ::testing::ThrowsMessage<Unsupported>(HasSubstr("cvc5 engine can")));
+  EXPECT_THAT(trace_.str(), ::testing::EndsWith("(get-interpolant ())\n"));
+  // The session goes on, and the trace replays in z3 (which has no interpolation command)
+  // with the same answers.
+  EXPECT_EQ(s.get_unsat_core().size(), 2u);
+  s.reset_assertions();
+  EXPECT_EQ(s.check(), CheckResult::Sat);
+  std::string text = trace_.str();
+  text.erase(text.find("(get-interpolant ())\n"), 21);
+  EXPECT_EQ(z3_answers(text), "sat\nunsat\nsat\n");
+}
+
+TEST_P(SolverTest, ValuesReadBackKeepTheSessionSatisfiableAndTheTraceReplays) {
+  Solver& s = *solver_;
+  DataType const* U = s.declare_sort("U");
+  DataType const* R = mgr_.get_rational_type();
+  DataType const* BV = mgr_.get_bv_type(12);
+  DataType const* AV = mgr_.get_array_type(I_, mgr_.make_simple_type("V"));
+  DataType const* AA = mgr_.get_array_type(BV, mgr_.get_array_type(I_, R));
+  auto c = [&](char const* name, DataType const* sort) {
+    return mgr_.make_constant(s.declare_fun(name, {}, sort));
+  };
+  Term const* u1 = c("u1", U);
+  Term const* u2 = c("u2", U);
+  Term const* r = c("r", R);
+  Term const* b = c("b", BV);
+  // Arrays over an undeclared sort V and nested arrays; `a1` and `a2` meet only in an
+  // equation, so V reaches the trace through their signatures alone.
+  Term const* a1 = mgr_.make_constant(mgr_.make_symbol("a1", AV));
+  Term const* a2 = mgr_.make_constant(mgr_.make_symbol("a2", AV));
+  Term const* nested = c("nested", AA);
+  Symbol const* f = s.declare_fun("f", {U, I_}, R);
+  s.assert_formula(mgr_.make_not(mgr_.make_equal(u1, u2)));
+  s.assert_formula(mgr_.make_not(mgr_.make_equal(a1, a2)));
+  s.assert_formula(op("<", {r, mgr_.make_number("-1/3", R)}));
+  s.assert_formula(op("bvugt", {b, mgr_.make_number("#x7f0", BV)}));
+  Term const* sel = op("select", {op("select", {nested, b}), x_});
+  s.assert_formula(op(">", {sel, mgr_.make_term(f, {u1, x_})}));
+  s.assert_formula(op(">", {x_, num("100")}));
+  ASSERT_EQ(s.check(), CheckResult::Sat);
+  std::vector<Term const*> equations;
+  for (Term const* t : {u1, u2, r, b, a1, a2, nested, sel, x_}) {
+    Term const* v = s.get_model_value(t);
+    ASSERT_NE(v, nullptr);
+    EXPECT_EQ(v, s.get_model_value(t)) << "the same value twice is the same term";
+    equations.push_back(mgr_.make_equal(t, v));
+  }
+  EXPECT_NE(s.get_model_value(u1), s.get_model_value(u2)) << "distinct elements";
+  Model const m = s.get_model();
+  EXPECT_EQ(m.functions.size(), 1u);
+  EXPECT_GE(m.constants.size(), 8u);
+  for (Term const* e : equations) {
+    s.assert_formula(e);
+  }
+  EXPECT_EQ(s.check(), CheckResult::Sat);
+  EXPECT_EQ(z3_answers(trace_.str()), "sat\nsat\n") << trace_.str();
+}
+
+TEST_P(SolverTest, ChecksCoresAssumptionsAndAllSat) {
+  Solver& s = *solver_;
+  Term const* p = mgr_.make_constant(mgr_.make_symbol("p", mgr_.get_bool_type()));
+  Term const* q = mgr_.make_constant(mgr_.make_symbol("q", mgr_.get_bool_type()));
+  s.assert_formula(mgr_.make_or(p, q));
+  std::vector<std::vector<TheoryLit>> const cubes = s.check_allsat({p, q});
+  EXPECT_EQ(cubes.size(), 3u);
+  EXPECT_EQ(s.reason_unknown(), "");
+  for (auto const& cube : cubes) {
+    EXPECT_FALSE(cube[0].is_negated() && cube[1].is_negated()) << "p or q holds in each";
+  }
+  EXPECT_EQ(s.num_scopes(), 0u);
+  s.push(2);
+  s.assert_formula(op(">", {x_, num("3")}));
+  s.assert_formula(op("<", {x_, num("10")}));
+  Term const* low = op("<", {x_, num("2")});
+  EXPECT_EQ(s.check_with_assumptions({TheoryLit(low, false), TheoryLit(p, true)}),
+            CheckResult::Unsat);
+  std::vector<TheoryLit> const core = s.get_unsat_assumptions();
+  ASSERT_EQ(core.size(), 1u);
+  EXPECT_EQ(core[0].get_term(), low);
+  s.assert_formula(low);
+  EXPECT_EQ(s.check(), CheckResult::Unsat);
+  std::vector<Term const*> const formulas = s.get_unsat_core();
+  EXPECT_EQ(formulas.size(), 2u);
+  s.pop(2);
+  EXPECT_EQ(s.check(), CheckResult::Sat);
+  // The core alone is unsatisfiable.
+  s.push();
+  for (Term const* t : formulas) {
+    s.assert_formula(t);
+  }
+  EXPECT_EQ(s.check(), CheckResult::Unsat);
+}
+
+TEST_P(SolverTest, TimeoutAnswersUnknownWithAReason) {
+  Configuration config;
+  config.timeout = 0.001;
+  std::ostringstream trace;
+  Solver s(mgr_, config, make_engine("z3", mgr_, config), trace, GetParam(), false);
+  // Pigeons into holes: 9 into 8 takes z3 far longer than a millisecond.
+  std::vector<std::vector<Term const*>> in(9, std::vector<Term const*>(8));
+  for (int i = 0; i < 9; ++i) {
+    std::vector<Term const*> some;
+    for (int j = 0; j < 8; ++j) {
+      in[i][j] = mgr_.make_constant(mgr_.make_symbol(
+          "p" + std::to_string(i) + "_" + std::to_string(j), mgr_.get_bool_type()));
+      some.push_back(in[i][j]);
+    }
+    s.assert_formula(mgr_.make_builtin("or", some));
+  }
+  for (int j = 0; j < 8; ++j) {
+    for (int i = 0; i < 9; ++i) {
+      for (int k = i + 1; k < 9; ++k) {
+        s.assert_formula(mgr_.make_not(mgr_.make_and(in[i][j], in[k][j])));
+      }
+    }
+  }
+  EXPECT_EQ(s.check(), CheckResult::Unknown);
+  EXPECT_EQ(s.reason_unknown(), "timeout");
+}
+
+INSTANTIATE_TEST_SUITE_P(Modes, SolverTest, ::testing::Bool(),
+                         [](auto const& info) { return info.param ? "Global" : "Scoped"; });
+
+TEST(SolverConfigTest, TracingIsSwitchedByTheConfiguration) {
+  TermManager mgr;
+  Configuration config;
+  config.api_call_trace = true;
+  EXPECT_THAT([&] { Solver(mgr, config, nullptr); },
+              ::testing::ThrowsMessage<Error>(HasSubstr("debug.api_call_trace_filename")));
+  char path[] = "/tmp/tvx_trace_XXXXXX";
+  close(mkstemp(path));
+  config.api_call_trace_filename = path;
+  config.api_call_trace_global_decls = true;
+  {
+    Solver recorder(mgr, config, nullptr);
+    recorder.assert_formula(mgr.make_constant(mgr.make_symbol("p", mgr.get_bool_type())));
+    EXPECT_EQ(recorder.check(), CheckResult::Unknown);
+    EXPECT_EQ(recorder.reason_unknown(), "no engine");
+    EXPECT_EQ(recorder.get_model_value(mgr.make_true()), nullptr) << "a recorder answers nothing";
+  }
+  std::ostringstream text;
+  text << std::ifstream(path).rdbuf();
+  std::remove(path);
+  EXPECT_THAT(text.str(), HasSubstr("(set-option :global-decls true)\n"));
+  EXPECT_THAT(text.str(), ::testing::EndsWith("(assert .1)\n(check-sat)\n(define-fun .2 () Bool "
+                                              "true)\n(get-value (.2))\n"));
+  config.api_call_trace = false;
+  Solver quiet(mgr, config, nullptr);
+  EXPECT_EQ(quiet.tracer(), nullptr);
+}
+
+// The trace is written before the engine sees the call: a crash in the engine leaves the
+// call that caused it at the end of the trace, and what precedes it replays.
+TEST(SolverCrashTest, AnEngineThatDiesMidCheckLeavesTheCheckInTheTrace) {
+  char path[] = "/tmp/tvx_crash_XXXXXX";
+  close(mkstemp(path));
+  pid_t const child = fork();
+  ASSERT_GE(child, 0);
+  if (child == 0) {
+    TermManager mgr;
+    Configuration config;
+    config.api_call_trace = true;
+    config.api_call_trace_filename = path;
+    std::vector<std::string> log;
+    Solver s(mgr, config, std::make_unique<SpyEngine>(mgr, config, log, true));
+    Term const* x = mgr.make_constant(s.declare_fun("x", {}, mgr.get_integer_type()));
+    s.assert_formula(mgr.make_builtin(">", {x, mgr.make_number("2", mgr.get_integer_type())}));
+    s.check();
+    _exit(0);
+  }
+  int status = 0;
+  waitpid(child, &status, 0);
+  ASSERT_TRUE(WIFSIGNALED(status)) << "the engine aborts";
+  std::ostringstream text;
+  text << std::ifstream(path).rdbuf();
+  std::remove(path);
+  EXPECT_THAT(text.str(),
+              ::testing::EndsWith("(declare-fun x () Int)\n(assert (> x 2))\n(check-sat)\n"));
+  EXPECT_EQ(z3_answers(text.str()), "sat\n");
+}
+
+}  // namespace
+}  // namespace tvx
