@@ -57,6 +57,8 @@ class Z3Engine final : public Engine {
   Z3_func_decl decl_of(Symbol const* s);
   Z3_ast translate(Term const* t);
   Z3_ast build(Term const* t);
+  template <class T>
+  std::vector<T> core_of(std::unordered_map<unsigned, T> const& known);
   Z3_model current_model();
   void drop_model();
   Term const* to_term(Z3_ast value, DataType const* sort);
@@ -530,14 +532,16 @@ std::string Z3Engine::reason_unknown() {
   return reason == "canceled" ? "timeout" : reason;
 }
 
-std::vector<Term const*> Z3Engine::unsat_core() {
+// The members of z3's last core that `known` maps, in the core's order.
+template <class T>
+std::vector<T> Z3Engine::core_of(std::unordered_map<unsigned, T> const& known) {
   Z3_ast_vector core = Z3_solver_get_unsat_core(ctx_, solver_);
   check_error();
   Z3_ast_vector_inc_ref(ctx_, core);
-  std::vector<Term const*> result;
+  std::vector<T> result;
   for (unsigned i = 0, n = Z3_ast_vector_size(ctx_, core); i < n; ++i) {
-    auto it = tracked_.find(Z3_get_ast_id(ctx_, Z3_ast_vector_get(ctx_, core, i)));
-    if (it != tracked_.end()) {
+    auto it = known.find(Z3_get_ast_id(ctx_, Z3_ast_vector_get(ctx_, core, i)));
+    if (it != known.end()) {
       result.push_back(it->second);
     }
   }
@@ -545,19 +549,12 @@ std::vector<Term const*> Z3Engine::unsat_core() {
   return result;
 }
 
+std::vector<Term const*> Z3Engine::unsat_core() {
+  return core_of(tracked_);
+}
+
 std::vector<TheoryLit> Z3Engine::unsat_assumptions() {
-  Z3_ast_vector core = Z3_solver_get_unsat_core(ctx_, solver_);
-  check_error();
-  Z3_ast_vector_inc_ref(ctx_, core);
-  std::vector<TheoryLit> result;
-  for (unsigned i = 0, n = Z3_ast_vector_size(ctx_, core); i < n; ++i) {
-    auto it = assumptions_.find(Z3_get_ast_id(ctx_, Z3_ast_vector_get(ctx_, core, i)));
-    if (it != assumptions_.end()) {
-      result.push_back(it->second);
-    }
-  }
-  Z3_ast_vector_dec_ref(ctx_, core);
-  return result;
+  return core_of(assumptions_);
 }
 
 Term const* Z3Engine::interpolant(std::vector<Term const*> const&,
