@@ -57,6 +57,19 @@ class Z3Engine final : public Engine {
   Z3_func_decl decl_of(Symbol const* s);
   Z3_ast translate(Term const* t);
   Z3_ast build(Term const* t);
+  // z3 keeps an AST without references alive only until the next call; build() holds each
+  // intermediate AST of one term here until the term's own AST has its reference.
+  Z3_ast hold(Z3_ast a) {
+    Z3_inc_ref(ctx_, a);
+    held_.push_back(a);
+    return a;
+  }
+  void release_held() {
+    for (Z3_ast a : held_) {
+      Z3_dec_ref(ctx_, a);
+    }
+    held_.clear();
+  }
   template <class T>
   std::vector<T> core_of(std::unordered_map<unsigned, T> const& known);
   Z3_model current_model();
@@ -72,6 +85,7 @@ class Z3Engine final : public Engine {
   Z3_model model_ = nullptr;
   // Every AST the engine references; released with the context.
   std::vector<Z3_ast> kept_;
+  std::vector<Z3_ast> held_;          // see hold()
   std::vector<Z3_ast> terms_;         // by term id; null: not translated yet
   std::vector<Z3_sort> sorts_;        // by sort id
   std::vector<Z3_func_decl> decls_;   // by symbol id, uninterpreted symbols only
@@ -127,6 +141,7 @@ Z3Engine::Z3Engine(TermManager& mgr, Configuration const& config) : mgr_(mgr) {
 
 Z3Engine::~Z3Engine() {
   drop_model();
+  release_held();
   for (Z3_ast a : kept_) {
     Z3_dec_ref(ctx_, a);
   }
@@ -264,6 +279,7 @@ Z3_ast Z3Engine::translate(Term const* root) {
     }
     if (terms_[t->get_id()] == nullptr) {
       terms_[t->get_id()] = keep(build(t));
+      release_held();
     }
     frames_.pop_back();
   }
@@ -285,7 +301,7 @@ Z3_ast Z3Engine::build(Term const* t) {
   auto fold = [&](Z3_ast (*mk)(Z3_context, Z3_ast, Z3_ast)) {
     Z3_ast r = a[0];
     for (std::size_t i = 1; i < n; ++i) {
-      r = mk(c, r, a[i]);
+      r = hold(mk(c, r, a[i]));
     }
     return r;
   };
@@ -295,7 +311,7 @@ Z3_ast Z3Engine::build(Term const* t) {
     }
     std::vector<Z3_ast> links;
     for (std::size_t i = 0; i + 1 < n; ++i) {
-      links.push_back(mk(c, a[i], a[i + 1]));
+      links.push_back(hold(mk(c, a[i], a[i + 1])));
     }
     return Z3_mk_and(c, static_cast<unsigned>(links.size()), links.data());
   };
@@ -332,7 +348,7 @@ Z3_ast Z3Engine::build(Term const* t) {
     case SymbolTag::IMPLIES: {
       Z3_ast r = a[n - 1];  // right-associative
       for (std::size_t i = n - 1; i-- > 0;) {
-        r = Z3_mk_implies(c, a[i], r);
+        r = hold(Z3_mk_implies(c, a[i], r));
       }
       return r;
     }
@@ -356,8 +372,9 @@ Z3_ast Z3Engine::build(Term const* t) {
     case SymbolTag::MOD:
       return Z3_mk_mod(c, a[0], a[1]);
     case SymbolTag::ABS: {
-      Z3_ast const zero = Z3_mk_int(c, 0, Z3_mk_int_sort(c));
-      return Z3_mk_ite(c, Z3_mk_ge(c, a[0], zero), a[0], Z3_mk_unary_minus(c, a[0]));
+      Z3_ast const zero = hold(Z3_mk_int(c, 0, sort_of(s->get_output_type())));
+      Z3_ast const nonnegative = hold(Z3_mk_ge(c, a[0], zero));
+      return Z3_mk_ite(c, nonnegative, a[0], hold(Z3_mk_unary_minus(c, a[0])));
     }
     case SymbolTag::LT:
       return chain(Z3_mk_lt);
@@ -404,8 +421,10 @@ Z3_ast Z3Engine::build(Term const* t) {
     case SymbolTag::BVXNOR:
       return Z3_mk_bvxnor(c, a[0], a[1]);
     case SymbolTag::BVCOMP: {
-      Z3_sort const bit = Z3_mk_bv_sort(c, 1);
-      return Z3_mk_ite(c, Z3_mk_eq(c, a[0], a[1]), Z3_mk_int(c, 1, bit), Z3_mk_int(c, 0, bit));
+      Z3_sort const bit = sort_of(s->get_output_type());
+      Z3_ast const same = hold(Z3_mk_eq(c, a[0], a[1]));
+      Z3_ast const one = hold(Z3_mk_int(c, 1, bit));
+      return Z3_mk_ite(c, same, one, hold(Z3_mk_int(c, 0, bit)));
     }
     case SymbolTag::BVADD:
       return fold(Z3_mk_bvadd);
