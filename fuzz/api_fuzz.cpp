@@ -728,8 +728,8 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size
   Configuration config;
   NullBuf null_buf;
   std::ostream null_out(&null_buf);
-  SmtLib2ApiTracer tracer(&config, &mgr, null_out, false, false);
-  smt2::ScriptReader reader(mgr, config, tracer);
+  Solver solver(mgr, config, nullptr, null_out, false, false);
+  smt2::ScriptReader reader(solver);
   std::istringstream again(text);
   try {
     reader.read(again, "trace.smt2");

@@ -106,8 +106,8 @@ std::string without_stamp(std::string text) {
 void read_script(std::istream& in, std::string const& file, std::ostream& out, bool global,
                  Configuration& config) {
   TermManager mgr;
-  SmtLib2ApiTracer tracer(&config, &mgr, out, global, false);
-  smt2::ScriptReader reader(mgr, config, tracer);
+  Solver solver(mgr, config, nullptr, out, global, false);
+  smt2::ScriptReader reader(solver);
   try {
     reader.read(in, file);
   } catch (smt2::ReadError const&) {

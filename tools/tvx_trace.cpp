@@ -1,5 +1,6 @@
 // tvx-trace: reads an SMT-LIB 2 script and writes the API-call trace that the same calls,
-// made through the library, would produce. Exit status: 0 success, 1 input error, 2 usage.
+// made through the library, would produce; with --solver it also answers the script through
+// an engine, as a solver would. Exit status: 0 success, 1 input error, 2 usage.
 
 #include <unistd.h>
 
@@ -15,9 +16,12 @@
 #include <vector>
 
 #include <tvx/core/configuration.h>
+#include <tvx/core/error.h>
 #include <tvx/core/term_manager.h>
+#include <tvx/smt2/response_writer.h>
 #include <tvx/smt2/script_reader.h>
-#include <tvx/tracer/smtlib2_api_tracer.h>
+#include <tvx/solver/engine.h>
+#include <tvx/solver/solver.h>
 
 namespace {
 
@@ -26,22 +30,33 @@ constexpr int kExitInput = 1;
 constexpr int kExitUsage = 2;
 
 void print_usage(std::ostream& os) {
-  os << "usage: tvx-trace [--global-decls] [--dump-config] [--set KEY=VALUE]... [-o FILE] "
-        "[FILE | -]\n"
+  std::string engines;
+  for (std::string const& name : tvx::builtin_engine_names()) {
+    engines += (engines.empty() ? "" : ", ") + name;
+  }
+  os << "usage: tvx-trace [--solver NAME] [--global-decls] [--dump-config] [--set KEY=VALUE]...\n"
+        "                 [-o FILE | --trace FILE] [FILE | -]\n"
         "\n"
         "Reads an SMT-LIB 2 script (standard input for '-' or no FILE) and writes its API-call\n"
-        "trace to standard output or to the file given with -o.\n"
+        "trace to standard output or to the file given with -o. With --solver, answers the\n"
+        "script as a solver would: the responses (sat, values, models, cores, errors) go to\n"
+        "standard output, and the trace, when wanted, to the file given with --trace.\n"
         "\n"
+        "  --solver NAME      answer through the engine NAME; built in: "
+     << (engines.empty() ? "none" : engines)
+     << "\n"
+        "                     (model and unsat core generation are on; --set turns them off)\n"
         "  --global-decls     trace in global-declarations mode: every term is defined once\n"
         "                     and named by its label afterwards\n"
         "  --dump-config      write the configuration into the trace header\n"
         "  --set KEY=VALUE    set a configuration entry before the tracer is built\n"
-        "                     (for example printer.defines_prefix=d_)\n"
-        "  -o FILE            write the trace to FILE\n"
+        "                     (for example printer.defines_prefix=d_ or timeout=10)\n"
+        "  -o, --trace FILE   write the trace to FILE\n"
         "  --help             show this help and exit\n"
         "  --version          show the version and exit\n"
         "\n"
-        "Exit status: 0 on success, 1 on an error in the input, 2 on a usage error.\n";
+        "Exit status: 0 on success, 1 on an error in the input or from the solver, 2 on a\n"
+        "usage error.\n";
 }
 
 int usage_error(std::string const& message) {
@@ -95,6 +110,7 @@ int main(int argc, char** argv) {
   bool dump_config = false;
   std::vector<std::string> settings;
   std::string output;
+  std::string solver_name;
   std::string input;
   bool have_input = false;
 
@@ -112,11 +128,16 @@ int main(int argc, char** argv) {
       global_decls = true;
     } else if (arg == "--dump-config") {
       dump_config = true;
-    } else if (arg == "--set" || arg == "-o") {
+    } else if (arg == "--set" || arg == "-o" || arg == "--trace" || arg == "--solver") {
       if (i + 1 >= argc) {
         return usage_error("option '" + arg + "' needs an argument");
       }
-      (arg == "--set" ? settings.emplace_back() : output) = argv[++i];
+      (arg == "--set"      ? settings.emplace_back()
+       : arg == "--solver" ? solver_name
+                           : output) = argv[++i];
+      if (arg == "--solver" && solver_name.empty()) {
+        return usage_error("option '--solver' needs a solver name");
+      }
     } else if (arg.compare(0, 6, "--set=") == 0) {
       settings.push_back(arg.substr(6));
     } else if (arg.size() > 1 && arg[0] == '-' && arg != "-") {
@@ -130,7 +151,10 @@ int main(int argc, char** argv) {
     }
   }
 
+  bool const answering = !solver_name.empty();
   tvx::Configuration config;
+  config.model_generation = answering;
+  config.unsat_core_generation = answering;
   tvx::ConfigurationSetter setter;
   for (std::string const& s : settings) {
     std::size_t const eq = s.find('=');
@@ -157,7 +181,7 @@ int main(int argc, char** argv) {
     name = input;
   }
   std::ofstream file_out;
-  std::ostream* out = &std::cout;
+  std::ostream* out = answering ? nullptr : &std::cout;
   if (!output.empty()) {
     file_out.open(output, std::ios::binary | std::ios::trunc);
     if (!file_out) {
@@ -170,9 +194,29 @@ int main(int argc, char** argv) {
   int status = kExitOk;
   {
     tvx::TermManager mgr;
-    tvx::SmtLib2ApiTracer tracer(&config, &mgr, *out, global_decls, dump_config);
-    tvx::smt2::ScriptReader reader(mgr, config, tracer);
-    Progress progress(isatty(2) != 0);
+    std::unique_ptr<tvx::Engine> engine;
+    if (answering) {
+      try {
+        engine = tvx::make_engine(solver_name, mgr, config);
+      } catch (tvx::Error const& e) {
+        std::cerr << "tvx-trace: error: " << e.what() << "\n";
+        return kExitInput;
+      }
+    }
+    // Without a trace file, a solver's session is answered and not traced.
+    std::unique_ptr<tvx::Solver> solver;
+    if (out != nullptr) {
+      solver = std::make_unique<tvx::Solver>(mgr, config, std::move(engine), *out, global_decls,
+                                             dump_config);
+    } else {
+      solver = std::make_unique<tvx::Solver>(mgr, config, std::move(engine));
+    }
+    tvx::smt2::ScriptReader reader(*solver);
+    tvx::smt2::ResponseWriter responses(mgr, config, std::cout);
+    if (answering) {
+      reader.set_response_writer(&responses);
+    }
+    Progress progress(isatty(2) != 0 && !answering);
     reader.set_progress_callback([&progress](std::uint64_t bytes, std::uint64_t commands) {
       progress.update(bytes, commands);
     });
@@ -180,6 +224,9 @@ int main(int argc, char** argv) {
       reader.read(*in, name);
     } catch (tvx::smt2::ReadError const& e) {
       progress.finish();
+      if (answering) {
+        responses.error(e.what());
+      }
       std::cerr << e.what() << "\n";
       status = kExitInput;
     } catch (std::bad_alloc const&) {
@@ -187,6 +234,9 @@ int main(int argc, char** argv) {
       std::cerr << "tvx-trace: error: out of memory\n";
       status = kExitInput;
     }
+  }
+  if (out == nullptr) {
+    return status;
   }
   out->flush();
   if (!*out) {

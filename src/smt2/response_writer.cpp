@@ -1,4 +1,4 @@
-#include "smt2/response_writer.h"
+#include <tvx/smt2/response_writer.h>
 
 #include <string>
 
@@ -112,6 +112,11 @@ void ResponseWriter::term(Term const* t) {
 
 void ResponseWriter::info(std::string const& keyword, std::string const& value) {
   out_ << '(' << keyword << ' ' << value << ')';
+  end();
+}
+
+void ResponseWriter::text(std::string const& response) {
+  out_ << response;
   end();
 }
 

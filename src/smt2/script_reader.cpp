@@ -10,6 +10,7 @@
 #include <vector>
 
 #include <tvx/core/configuration.h>
+#include <tvx/core/error.h>
 #include "smt2/lexer.h"
 
 namespace tvx {
@@ -124,6 +125,8 @@ bool all_digits(std::string const& s) {
 
 // Each level is one traced call; a count beyond this is taken for a mistake.
 constexpr std::uint64_t kMaxPushCount = 1000000;
+// How far beyond the groups made so far a group name ".gN" may take its number N.
+constexpr std::uint64_t kMaxGroupsAhead = 1 << 16;
 
 // The built-in operators the reader treats apart from the rest.
 enum class Op : std::uint8_t {
@@ -202,11 +205,12 @@ std::string sort_text(DataType const* t) {
 
 class ScriptReader::Impl {
  public:
-  Impl(TermManager& mgr, Configuration& config, ApiTracer& tracer)
-      : mgr_(mgr), config_(config), tracer_(tracer) {}
+  explicit Impl(Solver& solver)
+      : solver_(solver), mgr_(solver.term_manager()), config_(solver.configuration()) {}
 
   void read(std::istream& in, std::string const& filename);
   ProgressCallback progress_;
+  ResponseWriter* responses_ = nullptr;
 
  private:
   // A define-fun: the body is a term over placeholder constants, one per parameter; an
@@ -374,11 +378,12 @@ class ScriptReader::Impl {
   void cmd_push_pop(bool push, Token const& command_token);
   void cmd_assert();
   void cmd_set_option();
+  void answer_info(bool info, std::string const& key);
   void cmd_term_list(std::vector<Term const*>& out, bool allow_empty, char const* command);
 
+  Solver& solver_;
   TermManager& mgr_;
   Configuration& config_;
-  ApiTracer& tracer_;
   ConfigurationSetter setter_;
   Lexer* lex_ = nullptr;
   std::uint64_t commands_ = 0;
@@ -404,6 +409,9 @@ class ScriptReader::Impl {
   int next_group_ = 0;
   bool have_pending_group_ = false;
   std::string pending_group_;
+  // The :named name of each asserted formula that had one, for the names of unsat cores.
+  std::unordered_map<Term const*, std::string> assertion_names_;
+  std::string pending_name_;  // the :named name on the formula being asserted
 
   // Term parser state, reused from term to term.
   std::vector<Frame> frames_;
@@ -450,6 +458,12 @@ void ScriptReader::Impl::read(std::istream& in, std::string const& filename) {
       more = command();
     } catch (ReadError const&) {
       throw;
+    } catch (Unsupported const& e) {
+      // An engine without the feature: a solver answers "unsupported" and goes on.
+      if (responses_ == nullptr) {
+        error_at(line, column, e.what());
+      }
+      responses_->unsupported();
     } catch (Error const& e) {
       error_at(line, column, e.what());
     } catch (std::out_of_range const& e) {
@@ -494,7 +508,10 @@ bool ScriptReader::Impl::command() {
     cmd_push_pop(eq(name, "push"), cmd);
   } else if (eq(name, "check-sat")) {
     expect_rparen(" after check-sat");
-    tracer_.trace_check();
+    CheckResult const result = solver_.check();
+    if (responses_ != nullptr) {
+      responses_->check(result);
+    }
   } else if (eq(name, "check-sat-assuming")) {
     cmd_term_list(terms_scratch_, true, "check-sat-assuming");
     std::vector<TheoryLit> lits;
@@ -506,24 +523,51 @@ bool ScriptReader::Impl::command() {
         lits.emplace_back(t, false);
       }
     }
-    tracer_.trace_check_with_assumptions(lits);
+    CheckResult const result = solver_.check_with_assumptions(lits);
+    if (responses_ != nullptr) {
+      responses_->check(result);
+    }
   } else if (eq(name, "check-allsat")) {
     cmd_term_list(terms_scratch_, true, "check-allsat");
-    tracer_.trace_check_allsat(terms_scratch_);
+    auto const cubes = solver_.check_allsat(terms_scratch_);
+    if (responses_ != nullptr) {
+      responses_->cubes(cubes, solver_.reason_unknown());
+    }
   } else if (eq(name, "get-value")) {
     cmd_term_list(terms_scratch_, false, "get-value");
+    std::vector<std::pair<Term const*, Term const*>> values;
     for (Term const* t : terms_scratch_) {
-      tracer_.trace_get_model_value(t);
+      values.emplace_back(t, solver_.get_model_value(t));
+    }
+    if (responses_ != nullptr) {
+      responses_->values(values);
     }
   } else if (eq(name, "get-model")) {
     expect_rparen(" after get-model");
-    tracer_.trace_get_model();
+    Model const model = solver_.get_model();
+    if (responses_ != nullptr) {
+      responses_->model(model);
+    }
   } else if (eq(name, "get-unsat-core")) {
     expect_rparen(" after get-unsat-core");
-    tracer_.trace_get_unsat_core();
+    std::vector<Term const*> const core = solver_.get_unsat_core();
+    if (responses_ != nullptr) {
+      // A core is answered by the names of its formulas; formulas without one are left out.
+      std::vector<std::string> names;
+      for (Term const* t : core) {
+        auto it = assertion_names_.find(t);
+        if (it != assertion_names_.end()) {
+          names.push_back(it->second);
+        }
+      }
+      responses_->names(names);
+    }
   } else if (eq(name, "get-unsat-assumptions")) {
     expect_rparen(" after get-unsat-assumptions");
-    tracer_.trace_get_unsat_assumptions();
+    std::vector<TheoryLit> const lits = solver_.get_unsat_assumptions();
+    if (responses_ != nullptr) {
+      responses_->literals(lits);
+    }
   } else if (eq(name, "get-interpolant")) {
     expect_lparen(" starting the list of interpolation groups");
     std::vector<int> groups;
@@ -532,13 +576,16 @@ bool ScriptReader::Impl::command() {
     }
     lex_->next();
     expect_rparen(" after the list of interpolation groups");
-    tracer_.trace_get_interpolant(groups);
+    Term const* interpolant = solver_.get_interpolant(groups);
+    if (responses_ != nullptr && interpolant != nullptr) {
+      responses_->term(interpolant);
+    }
   } else if (eq(name, "reset-assertions")) {
     expect_rparen(" after reset-assertions");
     while (!scope_marks_.empty()) {
       pop_scope();
     }
-    tracer_.trace_reset_assertions();
+    solver_.reset_assertions();
   } else if (eq(name, "set-option")) {
     cmd_set_option();
   } else if (eq(name, "set-logic")) {
@@ -562,14 +609,22 @@ bool ScriptReader::Impl::command() {
     if (lex_->peek().kind != TokenKind::kKeyword) {
       expected("a keyword");
     }
+    std::string const key = lex_->peek().text;
     lex_->next();
     expect_rparen(" after the keyword");
+    if (responses_ != nullptr) {
+      answer_info(eq(name, "get-info"), key);
+    }
   } else if (eq(name, "echo")) {
     if (lex_->peek().kind != TokenKind::kString) {
       expected("a string literal");
     }
+    std::string const text = lex_->peek().text;
     lex_->next();
     expect_rparen(" after the string");
+    if (responses_ != nullptr) {
+      responses_->string(text);
+    }
   } else if (eq(name, "exit")) {
     expect_rparen(" after exit");
     return false;
@@ -670,8 +725,13 @@ int ScriptReader::Impl::group_number(std::string const& name) {
   }
   int number = -1;
   std::uint64_t n = 0;
+  // A name ".gN" keeps its number, so a trace read again names its groups as it did, unless
+  // that would make the solver create an absurd number of groups first.
+  std::uint64_t const reach =
+      static_cast<std::uint64_t>(solver_.num_interpolation_groups()) + kMaxGroupsAhead;
   if (name.size() > 2 && name.compare(0, 2, ".g") == 0 && parse_u64(name.substr(2), &n) &&
-      n <= static_cast<std::uint64_t>(INT32_MAX) && group_numbers_used_.count(int(n)) == 0) {
+      n <= reach && n < static_cast<std::uint64_t>(INT32_MAX) &&
+      group_numbers_used_.count(int(n)) == 0) {
     number = static_cast<int>(n);
   } else {
     while (group_numbers_used_.count(next_group_) != 0) {
@@ -681,7 +741,10 @@ int ScriptReader::Impl::group_number(std::string const& name) {
   }
   groups_.emplace(name, number);
   group_numbers_used_.insert(number);
-  tracer_.trace_new_interpolation_group();
+  // The solver numbers its groups in creation order: make groups up to this one.
+  while (solver_.num_interpolation_groups() <= number) {
+    solver_.new_interpolation_group();
+  }
   return number;
 }
 
@@ -715,7 +778,7 @@ void ScriptReader::Impl::cmd_declare_sort() {
     }
   }
   add_sort(name, sort);
-  tracer_.trace_type_declaration(sort);
+  solver_.declare_sort(sort);
 }
 
 void ScriptReader::Impl::cmd_define_sort() {
@@ -773,7 +836,7 @@ void ScriptReader::Impl::cmd_declare_fun(bool is_const) {
     }
   }
   add_name(name, Name{sym, nullptr, nullptr});
-  tracer_.trace_symbol_declaration(sym);
+  solver_.declare_fun(sym);
 }
 
 void ScriptReader::Impl::cmd_define_fun(bool is_const) {
@@ -837,7 +900,7 @@ void ScriptReader::Impl::cmd_push_pop(bool push, Token const& command_token) {
   if (push) {
     for (std::uint64_t i = 0; i < count; ++i) {
       scope_marks_.push_back(scope_log_.size());
-      tracer_.trace_push_backtrack_point();
+      solver_.push();
     }
     return;
   }
@@ -848,7 +911,7 @@ void ScriptReader::Impl::cmd_push_pop(bool push, Token const& command_token) {
   }
   for (std::uint64_t i = 0; i < count; ++i) {
     pop_scope();
-    tracer_.trace_pop_backtrack_point();
+    solver_.pop();
   }
 }
 
@@ -856,6 +919,7 @@ void ScriptReader::Impl::cmd_assert() {
   std::uint64_t const line = lex_->peek().line;
   std::uint64_t const column = lex_->peek().column;
   have_pending_group_ = false;
+  pending_name_.clear();
   Term const* t = parse_term(true);
   expect_rparen(" after the asserted formula");
   if (t->get_type() != mgr_.get_bool_type()) {
@@ -864,12 +928,48 @@ void ScriptReader::Impl::cmd_assert() {
   }
   if (have_pending_group_) {
     have_pending_group_ = false;
-    tracer_.trace_set_interpolation_group(group_number(pending_group_));
+    solver_.set_interpolation_group(group_number(pending_group_));
     if (t == mgr_.make_true()) {
       return;  // only the marker that selects a group
     }
   }
-  tracer_.trace_assert_formula(t);
+  solver_.assert_formula(t);
+  if (!pending_name_.empty()) {
+    assertion_names_[t] = pending_name_;
+  }
+}
+
+// get-info and get-option: the few keys a session can answer; "unsupported" for the rest.
+void ScriptReader::Impl::answer_info(bool info, std::string const& key) {
+  std::string value;
+  if (info && key == ":name") {
+    value = "\"tvx\"";
+  } else if (info && key == ":error-behavior") {
+    value = "immediate-exit";
+  } else if (info && key == ":reason-unknown") {
+    std::string const& reason = solver_.reason_unknown();
+    if (!reason.empty() && reason.find_first_of(" ()\"|;") == std::string::npos) {
+      value = reason;
+    } else {
+      value = "\"";
+      for (char c : reason) {
+        value += c == '"' ? std::string("\"\"") : std::string(1, c);
+      }
+      value += '"';
+    }
+  } else if (!info && key == ":produce-models") {
+    value = config_.model_generation ? "true" : "false";
+  } else if (!info && key == ":produce-unsat-cores") {
+    value = config_.unsat_core_generation ? "true" : "false";
+  } else {
+    responses_->unsupported();
+    return;
+  }
+  if (info) {
+    responses_->info(key, value);
+  } else {
+    responses_->text(value);
+  }
 }
 
 void ScriptReader::Impl::cmd_set_option() {
@@ -1492,6 +1592,9 @@ void ScriptReader::Impl::close_annotation(Term const* value, bool outermost, boo
       std::string const name = expect_symbol("a name after ':named'");
       check_fresh_name(name_tok, name);
       add_name(name, Name{nullptr, nullptr, value});
+      if (outermost && assertion) {
+        pending_name_ = name;
+      }
     } else if (eq(key.text, ":interpolation-group")) {
       if (!outermost || !assertion) {
         error_at(key, "':interpolation-group' is allowed only on an asserted formula");
@@ -1612,8 +1715,7 @@ Term const* ScriptReader::Impl::parse_term(bool assertion) {
 
 // ----------------------------------------------------------------------------- ScriptReader
 
-ScriptReader::ScriptReader(TermManager& mgr, Configuration& config, ApiTracer& tracer)
-    : impl_(new Impl(mgr, config, tracer)) {}
+ScriptReader::ScriptReader(Solver& solver) : impl_(new Impl(solver)) {}
 
 ScriptReader::~ScriptReader() = default;
 
@@ -1623,6 +1725,10 @@ void ScriptReader::read(std::istream& in, std::string const& filename) {
 
 void ScriptReader::set_progress_callback(ProgressCallback callback) {
   impl_->progress_ = std::move(callback);
+}
+
+void ScriptReader::set_response_writer(ResponseWriter* writer) {
+  impl_->responses_ = writer;
 }
 
 }  // namespace smt2

@@ -39,6 +39,10 @@ Solver::Solver(TermManager& mgr, Configuration& config, std::unique_ptr<Engine> 
   start_tracing(trace, global_decls, dump_config);
 }
 
+Solver::Solver(TermManager& mgr, Configuration& config, std::unique_ptr<Engine> engine,
+               std::unique_ptr<SmtLib2ApiTracer> tracer)
+    : mgr_(mgr), config_(config), engine_(std::move(engine)), tracer_(std::move(tracer)) {}
+
 Solver::~Solver() = default;
 
 void Solver::start_tracing(std::ostream& out, bool global_decls, bool dump_config) {

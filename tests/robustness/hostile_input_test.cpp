@@ -91,8 +91,10 @@ std::pair<S, std::vector<std::size_t>> trace_of(S const& script, bool global) {
   TermManager mgr;
   Configuration config;
   std::ostringstream out;
-  DepthTracer tracer(&config, &mgr, out, global, false);
-  smt2::ScriptReader reader(mgr, config, tracer);
+  auto owned = std::make_unique<DepthTracer>(&config, &mgr, out, global, false);
+  DepthTracer const& tracer = *owned;
+  Solver solver(mgr, config, nullptr, std::move(owned));
+  smt2::ScriptReader reader(solver);
   std::istringstream in(script);
   reader.read(in, "hostile.smt2");
   return {out.str(), tracer.depths};

@@ -33,9 +33,9 @@ std::string trace(std::string const& text, bool global, std::string const& prefi
   Configuration config;
   config.printer.defines_prefix = prefix;
   std::ostringstream os;
-  SmtLib2ApiTracer tracer(&config, &mgr, os, global, false);
+  Solver solver(mgr, config, nullptr, os, global, false);
   std::istringstream in(text);
-  ScriptReader(mgr, config, tracer).read(in, "<input>");
+  ScriptReader(solver).read(in, "<input>");
   std::string out = os.str();
   std::size_t const at = out.find(";; generated on ");
   return at == std::string::npos ? out : out.erase(at, out.find('\n', at) + 1 - at);

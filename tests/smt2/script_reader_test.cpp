@@ -41,8 +41,8 @@ struct Session {
   TermManager mgr;
   Configuration config;
   std::ostringstream out;
-  SmtLib2ApiTracer tracer{&config, &mgr, out, false, false};
-  ScriptReader reader{mgr, config, tracer};
+  Solver solver{mgr, config, nullptr, out, false, false};
+  ScriptReader reader{solver};
 };
 
 // Each script reads without error and becomes exactly this trace.

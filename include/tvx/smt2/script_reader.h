@@ -1,6 +1,8 @@
 // ScriptReader: reads an SMT-LIB 2 script and turns each command, as soon as it is parsed, into
-// the matching TermManager and ApiTracer calls. Invariant: at the first error nothing more is
-// done, and every command before it has been passed on in full.
+// the matching TermManager and Solver calls, so a script is traced and answered the way the
+// same calls made by an application would be. With a ResponseWriter, every command that asks
+// something writes the solver's answer as an SMT-LIB 2 response. Invariant: at the first error
+// nothing more is done, and every command before it has been passed on in full.
 //
 // What the reader accepts: the quantifier-free theories of the term layer (core, integers and
 // reals, bit-vectors, arrays, uninterpreted sorts and functions); declare-sort (arity 0),
@@ -32,7 +34,8 @@
 #include <tvx/core/configuration.h>
 #include <tvx/core/term_manager.h>
 #include <tvx/smt2/read_error.h>
-#include <tvx/tracer/api_tracer.h>
+#include <tvx/smt2/response_writer.h>
+#include <tvx/solver/solver.h>
 
 namespace tvx {
 namespace smt2 {
@@ -42,8 +45,8 @@ class ScriptReader {
   // Called after each command with the bytes read and the commands done so far.
   using ProgressCallback = std::function<void(std::uint64_t bytes, std::uint64_t commands)>;
 
-  // The term manager, configuration and tracer must outlive the reader.
-  ScriptReader(TermManager& mgr, Configuration& config, ApiTracer& tracer);
+  // The solver (with its term manager and configuration) must outlive the reader.
+  explicit ScriptReader(Solver& solver);
   ~ScriptReader();
   ScriptReader(ScriptReader const&) = delete;
   ScriptReader& operator=(ScriptReader const&) = delete;
@@ -54,6 +57,9 @@ class ScriptReader {
   void read(std::istream& in, std::string const& filename);
 
   void set_progress_callback(ProgressCallback callback);
+  // Answers go to `writer` (none by default); it must outlive the reader's use of it. A
+  // feature the solver's engine lacks is then answered "unsupported" and reading goes on.
+  void set_response_writer(ResponseWriter* writer);
 
  private:
   class Impl;

@@ -36,11 +36,18 @@ class Solver {
   // Traces to `trace`, whatever the configuration says about tracing.
   Solver(TermManager& mgr, Configuration& config, std::unique_ptr<Engine> engine,
          std::ostream& trace, bool global_decls, bool dump_config);
+  // Traces through `tracer`, made by the caller over the same term manager and configuration
+  // (a subclass that watches the calls, for instance).
+  Solver(TermManager& mgr, Configuration& config, std::unique_ptr<Engine> engine,
+         std::unique_ptr<SmtLib2ApiTracer> tracer);
   ~Solver();
   Solver(Solver const&) = delete;
   Solver& operator=(Solver const&) = delete;
 
   TermManager& term_manager() { return mgr_; }
+  // Settings read when a call is made (the printer's, for instance) may change between calls;
+  // the engine read its own when it was made.
+  Configuration& configuration() { return config_; }
   Configuration const& configuration() const { return config_; }
   Engine* engine() { return engine_.get(); }     // null for a recorder
   ApiTracer* tracer() { return tracer_.get(); }  // null when not tracing
@@ -80,6 +87,7 @@ class Solver {
   // Groups are numbered 0, 1, 2, ... in creation order; assertions belong to the group set
   // last (none before the first set, and none again after reset_assertions).
   int new_interpolation_group();
+  int num_interpolation_groups() const { return num_groups_; }
   void set_interpolation_group(int group);
   // After an unsatisfiable check: an interpolant between the assertions of `groups` and the
   // other assertions.

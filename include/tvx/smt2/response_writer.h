@@ -36,7 +36,9 @@ class ResponseWriter {
   // One cube per line, as literals, then the answer that ended the search.
   void cubes(std::vector<std::vector<TheoryLit>> const& cubes, std::string const& reason_unknown);
   void term(Term const* t);
-  // (:KEYWORD VALUE), VALUE written as it is.
+  // A response written as it is (an option's value, for instance).
+  void text(std::string const& response);
+  // (:KEYWORD VALUE), KEYWORD with its colon, VALUE written as it is.
   void info(std::string const& keyword, std::string const& value);
   // A string as SMT-LIB writes it, between double quotes with each quote doubled.
   void string(std::string const& text);
