@@ -1,5 +1,6 @@
 // The tvx-trace program: exit status 0, 1 or 2, standard input or a file, -o, help and options,
-// and an input error that keeps the trace written before it.
+// an input error that keeps the trace written before it, and a script answered through an
+// engine with --solver, whose trace replays to the same answers.
 #include <gtest/gtest.h>
 #include <stdlib.h>
 #include <sys/wait.h>
@@ -7,6 +8,7 @@
 #include <fstream>
 #include <sstream>
 #include <string>
+#include <vector>
 
 namespace {
 
@@ -86,6 +88,59 @@ TEST_F(TvxTraceTest, InputErrorKeepsTheTraceUpToIt) {
   EXPECT_EQ(run("", "(check-sat)\n(pop 1)\n"), 1);
   EXPECT_EQ(err_.rfind("<stdin>:2:6: error: ", 0), 0u) << err_;
   EXPECT_EQ(out_.substr(out_.size() - 12), "(check-sat)\n");
+}
+
+// With --solver the responses go to standard output and the trace to --trace; an error ends
+// the session with an error response, and a feature the engine lacks is answered unsupported.
+TEST_F(TvxTraceTest, SolverAnswersAndTracesTheSession) {
+  if (std::system("command -v z3 >/dev/null") != 0) {
+    GTEST_SKIP() << "needs z3 on the path to replay the trace";
+  }
+  std::string const script =
+      "(set-logic QF_LIA)\n(declare-fun x () Int)\n(declare-fun y () Int)\n"
+      "(assert (! (> x 2) :named big))\n(assert (< y x))\n(check-sat)\n(get-value (x (+ x 1)))\n"
+      "(echo \"one \"\"word\"\"\")\n(push 1)\n(assert (! (< x 0) :named negative))\n"
+      "(check-sat)\n(get-unsat-core)\n(get-interpolant (g))\n(pop 1)\n"
+      "(check-sat-assuming ((< x 0)))\n(get-unsat-assumptions)\n(get-info :reason-unknown)\n"
+      "(get-option :produce-models)\n(check-sat)\n(get-model)\n(assert (+ x 1))\n(check-sat)\n";
+  std::string const trace_file = tmp_ + "/trace.smt2";
+  EXPECT_EQ(run("--solver z3 --trace '" + trace_file + "'", script), 1);
+  std::istringstream lines(out_);
+  std::vector<std::string> got;
+  for (std::string line; got.size() < 12 && std::getline(lines, line);) {
+    got.push_back(line);
+  }
+  ASSERT_EQ(got.size(), 12u) << out_;
+  EXPECT_EQ(got[0], "sat");
+  EXPECT_EQ(got[1].rfind("((x ", 0), 0u) << got[1];
+  EXPECT_EQ(got[2], "\"one \"\"word\"\"\"");
+  EXPECT_EQ(got[3], "unsat");
+  EXPECT_EQ(got[4], "(big negative)");
+  EXPECT_EQ(got[5], "unsupported");  // z3 has no interpolation
+  EXPECT_EQ(got[6], "unsat");
+  EXPECT_EQ(got[7], "((< x 0))");
+  EXPECT_EQ(got[8], "(:reason-unknown \"\")");
+  EXPECT_EQ(got[9], "true");
+  EXPECT_EQ(got[10], "sat");
+  EXPECT_EQ(got[11], "(");
+  EXPECT_NE(out_.find("(define-fun y () Int"), std::string::npos) << out_;
+  EXPECT_EQ(
+      out_.substr(out_.rfind('(')),
+      "(error \"<stdin>:21:9: error: assert expects a formula of sort Bool, found sort Int\")\n")
+      << out_;
+  EXPECT_NE(err_.find("<stdin>:21:"), std::string::npos) << err_;
+  // The trace holds every call up to the error and gives the same answers in z3.
+  std::string const trace = slurp(trace_file);
+  EXPECT_EQ(trace.substr(trace.size() - 12), "(get-model)\n") << trace;
+  std::system(("z3 -smt2 '" + trace_file + "' >'" + tmp_ + "/z3.out' 2>&1").c_str());
+  std::string const z3 = slurp(tmp_ + "/z3.out");
+  EXPECT_EQ(z3.substr(0, 4), "sat\n") << z3;
+  EXPECT_NE(z3.find("unsat\n"), std::string::npos) << z3;
+
+  EXPECT_EQ(run("--solver no-such-engine"), 1);
+  EXPECT_NE(err_.find("no-such-engine"), std::string::npos) << err_;
+  EXPECT_EQ(run("--help"), 0);
+  EXPECT_NE(out_.find("z3"), std::string::npos) << out_;
 }
 
 }  // namespace

@@ -1,0 +1,133 @@
+// The corpus answered through each engine: every script's checks give the answers its manifest
+// lists, and the trace recorded on the way (in both modes), read again through the next
+// engine in the list, gives the same answers, so a session traced on one engine replays on
+// another.
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <iostream>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <tvx/smt2/response_writer.h>
+#include <tvx/smt2/script_reader.h>
+#include <tvx/solver/engine.h>
+#include <tvx/solver/solver.h>
+
+namespace tvx {
+namespace {
+
+struct Entry {
+  std::string file;
+  std::string answers;  // comma-separated
+};
+
+std::vector<Entry> read_manifest(std::string const& dir) {
+  std::ifstream manifest(dir + "/MANIFEST.tsv");
+  std::vector<Entry> entries;
+  std::string line;
+  for (std::getline(manifest, line); std::getline(manifest, line);) {
+    std::istringstream cols(line);
+    std::string col[4];
+    for (std::string& c : col) {
+      std::getline(cols, c, '\t');
+    }
+    entries.push_back(Entry{col[0], col[3]});
+  }
+  return entries;
+}
+
+// Answers `script` through the engine `engine`, tracing to `trace` when it is not null; returns
+// the check answers joined by commas, then the error if reading stopped at one.
+std::string answer(std::string const& script, std::string const& engine, std::ostream* trace,
+                   bool global) {
+  TermManager mgr;
+  Configuration config;
+  config.model_generation = true;
+  config.unsat_core_generation = true;
+  config.timeout = 60;
+  std::unique_ptr<Solver> solver =
+      trace != nullptr ? std::make_unique<Solver>(mgr, config, make_engine(engine, mgr, config),
+                                                  *trace, global, false)
+                       : std::make_unique<Solver>(mgr, config, make_engine(engine, mgr, config));
+  std::ostringstream out;
+  smt2::ResponseWriter responses(mgr, config, out);
+  smt2::ScriptReader reader(*solver);
+  reader.set_response_writer(&responses);
+  std::istringstream in(script);
+  std::string error;
+  try {
+    reader.read(in, "<script>");
+  } catch (Error const& e) {
+    error = std::string(" error: ") + e.what();
+  }
+  std::istringstream lines(out.str());
+  std::string answers;
+  for (std::string line; std::getline(lines, line);) {
+    if (line == "sat" || line == "unsat" || line == "unknown") {
+      answers += (answers.empty() ? "" : ",") + line;
+    }
+  }
+  return answers + error;
+}
+
+class CorpusSolveTest : public ::testing::TestWithParam<std::string> {};
+
+TEST_P(CorpusSolveTest, ManifestAnswersAndTheTraceReplaysOnTheNextEngine) {
+  char const* env = std::getenv("TVX_CORPUS_DIR");
+  std::string const dir = env ? env : std::string(TVX_SOURCE_DIR) + "/../shared/corpus";
+  std::vector<Entry> const entries = read_manifest(dir);
+  if (entries.empty()) {
+    GTEST_SKIP() << "needs the corpus at " << dir << " (or $TVX_CORPUS_DIR)";
+  }
+  std::vector<std::string> const engines = builtin_engine_names();
+  std::string const engine = GetParam();
+  std::string next = engines.front();
+  for (std::size_t i = 0; i + 1 < engines.size(); ++i) {
+    next = engines[i] == engine ? engines[i + 1] : next;
+  }
+
+  std::vector<std::string> failures(entries.size());
+  auto check = [&](Entry const& e) {
+    std::ostringstream ss;
+    ss << std::ifstream(dir + "/smt2/" + e.file, std::ios::binary).rdbuf();
+    std::string failure;
+    for (bool global : {false, true}) {
+      std::ostringstream trace;
+      std::string const got = answer(ss.str(), engine, &trace, global);
+      if (got != e.answers) {
+        failure += " [" + engine + (global ? " global" : " scoped") + ": " + got + "]";
+        continue;  // the session was not the same, so neither is its trace
+      }
+      std::string const replayed = answer(trace.str(), next, nullptr, global);
+      if (replayed != e.answers) {
+        failure += " [trace replayed on " + next + (global ? " global" : " scoped") + ": " +
+                   replayed + "]";
+      }
+    }
+    return failure;
+  };
+  auto worker = [&](std::size_t first) {  // two workers take alternate files
+    for (std::size_t i = first; i < entries.size(); i += 2) {
+      failures[i] = check(entries[i]);
+    }
+  };
+  std::thread helper(worker, 1);
+  worker(0);
+  helper.join();
+  std::size_t passed = 0;
+  for (std::size_t i = 0; i < entries.size(); ++i) {
+    passed += failures[i].empty();
+    EXPECT_EQ(failures[i], "") << entries[i].file;
+  }
+  std::cout << passed << " of " << entries.size() << " corpus files passed on " << engine << "\n";
+}
+
+INSTANTIATE_TEST_SUITE_P(Engines, CorpusSolveTest, ::testing::ValuesIn(builtin_engine_names()),
+                         [](auto const& info) { return info.param; });
+
+}  // namespace
+}  // namespace tvx
