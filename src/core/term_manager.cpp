@@ -9,6 +9,8 @@
 #include <utility>
 #include <vector>
 
+#include <tvx/support/str.h>
+
 namespace tvx {
 
 namespace {
@@ -205,18 +207,6 @@ std::size_t num_indices_of(Sig sig) {
   throw Error(msg.str());
 }
 
-bool all_digits(std::string const& s, std::size_t from, std::size_t to) {
-  if (from >= to) {
-    return false;
-  }
-  for (std::size_t i = from; i < to; ++i) {
-    if (s[i] < '0' || s[i] > '9') {
-      return false;
-    }
-  }
-  return true;
-}
-
 std::string strip_leading_zeros(std::string const& digits) {
   std::size_t i = 0;
   while (i + 1 < digits.size() && digits[i] == '0') {
@@ -283,14 +273,14 @@ std::string canonical_arith(std::string const& value, DataType const* type) {
   std::size_t const slash = value.find('/');
   std::string body;
   if (dot == std::string::npos && slash == std::string::npos) {
-    if (!all_digits(value, start, value.size())) {
+    if (!str::all_digits(value, start, value.size())) {
       fail_number(value, type, "expected digits");
     }
     body = strip_leading_zeros(value.substr(start));
   } else if (type->is_int()) {
     fail_number(value, type, "an integer takes no fraction");
   } else if (slash == std::string::npos) {
-    if (!all_digits(value, start, dot) || !all_digits(value, dot + 1, value.size())) {
+    if (!str::all_digits(value, start, dot) || !str::all_digits(value, dot + 1, value.size())) {
       fail_number(value, type, "expected a decimal");
     }
     std::string whole = strip_leading_zeros(value.substr(start, dot - start));
@@ -300,7 +290,7 @@ std::string canonical_arith(std::string const& value, DataType const* type) {
     }
     body = frac.empty() ? whole : whole + "." + frac;
   } else {
-    if (!all_digits(value, start, slash) || !all_digits(value, slash + 1, value.size())) {
+    if (!str::all_digits(value, start, slash) || !str::all_digits(value, slash + 1, value.size())) {
       fail_number(value, type, "expected a rational n/d");
     }
     std::string num = strip_leading_zeros(value.substr(start, slash - start));
@@ -362,7 +352,7 @@ std::string canonical_bv(std::string const& value, DataType const* type) {
     }
     return bits;
   }
-  if (!all_digits(value, 0, value.size())) {
+  if (!str::all_digits(value, 0, value.size())) {
     fail_number(value, type, "expected a non-negative decimal, #b or #x");
   }
   // Beyond this many digits the conversion would take too long to be worth it.
@@ -552,7 +542,7 @@ DataType const* TermManager::get_simple_type(std::string const& name, bool unint
   static constexpr char kBv[] = "(_ BitVec ";
   std::size_t const prefix = sizeof(kBv) - 1;
   if (name.size() > prefix + 1 && name.compare(0, prefix, kBv) == 0 && name.back() == ')' &&
-      all_digits(name, prefix, name.size() - 1) && name.size() - prefix - 1 <= 18) {
+      str::all_digits(name, prefix, name.size() - 1) && name.size() - prefix - 1 <= 18) {
     auto bv = bv_types_.find(std::stoull(name.substr(prefix, name.size() - prefix - 1)));
     if (bv != bv_types_.end() && bv->second->get_name() == name) {
       return bv->second;

@@ -1,0 +1,619 @@
+// The command reader: the loop that reads one command at a time, and one function per
+// command. Each command parses its arguments, makes its calls on the Solver (which checks,
+// traces and answers them), and writes the answer when a response writer is set.
+#include "smt2/reader_impl.h"
+
+namespace tvx {
+namespace smt2 {
+
+namespace {
+
+// Each level is one traced call; a count beyond this is taken for a mistake.
+constexpr std::uint64_t kMaxPushCount = 1000000;
+
+}  // namespace
+
+void ScriptReader::Impl::read(std::istream& in, std::string const& filename) {
+  Lexer lex(in, filename);
+  lex_ = &lex;
+  struct Reset {
+    Impl* self;
+    ~Reset() {
+      self->lex_ = nullptr;
+      self->frames_.clear();
+      self->values_.clear();
+      self->indices_.clear();
+      self->let_names_.clear();
+      self->undo_lets(0);
+    }
+  } reset{this};
+  for (;;) {
+    if (lex.peek().kind == TokenKind::kEof) {
+      return;
+    }
+    // The term layer reports misuse with exceptions; the commands turn the ones they expect
+    // into positioned errors, and this net catches any other at the command's position.
+    std::uint64_t const line = lex.peek().line;
+    std::uint64_t const column = lex.peek().column;
+    bool more = true;
+    try {
+      more = command();
+    } catch (ReadError const&) {
+      throw;
+    } catch (Unsupported const& e) {
+      // An engine without the feature: a solver answers "unsupported" and goes on.
+      if (responses_ == nullptr) {
+        error_at(line, column, e.what());
+      }
+      responses_->unsupported();
+    } catch (Error const& e) {
+      error_at(line, column, e.what());
+    } catch (std::out_of_range const& e) {
+      error_at(line, column, e.what());
+    } catch (std::length_error const& e) {
+      error_at(line, column, e.what());
+    }
+    if (!more) {
+      return;
+    }
+    ++commands_;
+    if (progress_) {
+      progress_(lex.bytes_read(), commands_);
+    }
+  }
+}
+
+// Reads and carries out one command; false after (exit).
+
+// Reads and carries out one command; false after (exit).
+bool ScriptReader::Impl::command() {
+  expect_lparen(" starting a command");
+  Token const cmd = lex_->peek();
+  if (cmd.kind != TokenKind::kSymbol) {
+    expected("a command name");
+  }
+  lex_->next();
+  std::string const& name = cmd.text;
+  switch (command_of(name)) {
+    case Command::kAssert:
+      cmd_assert();
+      break;
+    case Command::kDeclareFun:
+      cmd_declare_fun(false);
+      break;
+    case Command::kDeclareConst:
+      cmd_declare_fun(true);
+      break;
+    case Command::kDefineFun:
+      cmd_define_fun(false);
+      break;
+    case Command::kDefineConst:
+      cmd_define_fun(true);
+      break;
+    case Command::kDeclareSort:
+      cmd_declare_sort();
+      break;
+    case Command::kDefineSort:
+      cmd_define_sort();
+      break;
+    case Command::kPush:
+      cmd_push_pop(true, cmd);
+      break;
+    case Command::kPop:
+      cmd_push_pop(false, cmd);
+      break;
+    case Command::kCheckSat:
+      cmd_check_sat();
+      break;
+    case Command::kCheckSatAssuming:
+      cmd_check_sat_assuming();
+      break;
+    case Command::kCheckAllsat:
+      cmd_check_allsat();
+      break;
+    case Command::kGetValue:
+      cmd_get_value();
+      break;
+    case Command::kGetModel:
+      cmd_get_model();
+      break;
+    case Command::kGetUnsatCore:
+      cmd_get_unsat_core();
+      break;
+    case Command::kGetUnsatAssumptions:
+      cmd_get_unsat_assumptions();
+      break;
+    case Command::kGetInterpolant:
+      cmd_get_interpolant();
+      break;
+    case Command::kResetAssertions:
+      cmd_reset_assertions();
+      break;
+    case Command::kSetOption:
+      cmd_set_option();
+      break;
+    case Command::kSetLogic:
+      cmd_set_logic();
+      break;
+    case Command::kSetInfo:
+      cmd_set_info();
+      break;
+    case Command::kGetInfo:
+      cmd_get_info(true);
+      break;
+    case Command::kGetOption:
+      cmd_get_info(false);
+      break;
+    case Command::kEcho:
+      cmd_echo();
+      break;
+    case Command::kExit:
+      expect_rparen(" after exit");
+      return false;
+    case Command::kReset:
+      error_at(cmd, "the command 'reset' is not supported");
+    case Command::kRecursive:
+      error_at(cmd, "recursive definitions ('" + name + "') are not supported");
+    case Command::kDatatypes:
+      error_at(cmd, "datatypes ('" + name + "') are not supported");
+    case Command::kNotSupported:
+      error_at(cmd, "the command '" + name + "' is not supported");
+    case Command::kUnknown:
+      error_at(cmd, "unknown command '" + name + "'");
+  }
+  return true;
+}
+
+void ScriptReader::Impl::cmd_check_sat() {
+  expect_rparen(" after check-sat");
+  CheckResult const result = solver_.check();
+  if (responses_ != nullptr) {
+    responses_->check(result);
+  }
+}
+
+void ScriptReader::Impl::cmd_check_sat_assuming() {
+  cmd_term_list(terms_scratch_, true, "check-sat-assuming");
+  std::vector<TheoryLit> lits;
+  lits.reserve(terms_scratch_.size());
+  for (Term const* t : terms_scratch_) {
+    if (t->get_symbol()->get_tag() == SymbolTag::NOT) {
+      lits.emplace_back(t->get_arg(0), true);
+    } else {
+      lits.emplace_back(t, false);
+    }
+  }
+  CheckResult const result = solver_.check_with_assumptions(lits);
+  if (responses_ != nullptr) {
+    responses_->check(result);
+  }
+}
+
+void ScriptReader::Impl::cmd_check_allsat() {
+  cmd_term_list(terms_scratch_, true, "check-allsat");
+  auto const cubes = solver_.check_allsat(terms_scratch_);
+  if (responses_ != nullptr) {
+    responses_->cubes(cubes, solver_.reason_unknown());
+  }
+}
+
+void ScriptReader::Impl::cmd_get_value() {
+  cmd_term_list(terms_scratch_, false, "get-value");
+  std::vector<std::pair<Term const*, Term const*>> values;
+  for (Term const* t : terms_scratch_) {
+    values.emplace_back(t, solver_.get_model_value(t));
+  }
+  if (responses_ != nullptr) {
+    responses_->values(values);
+  }
+}
+
+void ScriptReader::Impl::cmd_get_model() {
+  expect_rparen(" after get-model");
+  Model const model = solver_.get_model();
+  if (responses_ != nullptr) {
+    responses_->model(model);
+  }
+}
+
+void ScriptReader::Impl::cmd_get_unsat_core() {
+  expect_rparen(" after get-unsat-core");
+  std::vector<Term const*> const core = solver_.get_unsat_core();
+  if (responses_ == nullptr) {
+    return;
+  }
+  // A core is answered by the names of its formulas; formulas without one are left out.
+  std::vector<std::string> names;
+  for (Term const* t : core) {
+    auto it = assertion_names_.find(t);
+    if (it != assertion_names_.end()) {
+      names.push_back(it->second);
+    }
+  }
+  responses_->names(names);
+}
+
+void ScriptReader::Impl::cmd_get_unsat_assumptions() {
+  expect_rparen(" after get-unsat-assumptions");
+  std::vector<TheoryLit> const lits = solver_.get_unsat_assumptions();
+  if (responses_ != nullptr) {
+    responses_->literals(lits);
+  }
+}
+
+void ScriptReader::Impl::cmd_get_interpolant() {
+  expect_lparen(" starting the list of interpolation groups");
+  std::vector<int> groups;
+  while (lex_->peek().kind != TokenKind::kRParen) {
+    groups.push_back(group_number(expect_symbol("an interpolation group name or ')'")));
+  }
+  lex_->next();
+  expect_rparen(" after the list of interpolation groups");
+  Term const* interpolant = solver_.get_interpolant(groups);
+  if (responses_ != nullptr && interpolant != nullptr) {
+    responses_->term(interpolant);
+  }
+}
+
+void ScriptReader::Impl::cmd_reset_assertions() {
+  expect_rparen(" after reset-assertions");
+  while (!scope_marks_.empty()) {
+    pop_scope();
+  }
+  solver_.reset_assertions();
+}
+
+void ScriptReader::Impl::cmd_set_logic() {
+  std::string const logic = expect_symbol("a logic name");
+  expect_rparen(" after the logic name");
+  // In a logic of reals without integers a numeral such as 1 denotes a Real.
+  bool const ints = logic.find("IA") != std::string::npos ||
+                    logic.find("IRA") != std::string::npos ||
+                    logic.find("IDL") != std::string::npos || logic == "ALL";
+  bool const reals =
+      logic.find("RA") != std::string::npos || logic.find("RDL") != std::string::npos;
+  numerals_are_real_ = reals && !ints;
+}
+
+void ScriptReader::Impl::cmd_set_info() {
+  if (lex_->peek().kind != TokenKind::kKeyword) {
+    expected("a keyword");
+  }
+  lex_->next();
+  skip_attribute_value();
+  expect_rparen(" after the info value");
+}
+
+void ScriptReader::Impl::cmd_get_info(bool info) {
+  if (lex_->peek().kind != TokenKind::kKeyword) {
+    expected("a keyword");
+  }
+  std::string const key = lex_->peek().text;
+  lex_->next();
+  expect_rparen(" after the keyword");
+  if (responses_ != nullptr) {
+    answer_info(info, key);
+  }
+}
+
+void ScriptReader::Impl::cmd_echo() {
+  if (lex_->peek().kind != TokenKind::kString) {
+    expected("a string literal");
+  }
+  std::string const text = lex_->peek().text;
+  lex_->next();
+  expect_rparen(" after the string");
+  if (responses_ != nullptr) {
+    responses_->string(text);
+  }
+}
+
+void ScriptReader::Impl::cmd_declare_sort() {
+  Token const name_tok = lex_->peek();
+  std::string const name = expect_symbol("a sort name");
+  Token const arity_tok = lex_->peek();
+  std::uint64_t arity = 0;
+  if (arity_tok.kind != TokenKind::kRParen) {
+    arity = expect_numeral("the sort's arity");
+  }
+  if (arity != 0) {
+    error_at(arity_tok, "parametric sorts are not supported (sort '" + name + "' has arity " +
+                            arity_tok.text + ")");
+  }
+  expect_rparen(" after the sort's arity");
+  if (Entry const* e = find_entry(name); e != nullptr && e->sort != nullptr) {
+    error_at(name_tok, "sort '" + name + "' is already declared or defined");
+  }
+  if (is_builtin_sort_name(name) || is_unsupported_sort(name)) {
+    error_at(name_tok, "'" + name + "' is a built-in sort name and cannot be declared");
+  }
+  DataType const* sort = mgr_.get_simple_type(name, true);
+  if (sort == nullptr) {
+    try {
+      sort = mgr_.make_simple_type(name);
+    } catch (Error const& e) {
+      error_at(name_tok, e.what());
+    }
+  }
+  add_sort(name, sort);
+  solver_.declare_sort(sort);
+}
+
+void ScriptReader::Impl::cmd_define_sort() {
+  Token const name_tok = lex_->peek();
+  std::string const name = expect_symbol("a sort name");
+  expect_lparen(" starting the sort parameters");
+  if (lex_->peek().kind != TokenKind::kRParen) {
+    error_at(lex_->peek(),
+             "parametric sorts are not supported (define-sort '" + name + "' has parameters)");
+  }
+  lex_->next();
+  DataType const* sort = parse_sort();
+  expect_rparen(" after the sort");
+  Entry const* e = find_entry(name);
+  if ((e != nullptr && e->sort != nullptr) || is_builtin_sort_name(name) ||
+      is_unsupported_sort(name)) {
+    error_at(name_tok, "sort '" + name + "' is already declared or defined");
+  }
+  add_sort(name, sort);
+}
+
+void ScriptReader::Impl::cmd_declare_fun(bool is_const) {
+  Token const name_tok = lex_->peek();
+  std::string const name = expect_symbol("a function name");
+  std::vector<DataType const*> args;
+  if (!is_const) {
+    expect_lparen(" starting the argument sorts");
+    while (lex_->peek().kind != TokenKind::kRParen) {
+      args.push_back(parse_sort());
+    }
+    lex_->next();
+  }
+  DataType const* result = parse_sort();
+  expect_rparen(is_const ? " after the constant's sort" : " after the result sort");
+  check_fresh_name(name_tok, name);
+  DataType const* type = result;
+  if (!args.empty()) {
+    try {
+      type = mgr_.get_function_type(args, result);
+    } catch (Error const& e) {
+      error_at(name_tok, e.what());
+    }
+  }
+  Symbol const* sym = mgr_.find_symbol(name);
+  if (sym != nullptr) {
+    if (sym->get_type() != type) {
+      error_at(name_tok, "'" + name + "' was declared before with sort " +
+                             sort_text(sym->get_type()) + " and now with sort " + sort_text(type));
+    }
+  } else {
+    try {
+      sym = mgr_.make_symbol(name, type);
+    } catch (Error const& e) {
+      error_at(name_tok, e.what());
+    }
+  }
+  add_name(name, Name{sym, nullptr, nullptr});
+  solver_.declare_fun(sym);
+}
+
+void ScriptReader::Impl::cmd_define_fun(bool is_const) {
+  Token const name_tok = lex_->peek();
+  std::string const name = expect_symbol("a function name");
+  check_fresh_name(name_tok, name);
+  Macro macro;
+  macro.name = name;
+  std::size_t const undo_begin = let_undo_.size();
+  if (!is_const) {
+    expect_lparen(" starting the parameter list");
+    std::uint64_t const stamp = ++let_stamp_;
+    while (lex_->peek().kind != TokenKind::kRParen) {
+      expect_lparen(" starting a parameter (NAME SORT)");
+      Token const param_tok = lex_->peek();
+      std::string param = expect_symbol("a parameter name");
+      DataType const* sort = parse_sort();
+      expect_rparen(" after the parameter's sort");
+      Entry& e = entry(param);
+      if (e.let_stamp == stamp) {
+        error_at(param_tok, "parameter '" + param + "' occurs twice");
+      }
+      e.let_stamp = stamp;
+      Term const* p = placeholder(macro.params.size(), sort);
+      macro.params.push_back(p);
+      let_undo_.emplace_back(&e, e.bound);
+      e.bound = p;
+    }
+    lex_->next();
+  }
+  DataType const* result = parse_sort();
+  Token const body_tok = lex_->peek();
+  Term const* body = parse_term(false);
+  undo_lets(undo_begin);
+  expect_rparen(" after the definition's body");
+  body = coerce(body, result);
+  if (body->get_type() != result) {
+    error_at(body_tok, "the body of '" + name + "' has sort " + sort_text(body->get_type()) +
+                           ", but the declared sort is " + sort_text(result));
+  }
+  if (macro.params.empty()) {
+    add_name(name, Name{nullptr, nullptr, body});
+    return;
+  }
+  macro.body = body;
+  macros_.push_back(std::move(macro));
+  add_name(name, Name{nullptr, &macros_.back(), nullptr});
+}
+
+void ScriptReader::Impl::cmd_push_pop(bool push, Token const& command_token) {
+  Token const count_tok = lex_->peek();
+  std::uint64_t count = 1;
+  if (count_tok.kind != TokenKind::kRParen) {
+    count = expect_numeral("a numeral or ')'");
+  }
+  expect_rparen(push ? " after push" : " after pop");
+  if (count > kMaxPushCount) {
+    error_at(count_tok, "a count of " + std::to_string(count) + " levels is too large (at most " +
+                            std::to_string(kMaxPushCount) + " at once)");
+  }
+  if (push) {
+    for (std::uint64_t i = 0; i < count; ++i) {
+      scope_marks_.push_back(scope_log_.size());
+      solver_.push();
+    }
+    return;
+  }
+  if (count > scope_marks_.size()) {
+    Token const& at = count_tok.kind == TokenKind::kRParen ? command_token : count_tok;
+    error_at(at, "cannot pop " + std::to_string(count) + " level(s): only " +
+                     std::to_string(scope_marks_.size()) + " push level(s) are open");
+  }
+  for (std::uint64_t i = 0; i < count; ++i) {
+    pop_scope();
+    solver_.pop();
+  }
+}
+
+void ScriptReader::Impl::cmd_assert() {
+  std::uint64_t const line = lex_->peek().line;
+  std::uint64_t const column = lex_->peek().column;
+  have_pending_group_ = false;
+  pending_name_.clear();
+  Term const* t = parse_term(true);
+  expect_rparen(" after the asserted formula");
+  if (t->get_type() != mgr_.get_bool_type()) {
+    error_at(line, column,
+             "assert expects a formula of sort Bool, found sort " + sort_text(t->get_type()));
+  }
+  if (have_pending_group_) {
+    have_pending_group_ = false;
+    solver_.set_interpolation_group(group_number(pending_group_));
+    if (t == mgr_.make_true()) {
+      return;  // only the marker that selects a group
+    }
+  }
+  solver_.assert_formula(t);
+  if (!pending_name_.empty()) {
+    assertion_names_[t] = pending_name_;
+  }
+}
+
+// get-info and get-option: the few keys a session can answer; "unsupported" for the rest.
+void ScriptReader::Impl::answer_info(bool info, std::string const& key) {
+  std::string value;
+  if (info && key == ":name") {
+    value = "\"tvx\"";
+  } else if (info && key == ":error-behavior") {
+    value = "immediate-exit";
+  } else if (info && key == ":reason-unknown") {
+    std::string const& reason = solver_.reason_unknown();
+    if (!reason.empty() && reason.find_first_of(" ()\"|;") == std::string::npos) {
+      value = reason;
+    } else {
+      value = "\"";
+      for (char c : reason) {
+        value += c == '"' ? std::string("\"\"") : std::string(1, c);
+      }
+      value += '"';
+    }
+  } else if (!info && key == ":produce-models") {
+    value = config_.model_generation ? "true" : "false";
+  } else if (!info && key == ":produce-unsat-cores") {
+    value = config_.unsat_core_generation ? "true" : "false";
+  } else {
+    responses_->unsupported();
+    return;
+  }
+  if (info) {
+    responses_->info(key, value);
+  } else {
+    responses_->text(value);
+  }
+}
+
+void ScriptReader::Impl::cmd_set_option() {
+  Token const key = lex_->peek();
+  if (key.kind != TokenKind::kKeyword) {
+    expected("an option keyword");
+  }
+  lex_->next();
+  if (eq(key.text, ":config")) {
+    Token const value = lex_->peek();
+    if (value.kind != TokenKind::kString) {
+      expected("a string \"KEY=VALUE\"");
+    }
+    std::size_t const eq = value.text.find('=');
+    if (eq == std::string::npos) {
+      error_at(value, "expected a string \"KEY=VALUE\", found \"" + value.text + "\"");
+    }
+    lex_->next();
+    expect_rparen(" after the option value");
+    try {
+      setter_.set(&config_, value.text.substr(0, eq), value.text.substr(eq + 1));
+    } catch (Error const& e) {
+      error_at(value, e.what());
+    }
+    return;
+  }
+  if (eq(key.text, ":global-decls") || eq(key.text, ":global-declarations")) {
+    Token const value = lex_->peek();
+    if (value.kind != TokenKind::kSymbol || (value.text != "true" && value.text != "false")) {
+      expected("'true' or 'false'");
+    }
+    lex_->next();
+    expect_rparen(" after the option value");
+    global_declarations_ = value.text == "true";
+    return;
+  }
+  skip_attribute_value();
+  expect_rparen(" after the option value");
+}
+
+void ScriptReader::Impl::cmd_term_list(std::vector<Term const*>& out, bool allow_empty,
+                                       char const* command) {
+  out.clear();
+  expect_lparen(" starting the list of terms");
+  while (lex_->peek().kind != TokenKind::kRParen) {
+    Token const term_tok = lex_->peek();
+    Term const* t = parse_term(false);
+    if (std::strcmp(command, "get-value") != 0 && t->get_type() != mgr_.get_bool_type()) {
+      error_at(term_tok, std::string(command) + " expects formulas of sort Bool, found sort " +
+                             sort_text(t->get_type()));
+    }
+    out.push_back(t);
+  }
+  if (out.empty() && !allow_empty) {
+    expected("a term");
+  }
+  lex_->next();
+  expect_rparen(" after the list of terms");
+}
+
+// Skips one s-expression (an attribute value), nesting counted without recursion.
+void ScriptReader::Impl::skip_sexpr() {
+  std::uint64_t depth = 0;
+  do {
+    Token const& t = lex_->peek();
+    if (t.kind == TokenKind::kEof) {
+      expected("')'");
+    }
+    if (t.kind == TokenKind::kLParen) {
+      ++depth;
+    } else if (t.kind == TokenKind::kRParen) {
+      if (depth == 0) {
+        expected("a value");
+      }
+      --depth;
+    }
+    lex_->next();
+  } while (depth > 0);
+}
+
+void ScriptReader::Impl::skip_attribute_value() {
+  TokenKind const k = lex_->peek().kind;
+  if (k != TokenKind::kRParen && k != TokenKind::kKeyword) {
+    skip_sexpr();
+  }
+}
+
+}  // namespace smt2
+}  // namespace tvx

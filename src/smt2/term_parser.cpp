@@ -1,0 +1,518 @@
+// The term parser: atoms (numerals, literals, names), applications of operators, declared
+// functions and macros, indexed operators, let and annotations. Terms are parsed bottom-up on
+// an explicit stack of frames, so nesting depth costs memory and never call stack.
+#include "smt2/reader_impl.h"
+
+namespace tvx {
+namespace smt2 {
+
+Term const* ScriptReader::Impl::to_real(Term const* t) {
+  Symbol const* s = t->get_symbol();
+  if (s->get_tag() == SymbolTag::NUMERAL) {
+    return mgr_.make_number(s->get_name(), mgr_.get_rational_type());
+  }
+  Term const* args[1] = {t};
+  return mgr_.make_builtin("to_real", args, 1);
+}
+
+Term const* ScriptReader::Impl::coerce(Term const* t, DataType const* sort) {
+  if (sort->is_real() && t->get_type()->is_int()) {
+    return to_real(t);
+  }
+  return t;
+}
+
+// A numeral term, made by the term manager the first time its text is met with that sort.
+Term const* ScriptReader::Impl::number(std::unordered_map<std::string, Term const*>& cache,
+                                       Token const& t, DataType const* sort) {
+  auto it = cache.find(t.text);
+  if (it != cache.end()) {
+    return it->second;
+  }
+  if (sort == nullptr) {  // a bit-vector literal: its digits give the width
+    std::size_t const digits = t.text.size() - 2;
+    sort = mgr_.get_bv_type(t.kind == TokenKind::kBinary ? digits : digits * 4);
+  }
+  Term const* n = mgr_.make_number(t.text, sort);
+  cache.emplace(t.text, n);
+  return n;
+}
+
+Term const* ScriptReader::Impl::atom(Token const& t) {
+  try {
+    switch (t.kind) {
+      case TokenKind::kNumeral:
+        return numerals_are_real_ ? number(real_numbers_, t, mgr_.get_rational_type())
+                                  : number(int_numbers_, t, mgr_.get_integer_type());
+      case TokenKind::kDecimal:
+        return number(real_numbers_, t, mgr_.get_rational_type());
+      case TokenKind::kBinary:
+      case TokenKind::kHex:
+        return number(bv_numbers_, t, nullptr);
+      default:
+        break;
+    }
+  } catch (Error const& e) {
+    error_at(t, e.what());
+  }
+  switch (t.kind) {
+    case TokenKind::kString:
+      error_at(t, "string literals are not supported");
+    case TokenKind::kSymbol:
+      break;
+    default:
+      expected("a term");
+  }
+  std::string const& name = t.text;
+  if (Entry* e = find_entry(name); e != nullptr) {
+    if (e->bound != nullptr) {
+      return e->bound;
+    }
+    Name const& n = e->name;
+    if (n.symbol != nullptr) {
+      if (n.symbol->get_arity() != 0) {
+        error_at(t, "'" + name + "' is a function of " + std::to_string(n.symbol->get_arity()) +
+                        " argument(s), used as a constant");
+      }
+      if (e->constant == nullptr) {
+        e->constant = mgr_.make_constant(n.symbol);
+      }
+      return e->constant;
+    }
+    if (n.term != nullptr) {
+      return n.term;
+    }
+    if (n.macro != nullptr) {
+      error_at(t, "'" + name + "' is a function of " + std::to_string(n.macro->params.size()) +
+                      " argument(s), used as a constant");
+    }
+  }
+  if (eq(name, "true")) {
+    return mgr_.make_true();
+  }
+  if (eq(name, "false")) {
+    return mgr_.make_false();
+  }
+  if (!t.quoted && (eq(name, "forall") || eq(name, "exists"))) {
+    error_at(t, "quantifiers are not supported");
+  }
+  if (is_builtin_sort_name(name)) {
+    error_at(t, "expected a term, found the sort '" + name + "'");
+  }
+  if (TermManager::is_builtin_name(name)) {
+    error_at(t, "the operator '" + name + "' needs arguments");
+  }
+  if (is_unsupported_symbol(name)) {
+    error_at(t, "the symbol '" + name + "' is not supported");
+  }
+  error_at(t, "unknown symbol '" + name + "'");
+}
+
+// The head token is current; pushes a kApply frame for it.
+void ScriptReader::Impl::open_application() {
+  Token const& t = lex_->peek();
+  std::string const& name = t.text;
+  Frame f{State::kApply, HeadKind::kBuiltin, nullptr, values_.size(), indices_.size(), t.line,
+          t.column};
+  Entry& e = entry(name);
+  if (e.bound != nullptr) {
+    error_at(t, "'" + name + "' is bound by let to a term and cannot be applied to arguments");
+  }
+  if (e.named()) {
+    Name const& n = e.name;
+    if (n.symbol != nullptr) {
+      if (n.symbol->get_arity() == 0) {
+        error_at(t, "'" + name + "' is a constant and cannot be applied to arguments");
+      }
+      f.head_kind = HeadKind::kSymbol;
+      f.head = n.symbol;
+    } else {
+      if (n.term != nullptr) {
+        error_at(t, "'" + name +
+                        "' is defined without parameters and cannot be applied to "
+                        "arguments");
+      }
+      f.head_kind = HeadKind::kMacro;
+      f.head = n.macro;
+    }
+  } else if (Op const op = op_of(e); op != Op::kNone) {
+    if (op == Op::kTrueFalse) {
+      error_at(t, "'" + name + "' cannot be applied to arguments");
+    }
+    f.head = &e;
+  } else if (!t.quoted && (eq(name, "forall") || eq(name, "exists"))) {
+    error_at(t, "quantifiers are not supported");
+  } else if (!t.quoted && eq(name, "lambda")) {
+    error_at(t, "lambda is not supported");
+  } else if (!t.quoted && eq(name, "match")) {
+    error_at(t, "datatypes (match) are not supported");
+  } else if (!t.quoted && eq(name, "as")) {
+    error_at(t, "qualified terms (as) are not supported");
+  } else if (is_unsupported_symbol(name)) {
+    error_at(t, "the symbol '" + name + "' is not supported");
+  } else {
+    error_at(t, "unknown function symbol '" + name + "'");
+  }
+  lex_->next();
+  if (lex_->peek().kind == TokenKind::kRParen) {
+    // Not `name`: that is the head token's text, which lexing the ')' has overwritten.
+    expected("an argument of '" + *e.text + "'");
+  }
+  frames_.push_back(f);
+}
+
+// "((" is read; parses "_ OP INDEX+)" and pushes a kApply frame with the indices.
+void ScriptReader::Impl::open_indexed_application() {
+  Token const& u = lex_->peek();
+  if (u.kind != TokenKind::kSymbol || !eq(u.text, "_")) {
+    if (u.kind == TokenKind::kSymbol && eq(u.text, "as")) {
+      error_at(u, "qualified terms (as) are not supported");
+    }
+    expected("'_' starting an indexed operator");
+  }
+  lex_->next();
+  Token const& op = lex_->peek();
+  if (op.kind != TokenKind::kSymbol) {
+    expected("an indexed operator name");
+  }
+  Entry& e = entry(op.text);
+  if (op_of(e) == Op::kNone) {
+    if (is_unsupported_symbol(op.text)) {
+      error_at(op, "the operator '" + op.text + "' is not supported");
+    }
+    error_at(op, "unknown indexed operator '" + op.text + "'");
+  }
+  std::uint64_t const line = op.line;
+  std::uint64_t const column = op.column;
+  lex_->next();
+  std::size_t const indices_begin = indices_.size();
+  do {
+    indices_.push_back(expect_numeral("a numeral index"));
+  } while (lex_->peek().kind != TokenKind::kRParen);
+  lex_->next();
+  if (lex_->peek().kind == TokenKind::kRParen) {
+    expected("an argument of '" + *e.text + "'");
+  }
+  frames_.push_back(
+      Frame{State::kApply, HeadKind::kBuiltin, &e, values_.size(), indices_begin, line, column});
+}
+
+// "(_" is read; parses "bvN W)".
+Term const* ScriptReader::Impl::indexed_constant() {
+  Token const& id = lex_->peek();
+  if (id.kind != TokenKind::kSymbol) {
+    expected("'bvN' of a bit-vector literal (_ bvN W)");
+  }
+  std::string const& name = id.text;
+  if (name.size() < 3 || name.compare(0, 2, "bv") != 0 ||
+      name.find_first_not_of("0123456789", 2) != std::string::npos) {
+    if (is_unsupported_symbol(name)) {
+      error_at(id, "the constant '" + name + "' is not supported");
+    }
+    if (TermManager::is_builtin_name(name)) {
+      error_at(id, "the indexed operator '" + name + "' needs arguments");
+    }
+    error_at(id, "expected a bit-vector literal (_ bvN W), found " + Lexer::describe(id));
+  }
+  // Cached as "VALUE WIDTH", which no "#b" or "#x" literal text can equal.
+  std::string key = name.substr(2);
+  std::size_t const digits = key.size();
+  lex_->next();
+  std::uint64_t const line = lex_->peek().line;
+  std::uint64_t const column = lex_->peek().column;
+  std::uint64_t const width = expect_numeral("the bit-vector width");
+  expect_rparen(" after the bit-vector width");
+  key += ' ';
+  key += std::to_string(width);
+  auto it = bv_numbers_.find(key);
+  if (it != bv_numbers_.end()) {
+    return it->second;
+  }
+  try {
+    Term const* n = mgr_.make_number(key.substr(0, digits), mgr_.get_bv_type(width));
+    bv_numbers_.emplace(std::move(key), n);
+    return n;
+  } catch (Error const& e) {
+    error_at(line, column, e.what());
+  }
+}
+
+Term const* ScriptReader::Impl::build_builtin(Entry const& head, std::size_t begin, std::size_t n,
+                                              std::uint64_t const* indices, std::size_t num_indices,
+                                              std::uint64_t line, std::uint64_t column) {
+  std::string const& op = *head.text;
+  Op const code = head.op;
+  Term const** args = values_.data() + begin;
+  try {
+    if (is_arith_mixing_op(code)) {
+      std::size_t const first = code == Op::kIte ? 1 : 0;
+      bool has_int = false;
+      bool has_real = false;
+      for (std::size_t i = first; i < n; ++i) {
+        has_int = has_int || args[i]->get_type()->is_int();
+        has_real = has_real || args[i]->get_type()->is_real();
+      }
+      if (has_int && (has_real || code == Op::kDiv)) {
+        for (std::size_t i = first; i < n; ++i) {
+          args[i] = coerce(args[i], mgr_.get_rational_type());
+        }
+      }
+      if (n == 1 && (code == Op::kAdd || code == Op::kMul) &&
+          (args[0]->get_type()->is_int() || args[0]->get_type()->is_real())) {
+        return args[0];  // a sum or product of one term is that term
+      }
+      // Numerals as the printer writes them: (- 5) and (/ 1.0 2.0).
+      if (code == Op::kSub && n == 1 && args[0]->get_symbol()->get_tag() == SymbolTag::NUMERAL) {
+        std::string const& v = args[0]->get_symbol()->get_name();
+        if (!v.empty() && v[0] != '-' && v != "0") {
+          return mgr_.make_number("-" + v, args[0]->get_type());
+        }
+      }
+      if (code == Op::kDiv && n == 2 && args[0]->get_symbol()->get_tag() == SymbolTag::NUMERAL &&
+          args[1]->get_symbol()->get_tag() == SymbolTag::NUMERAL) {
+        std::string const& a = args[0]->get_symbol()->get_name();
+        std::string const& b = args[1]->get_symbol()->get_name();
+        if (str::all_digits(a) && str::all_digits(b) &&
+            b.find_first_not_of('0') != std::string::npos) {
+          return mgr_.make_number(a + "/" + b, mgr_.get_rational_type());
+        }
+      }
+    } else if (n == 1 && code == Op::kAndOrXor) {
+      return args[0];  // a one-argument conjunction or disjunction is its argument
+    } else if (code == Op::kRealArg && n == 1) {
+      args[0] = coerce(args[0], mgr_.get_rational_type());
+    } else if (code == Op::kArray && n >= 2 && args[0]->get_type()->is_array()) {
+      args[1] = coerce(args[1], args[0]->get_type()->get_array_index());
+      if (n == 3) {
+        args[2] = coerce(args[2], args[0]->get_type()->get_array_element());
+      }
+    }
+    return mgr_.make_builtin(op, args, n, indices, num_indices);
+  } catch (Error const& e) {
+    error_at(line, column, e.what());
+  }
+}
+
+// The ")" of an application is consumed; builds the term and pops the frame.
+Term const* ScriptReader::Impl::close_application() {
+  Frame const f = frames_.back();
+  frames_.pop_back();
+  std::size_t const n = values_.size() - f.values_begin;
+  Term const** args = values_.data() + f.values_begin;
+  Term const* result = nullptr;
+  auto check_args = [&](std::string const& name, std::size_t arity, auto param_sort) {
+    if (n != arity) {
+      error_at(f.line, f.column,
+               "'" + name + "' expects " + std::to_string(arity) + " argument(s), got " +
+                   std::to_string(n));
+    }
+    for (std::size_t i = 0; i < n; ++i) {
+      DataType const* want = param_sort(i);
+      args[i] = coerce(args[i], want);
+      if (args[i]->get_type() != want) {
+        error_at(f.line, f.column,
+                 "argument " + std::to_string(i + 1) + " of '" + name + "' has sort " +
+                     sort_text(args[i]->get_type()) + ", expected sort " + sort_text(want));
+      }
+    }
+  };
+  switch (f.head_kind) {
+    case HeadKind::kSymbol: {
+      Symbol const* s = static_cast<Symbol const*>(f.head);
+      check_args(s->get_name(), s->get_arity(),
+                 [&](std::size_t i) { return s->get_type()->get_component(i); });
+      try {
+        result = mgr_.make_term(s, args, n);
+      } catch (Error const& e) {
+        error_at(f.line, f.column, e.what());
+      }
+      break;
+    }
+    case HeadKind::kMacro: {
+      Macro const* m = static_cast<Macro const*>(f.head);
+      check_args(m->name, m->params.size(),
+                 [&](std::size_t i) { return m->params[i]->get_type(); });
+      try {
+        result = substitute(*m, args);
+      } catch (Error const& e) {
+        error_at(f.line, f.column, e.what());
+      }
+      break;
+    }
+    case HeadKind::kBuiltin: {
+      Entry const& op = *static_cast<Entry const*>(f.head);
+      std::size_t const num_indices = indices_.size() - f.aux_begin;
+      result = build_builtin(op, f.values_begin, n, indices_.data() + f.aux_begin, num_indices,
+                             f.line, f.column);
+      break;
+    }
+  }
+  values_.resize(f.values_begin);
+  indices_.resize(f.aux_begin);
+  return result;
+}
+
+void ScriptReader::Impl::undo_lets(std::size_t begin) {
+  while (let_undo_.size() > begin) {
+    let_undo_.back().first->bound = let_undo_.back().second;
+    let_undo_.pop_back();
+  }
+}
+
+void ScriptReader::Impl::bind_let(Frame& f) {
+  std::size_t const n = let_names_.size() - f.aux_begin;
+  std::size_t const undo_begin = let_undo_.size();
+  std::uint64_t const stamp = ++let_stamp_;
+  for (std::size_t i = 0; i < n; ++i) {
+    LetName const& ln = let_names_[f.aux_begin + i];
+    Entry& e = *ln.entry;
+    if (e.let_stamp == stamp) {
+      error_at(ln.line, ln.column, "'" + *e.text + "' is bound twice in one let");
+    }
+    e.let_stamp = stamp;
+    let_undo_.emplace_back(&e, e.bound);
+    e.bound = values_[f.values_begin + i];
+  }
+  let_names_.resize(f.aux_begin);
+  values_.resize(f.values_begin);
+  f.state = State::kLetBody;
+  f.aux_begin = undo_begin;
+}
+
+void ScriptReader::Impl::close_annotation(Term const* value, bool outermost, bool assertion) {
+  bool any = false;
+  while (lex_->peek().kind != TokenKind::kRParen) {
+    Token const key = lex_->peek();
+    if (key.kind != TokenKind::kKeyword) {
+      expected(any ? "an attribute or ')'" : "an attribute");
+    }
+    lex_->next();
+    any = true;
+    if (eq(key.text, ":named")) {
+      Token const name_tok = lex_->peek();
+      std::string const name = expect_symbol("a name after ':named'");
+      check_fresh_name(name_tok, name);
+      add_name(name, Name{nullptr, nullptr, value});
+      if (outermost && assertion) {
+        pending_name_ = name;
+      }
+    } else if (eq(key.text, ":interpolation-group")) {
+      if (!outermost || !assertion) {
+        error_at(key, "':interpolation-group' is allowed only on an asserted formula");
+      }
+      pending_group_ = expect_symbol("an interpolation group name");
+      have_pending_group_ = true;
+    } else {
+      error_at(key, "the attribute '" + key.text + "' is not supported");
+    }
+  }
+  if (!any) {
+    expected("an attribute");
+  }
+  lex_->next();
+}
+
+// Parses one term starting at the current token, bottom-up on the frame stack: phase one
+// reads the start of a term and either completes an atom or opens a frame; phase two hands a
+// completed term to the frame on top, which may complete in turn.
+Term const* ScriptReader::Impl::parse_term(bool assertion) {
+  std::size_t const base = frames_.size();
+  for (;;) {
+    Term const* value = nullptr;
+    Token const& t = lex_->peek();
+    if (t.kind == TokenKind::kLParen) {
+      std::uint64_t const line = t.line;
+      std::uint64_t const column = t.column;
+      lex_->next();
+      Token const& h = lex_->peek();
+      if (h.kind == TokenKind::kSymbol && !h.quoted && eq(h.text, "let")) {
+        lex_->next();
+        expect_lparen(" starting the let bindings");
+        if (lex_->peek().kind == TokenKind::kRParen) {
+          expected("a binding (NAME TERM)");
+        }
+        expect_lparen(" starting a binding (NAME TERM)");
+        Token const& nt = lex_->peek();
+        if (nt.kind != TokenKind::kSymbol) {
+          expected("a name to bind");
+        }
+        frames_.push_back(Frame{State::kLetBinding, HeadKind::kBuiltin, nullptr, values_.size(),
+                                let_names_.size(), line, column});
+        let_names_.push_back(LetName{&entry(nt.text), nt.line, nt.column});
+        lex_->next();
+        continue;
+      }
+      if (h.kind == TokenKind::kSymbol && !h.quoted && eq(h.text, "!")) {
+        lex_->next();
+        frames_.push_back(Frame{State::kAnnotation, HeadKind::kBuiltin, nullptr, values_.size(), 0,
+                                line, column});
+        continue;
+      }
+      if (h.kind == TokenKind::kSymbol && !h.quoted && eq(h.text, "_")) {
+        lex_->next();
+        value = indexed_constant();
+      } else if (h.kind == TokenKind::kLParen) {
+        lex_->next();
+        open_indexed_application();
+        continue;
+      } else if (h.kind == TokenKind::kSymbol) {
+        open_application();
+        continue;
+      } else {
+        expected("a function symbol, 'let' or '!' after '('");
+      }
+    } else {
+      value = atom(t);
+      lex_->next();
+    }
+
+    // Phase two: value is a complete term.
+    for (;;) {
+      if (frames_.size() == base) {
+        return value;
+      }
+      Frame& f = frames_.back();
+      if (f.state == State::kApply) {
+        values_.push_back(value);
+        if (lex_->peek().kind != TokenKind::kRParen) {
+          break;  // the next argument
+        }
+        lex_->next();
+        value = close_application();
+        continue;
+      }
+      if (f.state == State::kLetBinding) {
+        values_.push_back(value);
+        expect_rparen(" closing the binding (NAME TERM)");
+        if (lex_->peek().kind == TokenKind::kLParen) {
+          lex_->next();
+          Token const& nt = lex_->peek();
+          if (nt.kind != TokenKind::kSymbol) {
+            expected("a name to bind");
+          }
+          let_names_.push_back(LetName{&entry(nt.text), nt.line, nt.column});
+          lex_->next();
+          break;  // the next bound term
+        }
+        if (lex_->peek().kind != TokenKind::kRParen) {
+          expected("'(' starting a binding or ')' ending the bindings");
+        }
+        lex_->next();
+        bind_let(f);
+        break;  // the body
+      }
+      if (f.state == State::kLetBody) {
+        expect_rparen(" closing the let");
+        undo_lets(f.aux_begin);
+        frames_.pop_back();
+        continue;
+      }
+      // kAnnotation
+      frames_.pop_back();
+      close_annotation(value, frames_.size() == base, assertion);
+    }
+  }
+}
+
+}  // namespace smt2
+}  // namespace tvx
