@@ -71,7 +71,7 @@ class Z3Engine final : public Engine {
     held_.clear();
   }
   template <class T>
-  std::vector<T> core_of(std::unordered_map<unsigned, T> const& known);
+  std::vector<T> core_of(Z3_solver solver, std::unordered_map<unsigned, T> const& known);
   Z3_model current_model();
   void drop_model();
   Term const* to_term(Z3_ast value, DataType const* sort);
@@ -92,10 +92,21 @@ class Z3Engine final : public Engine {
   std::vector<Symbol const*> known_;  // the uninterpreted symbols translated, in order
   std::unordered_map<unsigned, Symbol const*> symbol_of_decl_;  // by z3 AST id of the decl
 
-  // Tracked assertions and assumptions, by the z3 AST id of their literal.
-  std::unordered_map<unsigned, Term const*> tracked_;
-  std::vector<std::pair<unsigned, std::size_t>> track_log_;  // (literal id, scope depth)
+  Z3_params params_ = nullptr;
+
+  // The assertions of the open scopes, for cores: z3 checks much slower with every assertion
+  // tracked by a literal, so assertions go to the solver as they are, and a core is computed
+  // when asked, by a second solver given the same assertions, the tracked ones behind
+  // literals, and the last check's assumptions.
+  struct Asserted {
+    Term const* formula;
+    bool track;
+    std::size_t depth;
+  };
+  std::vector<Asserted> asserted_;
   std::size_t depth_ = 0;
+  std::vector<Z3_ast> last_assumptions_;
+  // The last check's assumptions, by the z3 AST id of their literal.
   std::unordered_map<unsigned, TheoryLit> assumptions_;
 
   // Elements of uninterpreted sorts met in models, by z3 AST id: the index each was given.
@@ -135,7 +146,7 @@ Z3Engine::Z3Engine(TermManager& mgr, Configuration const& config) : mgr_(mgr) {
     Z3_params_set_uint(ctx_, params, Z3_mk_string_symbol(ctx_, "timeout"), limit == 0 ? 1u : limit);
   }
   Z3_solver_set_params(ctx_, solver_, params);
-  Z3_params_dec_ref(ctx_, params);
+  params_ = params;  // the core solver gets the same settings
   check_error();
 }
 
@@ -156,6 +167,7 @@ Z3Engine::~Z3Engine() {
     }
   }
   Z3_solver_dec_ref(ctx_, solver_);
+  Z3_params_dec_ref(ctx_, params_);
   Z3_del_context(ctx_);
 }
 
@@ -480,18 +492,9 @@ Z3_ast Z3Engine::build(Term const* t) {
 
 void Z3Engine::assert_formula(Term const* formula, bool track) {
   drop_model();
-  Z3_ast const f = translate(formula);
-  if (!track) {
-    Z3_solver_assert(ctx_, solver_, f);
-    check_error();
-    return;
-  }
-  Z3_ast const p = keep(Z3_mk_fresh_const(ctx_, "track", Z3_mk_bool_sort(ctx_)));
-  Z3_solver_assert_and_track(ctx_, solver_, f, p);
+  Z3_solver_assert(ctx_, solver_, translate(formula));
   check_error();
-  unsigned const id = Z3_get_ast_id(ctx_, p);
-  tracked_.emplace(id, formula);
-  track_log_.emplace_back(id, depth_);
+  asserted_.push_back(Asserted{formula, track, depth_});
 }
 
 void Z3Engine::push() {
@@ -506,9 +509,8 @@ void Z3Engine::pop() {
   Z3_solver_pop(ctx_, solver_, 1);
   check_error();
   --depth_;
-  while (!track_log_.empty() && track_log_.back().second > depth_) {
-    tracked_.erase(track_log_.back().first);
-    track_log_.pop_back();
+  while (!asserted_.empty() && asserted_.back().depth > depth_) {
+    asserted_.pop_back();
   }
 }
 
@@ -517,8 +519,7 @@ void Z3Engine::reset_assertions() {
   Z3_solver_reset(ctx_, solver_);
   check_error();
   depth_ = 0;
-  tracked_.clear();
-  track_log_.clear();
+  asserted_.clear();
 }
 
 CheckResult Z3Engine::check(std::vector<TheoryLit> const& assumptions) {
@@ -534,6 +535,7 @@ CheckResult Z3Engine::check(std::vector<TheoryLit> const& assumptions) {
     lits.push_back(a);
     assumptions_.emplace(Z3_get_ast_id(ctx_, a), lit);
   }
+  last_assumptions_ = lits;
   Z3_lbool const r = lits.empty()
                          ? Z3_solver_check(ctx_, solver_)
                          : Z3_solver_check_assumptions(
@@ -553,8 +555,8 @@ std::string Z3Engine::reason_unknown() {
 
 // The members of z3's last core that `known` maps, in the core's order.
 template <class T>
-std::vector<T> Z3Engine::core_of(std::unordered_map<unsigned, T> const& known) {
-  Z3_ast_vector core = Z3_solver_get_unsat_core(ctx_, solver_);
+std::vector<T> Z3Engine::core_of(Z3_solver solver, std::unordered_map<unsigned, T> const& known) {
+  Z3_ast_vector core = Z3_solver_get_unsat_core(ctx_, solver);
   check_error();
   Z3_ast_vector_inc_ref(ctx_, core);
   std::vector<T> result;
@@ -569,11 +571,39 @@ std::vector<T> Z3Engine::core_of(std::unordered_map<unsigned, T> const& known) {
 }
 
 std::vector<Term const*> Z3Engine::unsat_core() {
-  return core_of(tracked_);
+  Z3_solver core_solver = Z3_mk_solver(ctx_);
+  Z3_solver_inc_ref(ctx_, core_solver);
+  struct Release {
+    Z3_context c;
+    Z3_solver s;
+    ~Release() { Z3_solver_dec_ref(c, s); }
+  } release{ctx_, core_solver};
+  Z3_solver_set_params(ctx_, core_solver, params_);
+  std::unordered_map<unsigned, Term const*> tracked;
+  for (Asserted const& a : asserted_) {
+    Z3_ast const f = translate(a.formula);
+    if (!a.track) {
+      Z3_solver_assert(ctx_, core_solver, f);
+      continue;
+    }
+    Z3_ast const p = keep(Z3_mk_fresh_const(ctx_, "track", Z3_mk_bool_sort(ctx_)));
+    Z3_solver_assert_and_track(ctx_, core_solver, f, p);
+    tracked.emplace(Z3_get_ast_id(ctx_, p), a.formula);
+  }
+  check_error();
+  Z3_lbool const r = Z3_solver_check_assumptions(
+      ctx_, core_solver, static_cast<unsigned>(last_assumptions_.size()), last_assumptions_.data());
+  check_error();
+  if (r != Z3_L_FALSE) {
+    std::string const reason = Z3_solver_get_reason_unknown(ctx_, core_solver);
+    throw EngineError("z3: the check that computes the unsat core did not answer unsat (" +
+                      (reason == "canceled" ? std::string("timeout") : reason) + ")");
+  }
+  return core_of(core_solver, tracked);
 }
 
 std::vector<TheoryLit> Z3Engine::unsat_assumptions() {
-  return core_of(assumptions_);
+  return core_of(solver_, assumptions_);
 }
 
 Term const* Z3Engine::interpolant(std::vector<Term const*> const&,
