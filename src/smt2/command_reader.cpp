@@ -1,6 +1,8 @@
 // The command reader: the loop that reads one command at a time, and one function per
 // command. Each command parses its arguments, makes its calls on the Solver (which checks,
 // traces and answers them), and writes the answer when a response writer is set.
+#include <cassert>
+
 #include "smt2/reader_impl.h"
 
 namespace tvx {
@@ -31,8 +33,10 @@ void ScriptReader::Impl::read(std::istream& in, std::string const& filename) {
     if (lex.peek().kind == TokenKind::kEof) {
       return;
     }
-    // The term layer reports misuse with exceptions; the commands turn the ones they expect
-    // into positioned errors, and this net catches any other at the command's position.
+    // The term layer and the solver report misuse with tvx::Error; the commands turn the ones
+    // they expect into positioned errors, and this net positions any other at the command.
+    // Anything else is a bug of the library and escapes as it is.
+    assert(frames_.empty() && values_.empty() && let_undo_.empty());
     std::uint64_t const line = lex.peek().line;
     std::uint64_t const column = lex.peek().column;
     bool more = true;
@@ -47,10 +51,6 @@ void ScriptReader::Impl::read(std::istream& in, std::string const& filename) {
       }
       responses_->unsupported();
     } catch (Error const& e) {
-      error_at(line, column, e.what());
-    } catch (std::out_of_range const& e) {
-      error_at(line, column, e.what());
-    } catch (std::length_error const& e) {
       error_at(line, column, e.what());
     }
     if (!more) {
