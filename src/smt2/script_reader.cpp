@@ -759,13 +759,11 @@ void ScriptReader::Impl::cmd_declare_fun(bool is_const) {
       error_at(name_tok, e.what());
     }
   }
+  // The name is out of the script's scope here. Declared again with the sort it had, it is the
+  // same symbol; with another sort, a new one, which the term layer prints under a name of its
+  // own.
   Symbol const* sym = mgr_.find_symbol(name);
-  if (sym != nullptr) {
-    if (sym->get_type() != type) {
-      error_at(name_tok, "'" + name + "' was declared before with sort " +
-                             sort_text(sym->get_type()) + " and now with sort " + sort_text(type));
-    }
-  } else {
+  if (sym == nullptr || sym->get_type() != type) {
     try {
       sym = mgr_.make_symbol(name, type);
     } catch (Error const& e) {
@@ -1037,14 +1035,10 @@ Term const* ScriptReader::Impl::placeholder(std::size_t index, DataType const* s
   if (it != placeholders_.end()) {
     return it->second;
   }
-  // A name no script is expected to use; the symbol never reaches a trace, since every use
-  // of a definition substitutes its arguments for the placeholders.
-  std::string name = "tvx define-fun parameter " + std::to_string(index) + " of sort #" +
-                     std::to_string(sort->get_id());
-  Symbol const* s = mgr_.find_symbol(name);
-  if (s == nullptr) {
-    s = mgr_.make_symbol(name, sort);
-  }
+  // A fresh symbol: no declaration of the script can find it, whatever its name. It never
+  // reaches a trace, since every use of a definition substitutes its arguments for the
+  // placeholders.
+  Symbol const* s = mgr_.make_fresh_symbol("define-fun parameter " + std::to_string(index), sort);
   Term const* t = mgr_.make_constant(s);
   placeholders_.emplace(key, t);
   return t;
