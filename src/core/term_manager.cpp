@@ -561,8 +561,8 @@ DataType const* TermManager::make_simple_type(std::string const& name) {
   if (name.compare(0, 9, "(_ BitVec") == 0) {
     throw Error("invalid sort name '" + name + "': it names a bit-vector sort");
   }
-  NameEntry<DataType>& user = sort_names_[name];
-  auto const printed = choose_printed_name(sort_names_, name, is_foreign_theory_name(name, true));
+  auto const own = sort_names_.try_emplace(name).first;
+  auto const printed = choose_printed_name(sort_names_, own, is_foreign_theory_name(name, true));
   std::uint64_t const id = next_type_id_;
   bool const renamed = *printed.first != name;
   if (renamed) {
@@ -575,7 +575,7 @@ DataType const* TermManager::make_simple_type(std::string const& name) {
     renamed_sorts_.erase(id);
     throw;
   }
-  user.user = t;
+  own->second.user = t;
   printed.second->printed = t;
   return t;
 }
@@ -632,9 +632,8 @@ Symbol const* TermManager::make_fresh_symbol(std::string const& name, DataType c
 
 Symbol const* TermManager::new_uninterpreted_symbol(std::string const& name, DataType const* type,
                                                     bool user) {
-  NameEntry<Symbol>* user_entry = user ? &symbol_names_[name] : nullptr;
-  auto const printed =
-      choose_printed_name(symbol_names_, name, is_foreign_theory_name(name, false));
+  auto const own = symbol_names_.try_emplace(name).first;
+  auto const printed = choose_printed_name(symbol_names_, own, is_foreign_theory_name(name, false));
   std::uint64_t const id = next_symbol_id_;
   if (*printed.first != name) {
     renamed_symbols_.emplace(id, printed.first);
@@ -649,8 +648,8 @@ Symbol const* TermManager::new_uninterpreted_symbol(std::string const& name, Dat
   }
   ++next_symbol_id_;
   Symbol const* s = &symbols_.back();
-  if (user_entry != nullptr) {
-    user_entry->user = s;
+  if (user) {
+    own->second.user = s;
   }
   printed.second->printed = s;
   return s;
@@ -661,25 +660,27 @@ Symbol const* TermManager::find_symbol(std::string const& name) const {
   return it == symbol_names_.end() ? nullptr : it->second.user;
 }
 
-// Whether `candidate` may become the printed name of a new object whose own name is `name`: no
-// object is printed under it, and unless it is that own name, none has it as its own name.
-// Entries made by a failed attempt hold no object and count as free.
+// The printed name of a new object whose own name has the entry `own`. A candidate is free when
+// no object is printed under it and, unless it is the own name, no object has it as its own
+// name; entries left by a failed attempt hold no object and count as free.
 template <class T>
 std::pair<std::string const*, TermManager::NameEntry<T>*> TermManager::choose_printed_name(
-    NameTable<T>& table, std::string const& name, bool foreign) {
-  std::string base = foreign ? "_" + name : name;
+    NameTable<T>& table, typename NameTable<T>::iterator own, bool foreign) {
+  if (!foreign && own->second.printed == nullptr) {
+    return {&own->first, &own->second};  // the common case: a name not printed yet
+  }
+  std::string const base = foreign ? "_" + own->first : own->first;
   auto free = [&](std::string const& candidate) {
     auto it = table.find(candidate);
-    return it == table.end() ||
-           (it->second.printed == nullptr && (candidate == name || it->second.user == nullptr));
+    return it == table.end() || (it->second.printed == nullptr && it->second.user == nullptr);
   };
-  if (free(base)) {
+  if (foreign && free(base)) {
     auto it = table.try_emplace(base).first;
     return {&it->first, &it->second};
   }
   // The base's entry remembers how far its suffixes are used, so that a name declared many
   // times does not try every suffix again.
-  NameEntry<T>& base_entry = table.find(base)->second;
+  NameEntry<T>& base_entry = table.try_emplace(base).first->second;
   std::string candidate;
   for (std::uint64_t k = base_entry.next_suffix;; ++k) {
     candidate = base;
@@ -713,9 +714,14 @@ std::string const& TermManager::get_printed_name(DataType const* t) const {
   return t->get_name();
 }
 
-bool TermManager::is_printed_symbol_name(std::string const& name) const {
-  auto it = symbol_names_.find(name);
-  return it != symbol_names_.end() && it->second.printed != nullptr;
+Symbol const* TermManager::find_printed_symbol(std::string const& printed_name) const {
+  auto it = symbol_names_.find(printed_name);
+  return it == symbol_names_.end() ? nullptr : it->second.printed;
+}
+
+DataType const* TermManager::find_printed_sort(std::string const& printed_name) const {
+  auto it = sort_names_.find(printed_name);
+  return it == sort_names_.end() ? nullptr : it->second.printed;
 }
 
 Symbol const* TermManager::interpreted_symbol(SymbolTag::tag tag, std::string const& name,

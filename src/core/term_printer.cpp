@@ -409,7 +409,7 @@ bool SmtLib2TermPrinter::let_names_clash(std::string const& prefix) {
   }
   for (std::size_t k = 0; k < bound_.size(); ++k) {
     std::uint64_t const n = global_decls_ ? bound_[k].id : k + 1;
-    if (mgr_->is_printed_symbol_name(prefix + std::to_string(n))) {
+    if (mgr_->find_printed_symbol(prefix + std::to_string(n)) != nullptr) {
       return true;
     }
   }

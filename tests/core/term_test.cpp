@@ -126,12 +126,14 @@ TEST_F(TermTest, NamesUsedAgainArePrintedUnderNamesOfTheirOwn) {
   EXPECT_EQ(text(taken1), "p!1!1");
   EXPECT_EQ(text(taken2), "p!2");
   EXPECT_EQ(text(p3), "p!3");
+  EXPECT_TRUE(mgr.find_printed_symbol("p!1") == p2 && mgr.find_printed_symbol("p!1!1") == taken1);
   Symbol const* spaced = mgr.make_symbol("a b", integer);
   EXPECT_EQ(text(spaced) + text(mgr.make_symbol("a b", integer)), "|a b||a b!1|");
   EXPECT_NE(mgr.make_and(p, mgr.make_constant(p3)), mgr.make_and(p, p)) << "two symbols";
 
   DataType const* u2 = mgr.make_simple_type("U");
   EXPECT_TRUE(u2 != sort_u && mgr.get_simple_type("U", true) == u2);
+  EXPECT_TRUE(mgr.find_printed_sort("U!1") == u2 && mgr.find_printed_sort("U") == sort_u);
   std::ostringstream decls;
   printer.print_type_declaration(decls, u2);
   printer.print_symbol_declaration(decls,

@@ -101,8 +101,10 @@ class TermManager {
   // suffix in turn.
   std::string const& get_printed_name(Symbol const* s) const;
   std::string const& get_printed_name(DataType const* t) const;
-  // Whether some uninterpreted symbol is printed under `name`.
-  bool is_printed_symbol_name(std::string const& name) const;
+  // The uninterpreted symbol (sort) printed under `printed_name`, or null: reads names in a
+  // solver's answers back.
+  Symbol const* find_printed_symbol(std::string const& printed_name) const;
+  DataType const* find_printed_sort(std::string const& printed_name) const;
   // True when `name` belongs to a theory outside the supported ones, as a sort name when `sort`
   // is set and as a function name otherwise: such names are printed with '_' in front.
   static bool is_foreign_theory_name(std::string const& name, bool sort);
@@ -155,9 +157,8 @@ class TermManager {
   template <class T>
   using NameTable = std::unordered_map<std::string, NameEntry<T>>;
   template <class T>
-  static std::pair<std::string const*, NameEntry<T>*> choose_printed_name(NameTable<T>& table,
-                                                                          std::string const& name,
-                                                                          bool foreign);
+  static std::pair<std::string const*, NameEntry<T>*> choose_printed_name(
+      NameTable<T>& table, typename NameTable<T>::iterator own, bool foreign);
   Symbol const* new_uninterpreted_symbol(std::string const& name, DataType const* type, bool user);
 
   std::deque<DataType> types_;
