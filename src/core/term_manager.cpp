@@ -6,6 +6,7 @@
 #include <sstream>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -125,6 +126,29 @@ static_assert(sizeof(kOps) / sizeof(kOps[0]) == SymbolTag::NUM_TAGS - 4,
 constexpr char const* kBuiltinSorts[] = {"Bool", "Int", "Real", "BitVec", "Array"};
 
 constexpr std::size_t kNumOps = sizeof(kOps) / sizeof(kOps[0]);
+
+// Names of theories the term layer does not model (strings, sequences, regular expressions,
+// floating point, sets, bags, relations, separation logic, transcendentals, conversions between
+// integers and bit-vectors, ...). Solvers that know such a theory refuse a declaration of one of
+// its names, so printers never write a user name of this kind as it is. Function names go by
+// their theory's prefix or by the whole name; sort names by the whole name.
+constexpr std::string_view kForeignPrefixes[] = {"bag.",      "char.", "ff.",   "fp.",    "int.",
+                                                 "nullable.", "re.",   "real.", "rel.",   "sep.",
+                                                 "seq.",      "set.",  "str.",  "table.", "tuple."};
+// clang-format off
+constexpr std::string_view kForeignFunctions[] = {
+    "+oo", "+zero", "-oo", "-zero", "NaN", "RNA", "RNE", "RTN", "RTP", "RTZ",
+    "arccos", "arccot", "arccsc", "arcsec", "arcsin", "arctan", "bag", "bv2int", "bv2nat",
+    "bvnego", "bvredand", "bvredor", "bvsaddo", "bvsdivo", "bvsmulo", "bvssubo", "bvuaddo",
+    "bvumulo", "bvusubo", "char", "cos", "cot", "csc", "exp", "fp", "iand", "int2bv",
+    "int_to_bv", "nat2bv", "pto", "roundNearestTiesToAway", "roundNearestTiesToEven",
+    "roundTowardNegative", "roundTowardPositive", "roundTowardZero", "sbv_to_int", "sec", "sep",
+    "sin", "sqrt", "tan", "to_fp", "to_fp_unsigned", "tuple", "ubv_to_int", "wand"};
+// clang-format on
+constexpr std::string_view kForeignSorts[] = {
+    "Bag",           "Char",     "FiniteField", "Float128", "Float16",      "Float32", "Float64",
+    "FloatingPoint", "Nullable", "RegLan",      "Relation", "RoundingMode", "Seq",     "Set",
+    "String",        "Table",    "Tuple",       "Unicode",  "UnitTuple"};
 
 // Every built-in application looks its operator up by name, so rows are found through an
 // open-addressing index built at compile time, hashed on the name's length and first and last
@@ -401,6 +425,22 @@ bool TermManager::is_builtin_name(std::string const& name) {
   return false;
 }
 
+bool TermManager::is_foreign_theory_name(std::string const& name, bool sort) {
+  std::string_view const view(name);
+  if (sort) {
+    return std::find(std::begin(kForeignSorts), std::end(kForeignSorts), view) !=
+           std::end(kForeignSorts);
+  }
+  std::size_t const dot = view.find('.');
+  if (dot != std::string_view::npos &&
+      std::find(std::begin(kForeignPrefixes), std::end(kForeignPrefixes),
+                view.substr(0, dot + 1)) != std::end(kForeignPrefixes)) {
+    return true;
+  }
+  return std::find(std::begin(kForeignFunctions), std::end(kForeignFunctions), view) !=
+         std::end(kForeignFunctions);
+}
+
 std::uint64_t TermManager::StructuralHash::operator()(Term const* t) const {
   // Hashes the symbol and argument addresses, not their ids, so that hashing a term reads
   // nothing but the term itself. The table's layout never reaches any output.
@@ -511,18 +551,29 @@ DataType const* TermManager::make_simple_type(std::string const& name) {
   if (name.compare(0, 9, "(_ BitVec") == 0) {
     throw Error("invalid sort name '" + name + "': it names a bit-vector sort");
   }
-  if (user_sorts_.count(name) != 0) {
-    throw Error("invalid sort name '" + name + "': a sort of that name exists");
+  auto const own = sort_names_.try_emplace(name).first;
+  auto const printed = choose_printed_name(sort_names_, own, is_foreign_theory_name(name, true));
+  std::uint64_t const id = next_type_id_;
+  bool const renamed = *printed.first != name;
+  if (renamed) {
+    renamed_sorts_.emplace(id, printed.first);
   }
-  DataType const* t = intern_type(DataType::Kind::Uninterpreted, name, 0, {});
-  user_sorts_.emplace(name, t);
+  DataType const* t;
+  try {
+    t = intern_type(DataType::Kind::Uninterpreted, name, 0, {});
+  } catch (...) {
+    renamed_sorts_.erase(id);
+    throw;
+  }
+  own->second.user = t;
+  printed.second->printed = t;
   return t;
 }
 
 DataType const* TermManager::get_simple_type(std::string const& name, bool uninterpreted_only) {
   // The declaration search asks this for the sort of every term it visits: answer the common
   // cases without hashing the name.
-  if (uninterpreted_only && user_sorts_.empty()) {
+  if (uninterpreted_only && sort_names_.empty()) {
     return nullptr;
   }
   if (name == "Bool" || name == "Int" || name == "Real") {
@@ -531,9 +582,9 @@ DataType const* TermManager::get_simple_type(std::string const& name, bool unint
     }
     return name == "Bool" ? bool_type_ : name == "Int" ? int_type_ : real_type_;
   }
-  auto it = user_sorts_.find(name);
-  if (it != user_sorts_.end()) {
-    return it->second;
+  auto it = sort_names_.find(name);
+  if (it != sort_names_.end() && it->second.user != nullptr) {
+    return it->second.user;
   }
   if (uninterpreted_only) {
     return nullptr;
@@ -558,20 +609,109 @@ Symbol const* TermManager::make_symbol(std::string const& name, DataType const* 
   if (type == nullptr) {
     throw Error("invalid symbol '" + name + "': no sort given");
   }
-  if (user_symbols_.count(name) != 0) {
-    throw Error("invalid symbol name '" + name + "': a symbol of that name exists");
+  return new_uninterpreted_symbol(name, type, true);
+}
+
+Symbol const* TermManager::make_fresh_symbol(std::string const& name, DataType const* type) {
+  check_name(name, "symbol");
+  if (type == nullptr) {
+    throw Error("invalid symbol '" + name + "': no sort given");
+  }
+  return new_uninterpreted_symbol(name, type, false);
+}
+
+Symbol const* TermManager::new_uninterpreted_symbol(std::string const& name, DataType const* type,
+                                                    bool user) {
+  auto const own = symbol_names_.try_emplace(name).first;
+  auto const printed = choose_printed_name(symbol_names_, own, is_foreign_theory_name(name, false));
+  std::uint64_t const id = next_symbol_id_;
+  if (*printed.first != name) {
+    renamed_symbols_.emplace(id, printed.first);
   }
   std::uint64_t const arity = type->is_function() ? type->get_num_components() - 1 : 0;
   DataType const* output = type->is_function() ? type->get_function_result() : type;
-  symbols_.emplace_back(next_symbol_id_++, arity, type, output, SymbolTag::UNINTERPRETED, name);
+  try {
+    symbols_.emplace_back(id, arity, type, output, SymbolTag::UNINTERPRETED, name);
+  } catch (...) {
+    renamed_symbols_.erase(id);
+    throw;
+  }
+  ++next_symbol_id_;
   Symbol const* s = &symbols_.back();
-  user_symbols_.emplace(name, s);
+  if (user) {
+    own->second.user = s;
+  }
+  printed.second->printed = s;
   return s;
 }
 
 Symbol const* TermManager::find_symbol(std::string const& name) const {
-  auto it = user_symbols_.find(name);
-  return it == user_symbols_.end() ? nullptr : it->second;
+  auto it = symbol_names_.find(name);
+  return it == symbol_names_.end() ? nullptr : it->second.user;
+}
+
+// The printed name of a new object whose own name has the entry `own`. A candidate is free when
+// no object is printed under it and, unless it is the own name, no object has it as its own
+// name; entries left by a failed attempt hold no object and count as free.
+template <class T>
+std::pair<std::string const*, TermManager::NameEntry<T>*> TermManager::choose_printed_name(
+    NameTable<T>& table, typename NameTable<T>::iterator own, bool foreign) {
+  if (!foreign && own->second.printed == nullptr) {
+    return {&own->first, &own->second};  // the common case: a name not printed yet
+  }
+  std::string const base = foreign ? "_" + own->first : own->first;
+  auto free = [&](std::string const& candidate) {
+    auto it = table.find(candidate);
+    return it == table.end() || (it->second.printed == nullptr && it->second.user == nullptr);
+  };
+  if (foreign && free(base)) {
+    auto it = table.try_emplace(base).first;
+    return {&it->first, &it->second};
+  }
+  // The base's entry remembers how far its suffixes are used, so that a name declared many
+  // times does not try every suffix again.
+  NameEntry<T>& base_entry = table.try_emplace(base).first->second;
+  std::string candidate;
+  for (std::uint64_t k = base_entry.next_suffix;; ++k) {
+    candidate = base;
+    candidate += '!';
+    candidate += std::to_string(k);
+    if (free(candidate)) {
+      auto it = table.try_emplace(candidate).first;
+      base_entry.next_suffix = k + 1;
+      return {&it->first, &it->second};
+    }
+  }
+}
+
+std::string const& TermManager::get_printed_name(Symbol const* s) const {
+  if (!renamed_symbols_.empty()) {
+    auto it = renamed_symbols_.find(s->get_id());
+    if (it != renamed_symbols_.end() && owns(s)) {
+      return *it->second;
+    }
+  }
+  return s->get_name();
+}
+
+std::string const& TermManager::get_printed_name(DataType const* t) const {
+  if (!renamed_sorts_.empty()) {
+    auto it = renamed_sorts_.find(t->get_id());
+    if (it != renamed_sorts_.end() && owns(t)) {
+      return *it->second;
+    }
+  }
+  return t->get_name();
+}
+
+Symbol const* TermManager::find_printed_symbol(std::string const& printed_name) const {
+  auto it = symbol_names_.find(printed_name);
+  return it == symbol_names_.end() ? nullptr : it->second.printed;
+}
+
+DataType const* TermManager::find_printed_sort(std::string const& printed_name) const {
+  auto it = sort_names_.find(printed_name);
+  return it == sort_names_.end() ? nullptr : it->second.printed;
 }
 
 Symbol const* TermManager::interpreted_symbol(SymbolTag::tag tag, std::string const& name,
@@ -992,9 +1132,9 @@ Term const* TermManager::make_abstract_value(DataType const* sort, std::uint64_t
   if (it != abstract_values_.end()) {
     return it->second;
   }
-  symbols_.emplace_back(next_symbol_id_++, 0, sort, sort, SymbolTag::UNINTERPRETED,
-                        sort->get_name() + "!val!" + std::to_string(index));
-  Term const* t = intern_term(&symbols_.back(), nullptr, 0);
+  Symbol const* s =
+      new_uninterpreted_symbol(sort->get_name() + "!val!" + std::to_string(index), sort, false);
+  Term const* t = intern_term(s, nullptr, 0);
   abstract_values_.emplace(key, t);
   return t;
 }

@@ -175,7 +175,7 @@ std::string const& SmtLibTermPrinter::compute_symbol_text(Symbol const* s) {
   std::string text;
   switch (s->get_tag()) {
     case SymbolTag::UNINTERPRETED:
-      text = quote(name_prefix_ + s->get_name());
+      text = quote(name_prefix_ + mgr_->get_printed_name(s));
       break;
     case SymbolTag::NUMERAL:
       text = numeral_text(s);
@@ -206,7 +206,7 @@ std::string const& SmtLibTermPrinter::compute_type_text(DataType const* t) {
   // nested array sort would cost memory quadratic in its depth.
   std::string text;
   t->write(text, [this](std::string& out, DataType const& u) {
-    out += u.is_uninterpreted() ? quote(name_prefix_ + u.get_name()) : u.get_name();
+    out += u.is_uninterpreted() ? quote(name_prefix_ + mgr_->get_printed_name(&u)) : u.get_name();
   });
   std::string* slot = type_names_.slot(t->get_id());
   *slot = std::move(text);
@@ -381,8 +381,8 @@ void SmtLib2TermPrinter::render_term(Term const* root, bool annotate) {
   }
 }
 
-// Whether some let name prefix + n, n a bound term's number, is the name of a user symbol. Only
-// user names that end in digits can be such a name; their stems (the name without its final
+// Whether some let name prefix + n, n a bound term's number, is the printed name of a symbol.
+// Only names that end in digits can be such a name; their stems (the name without its final
 // digits) are collected once per new symbol, so a print whose prefix is no stem asks nothing.
 bool SmtLib2TermPrinter::let_names_clash(std::string const& prefix) {
   for (std::size_t n = mgr_->num_symbols(); scanned_symbols_ < n; ++scanned_symbols_) {
@@ -390,7 +390,7 @@ bool SmtLib2TermPrinter::let_names_clash(std::string const& prefix) {
     if (mgr_->is_interpreted(s)) {
       continue;
     }
-    std::string const& name = s->get_name();
+    std::string const& name = mgr_->get_printed_name(s);
     std::size_t stem = name.size();
     while (stem > 0 && name[stem - 1] >= '0' && name[stem - 1] <= '9') {
       --stem;
@@ -409,7 +409,7 @@ bool SmtLib2TermPrinter::let_names_clash(std::string const& prefix) {
   }
   for (std::size_t k = 0; k < bound_.size(); ++k) {
     std::uint64_t const n = global_decls_ ? bound_[k].id : k + 1;
-    if (mgr_->find_symbol(prefix + std::to_string(n)) != nullptr) {
+    if (mgr_->find_printed_symbol(prefix + std::to_string(n)) != nullptr) {
       return true;
     }
   }

@@ -380,13 +380,11 @@ void ScriptReader::Impl::cmd_declare_fun(bool is_const) {
       error_at(name_tok, e.what());
     }
   }
+  // The name is out of the script's scope here. Declared again with the sort it had, it is the
+  // same symbol; with another sort, a new one, which the term layer prints under a name of its
+  // own.
   Symbol const* sym = mgr_.find_symbol(name);
-  if (sym != nullptr) {
-    if (sym->get_type() != type) {
-      error_at(name_tok, "'" + name + "' was declared before with sort " +
-                             sort_text(sym->get_type()) + " and now with sort " + sort_text(type));
-    }
-  } else {
+  if (sym == nullptr || sym->get_type() != type) {
     try {
       sym = mgr_.make_symbol(name, type);
     } catch (Error const& e) {

@@ -91,14 +91,10 @@ Term const* ScriptReader::Impl::placeholder(std::size_t index, DataType const* s
   if (it != placeholders_.end()) {
     return it->second;
   }
-  // A name no script is expected to use; the symbol never reaches a trace, since every use
-  // of a definition substitutes its arguments for the placeholders.
-  std::string name = "tvx define-fun parameter " + std::to_string(index) + " of sort #" +
-                     std::to_string(sort->get_id());
-  Symbol const* s = mgr_.find_symbol(name);
-  if (s == nullptr) {
-    s = mgr_.make_symbol(name, sort);
-  }
+  // A fresh symbol: no declaration of the script can find it, whatever its name. It never
+  // reaches a trace, since every use of a definition substitutes its arguments for the
+  // placeholders.
+  Symbol const* s = mgr_.make_fresh_symbol("define-fun parameter " + std::to_string(index), sort);
   Term const* t = mgr_.make_constant(s);
   placeholders_.emplace(key, t);
   return t;

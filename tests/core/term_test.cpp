@@ -106,9 +106,82 @@ TEST_F(TermTest, RefusesNamesThatAreBuiltinOrCannotBeQuoted) {
     EXPECT_THAT([&] { mgr.make_simple_type(name); }, ThrowsMessage<Refused>(HasSubstr(name)));
     EXPECT_THAT([&] { mgr.make_symbol(name, integer); }, ThrowsMessage<Refused>(HasSubstr(name)));
   }
-  EXPECT_THROW(mgr.make_simple_type("U"), Refused);
-  EXPECT_THROW(mgr.make_symbol("p", integer), Refused);
+  EXPECT_THAT([&] { mgr.make_fresh_symbol("a|b", integer); },
+              ThrowsMessage<Refused>(HasSubstr("a|b")));
   EXPECT_EQ(mgr.get_simple_type("Int", true), nullptr);
+}
+
+// A name may be used again (a script declares it anew once its scope is gone): lookups find the
+// newest object, and every object keeps a printed name that no other symbol or sort takes,
+// whichever order the names come in.
+TEST_F(TermTest, NamesUsedAgainArePrintedUnderNamesOfTheirOwn) {
+  auto text = [&](Symbol const* s) { return print(mgr.make_constant(s)); };
+  Symbol const* taken2 = mgr.make_symbol("p!2", integer);
+  Symbol const* p2 = mgr.make_symbol("p", integer);
+  Symbol const* taken1 = mgr.make_symbol("p!1", integer);  // p2 is printed so already
+  Symbol const* p3 = mgr.make_symbol("p", mgr.get_bool_type());
+  EXPECT_EQ(mgr.find_symbol("p"), p3);
+  EXPECT_EQ(print(p), "p") << "the first keeps its name";
+  EXPECT_EQ(text(p2), "p!1");
+  EXPECT_EQ(text(taken1), "p!1!1");
+  EXPECT_EQ(text(taken2), "p!2");
+  EXPECT_EQ(text(p3), "p!3");
+  EXPECT_TRUE(mgr.find_printed_symbol("p!1") == p2 && mgr.find_printed_symbol("p!1!1") == taken1);
+  Symbol const* spaced = mgr.make_symbol("a b", integer);
+  EXPECT_EQ(text(spaced) + text(mgr.make_symbol("a b", integer)), "|a b||a b!1|");
+  EXPECT_NE(mgr.make_and(p, mgr.make_constant(p3)), mgr.make_and(p, p)) << "two symbols";
+
+  DataType const* u2 = mgr.make_simple_type("U");
+  EXPECT_TRUE(u2 != sort_u && mgr.get_simple_type("U", true) == u2);
+  EXPECT_TRUE(mgr.find_printed_sort("U!1") == u2 && mgr.find_printed_sort("U") == sort_u);
+  std::ostringstream decls;
+  printer.print_type_declaration(decls, u2);
+  printer.print_symbol_declaration(decls,
+                                   mgr.make_symbol("f", mgr.get_function_type({sort_u}, u2)));
+  EXPECT_EQ(decls.str(), "(declare-sort U!1 0)\n(declare-fun f (U) U!1)\n");
+
+  // A fresh symbol is found by no lookup, yet its name is its own in print.
+  Symbol const* fresh = mgr.make_fresh_symbol("q", integer);
+  EXPECT_EQ(mgr.find_symbol("q"), nullptr);
+  Symbol const* q = mgr.make_symbol("q", integer);
+  EXPECT_EQ(mgr.find_symbol("q"), q);
+  EXPECT_EQ(text(fresh) + " " + text(q), "q q!1");
+  // So is a model's abstract value.
+  Term const* value = mgr.make_abstract_value(sort_u, 0);
+  Symbol const* like_value = mgr.make_symbol("U!val!0", sort_u);
+  EXPECT_EQ(print(value) + " " + text(like_value), "U!val!0 U!val!0!1");
+  EXPECT_EQ(mgr.find_symbol("U!val!0")->get_name(), "U!val!0");
+
+  // Let names step around printed names, not only around user names.
+  Term const* s = mgr.make_builtin("+", {i, mgr.make_number("5", integer)});
+  config.printer.let_prefix = "p!";
+  EXPECT_EQ(print(mgr.make_builtin("*", {s, s})), "(let ((p!_1 (+ i 5))) (* p!_1 p!_1))");
+}
+
+// Names of theories the term layer does not model are printed with '_' in front, which no such
+// theory's name has; a user name equal to the result then takes a suffix.
+TEST_F(TermTest, NamesOfOtherTheoriesArePrintedApart) {
+  auto text = [&](char const* name, DataType const* type) {
+    return print(mgr.make_constant(mgr.make_symbol(name, type)));
+  };
+  DataType const* fun = mgr.get_function_type({integer}, integer);
+  std::ostringstream decl;
+  printer.print_symbol_declaration(decl, mgr.make_symbol("str.len", fun));
+  EXPECT_EQ(decl.str(), "(declare-fun _str.len (Int) Int)\n");
+  EXPECT_EQ(text("_str.len", integer), "_str.len!1");
+  for (char const* name : {"bv2nat", "char", "exp", "sqrt", "fp", "RNE", "re.*", "seq.len",
+                           "fp.add", "str.anything", "set.union", "int.pow2"})
+    EXPECT_EQ(text(name, integer), std::string("_") + name) << name;
+  for (char const* name : {"strlen", "str", "chars", "x.str.len", "bvsize", "Exp"})
+    EXPECT_EQ(text(name, integer), name) << name;
+  for (char const* name : {"String", "RegLan", "FloatingPoint", "Tuple", "Relation"}) {
+    std::ostringstream os;
+    printer.print_type_declaration(os, mgr.make_simple_type(name));
+    EXPECT_EQ(os.str(), std::string("(declare-sort _") + name + " 0)\n");
+    EXPECT_TRUE(TermManager::is_foreign_theory_name(name, true) &&
+                !TermManager::is_foreign_theory_name(name, false));
+  }
+  EXPECT_EQ(mgr.find_symbol("str.len")->get_name(), "str.len") << "names stay the user's";
 }
 
 TEST_F(TermTest, SymTyLtOrdersSimpleFirstThenByComponentCountThenComponentwise) {

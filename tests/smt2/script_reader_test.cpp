@@ -109,6 +109,19 @@ TEST(ScriptReaderTest, CommandsBecomeApiCalls) {
        "(push 1)\n(declare-fun x () Int)\n(declare-sort S 0)\n(pop 1)\n(declare-fun x () Int)\n"
        "(declare-sort S 0)\n(push 1)\n(declare-fun f (Int) Bool)\n(pop 1)\n"
        "(declare-fun f (Int) Bool)\n"},
+      // Declared anew with another sort, a name is another symbol, printed under a name of its
+      // own; with its old sort, it is the old symbol.
+      {"(push 1)(declare-fun x () Int)(pop 1)(push 1)(declare-fun x () Bool)(assert x)(pop 1)"
+       "(declare-fun x () Bool)(push 1)(declare-fun y () Int)(pop 1)(declare-fun y (Int) Int)"
+       "(assert (and x (= (y 0) 1)))",
+       "(push 1)\n(declare-fun x () Int)\n(pop 1)\n(push 1)\n(declare-fun x!1 () Bool)\n"
+       "(assert x!1)\n(pop 1)\n(declare-fun x!1 () Bool)\n(push 1)\n(declare-fun y () Int)\n"
+       "(pop 1)\n(declare-fun y!1 (Int) Int)\n(assert (and x!1 (= (y!1 0) 1)))\n"},
+      // A definition's parameters are no symbols that a declaration can meet.
+      {"(declare-fun |define-fun parameter 0| () Int)"
+       "(define-fun f ((a Int)) Int (+ a |define-fun parameter 0|))(assert (= (f 5) 0))",
+       "(declare-fun |define-fun parameter 0| () Int)\n(assert (= (+ 5 |define-fun parameter 0|) "
+       "0))\n"},
       {"(set-option :global-declarations true)(push 1)(declare-fun x () Int)(pop 1)"
        "(assert (> x 0))",
        "(push 1)\n(declare-fun x () Int)\n(pop 1)\n(declare-fun x () Int)\n(assert (> x 0))\n"},
@@ -145,7 +158,7 @@ TEST(ScriptReaderTest, MalformedAndUnsupportedInput) {
       {"(push 1)(pop)(pop)", "1:15", "cannot pop 1 level(s)", 2},
       {"(push 1)(push 2000000)", "1:15", "too large", 1},
       {"(declare-fun x () Int)(push 1)(declare-fun x () Int)", "1:44", "already declared", 2},
-      {"(push 1)(declare-fun x () Int)(pop 1)(declare-fun x () Bool)", "1:51", "now with sort Bool",
+      {"(push 1)(declare-fun x () Int)(push 1)(declare-fun x () Bool)", "1:52", "already declared",
        3},
       {"(declare-fun Int () Bool)", "1:14", "built-in name", 0},
       {"(assert 5)", "1:9", "expects a formula of sort Bool, found sort Int", 0},

@@ -1,6 +1,9 @@
 // The tvx-trace program: exit status 0, 1 or 2, standard input or a file, -o, help and options,
+// The tvx-trace program: exit status 0, 1 or 2, standard input or a file, -o, help and options,
 // an input error that keeps the trace written before it, and a script answered through an
-// engine with --solver, whose trace replays to the same answers.
+// engine with --solver, whose trace replays to the same answers. Scripts that use names again
+// after their scope is gone, or names of theories tvx does not model, replay in z3 and cvc5 in
+// both modes with the answers z3 gives for the script itself.
 #include <gtest/gtest.h>
 #include <stdlib.h>
 #include <sys/wait.h>
@@ -8,6 +11,7 @@
 #include <fstream>
 #include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -43,6 +47,16 @@ class TvxTraceTest : public ::testing::Test {
     return WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
   }
   bool out_has(std::string const& part) const { return out_.find(part) != std::string::npos; }
+
+  // The answers of a shell command line that reads a script, joined by commas: sat, unsat,
+  // unknown and error lines.
+  std::string answers(std::string const& command) {
+    std::system(("timeout 20 " + command + " 2>&1 | grep -E '^(sat|unsat|unknown)$|^\\(error' |" +
+                 " paste -sd, >'" + tmp_ + "/answers'")
+                    .c_str());
+    std::string const out = slurp(tmp_ + "/answers");
+    return out.substr(0, out.find('\n'));
+  }
 
   char tmpl_[27] = "/tmp/tvx_trace_test_XXXXXX";
   std::string tmp_, out_, err_;
@@ -141,6 +155,77 @@ TEST_F(TvxTraceTest, SolverAnswersAndTracesTheSession) {
   EXPECT_NE(err_.find("no-such-engine"), std::string::npos) << err_;
   EXPECT_EQ(run("--help"), 0);
   EXPECT_NE(out_.find("z3"), std::string::npos) << out_;
+}
+
+// Each script, traced in scoped and in global-declarations mode, replays in z3 and in cvc5 with
+// the command lines the README gives, answering as z3 does on the script itself.
+TEST_F(TvxTraceTest, NamesUsedAgainAndNamesOfOtherTheoriesReplayInZ3AndCvc5) {
+  if (std::system("(command -v z3 && command -v cvc5 && command -v timeout) >/dev/null") != 0) {
+    GTEST_SKIP() << "needs z3, cvc5 and timeout on the PATH";
+  }
+  std::pair<char const*, char const*> const scripts[] = {
+      {"after pop, another sort",
+       "(push 1)(declare-fun a () (Array Int Int))(assert (= (select a 0) 7))(check-sat)(pop 1)"
+       "(declare-fun a (Int) Int)(assert (= (a 0) 5))(check-sat)"},
+      {"sorts",
+       "(push 1)(declare-sort V 0)(declare-fun x () V)(declare-fun y () V)"
+       "(assert (not (= x y)))(check-sat)(pop 1)(define-sort V () Bool)"
+       "(declare-fun x () V)(declare-fun y () V)(declare-fun z () V)"
+       "(assert (distinct x y))(check-sat)(assert (distinct x y z))(check-sat)"
+       "(push 1)(declare-sort V2 0)(declare-fun x2 () V2)(pop 1)(declare-sort V2 0)"
+       "(declare-fun x2 () V2)(declare-fun y2 () V2)(assert (distinct x2 y2))(check-sat)"},
+      {"macros",
+       "(push 1)(define-fun m ((p Int)) Int (+ p 1))(define-sort S () Int)"
+       "(declare-fun s () S)(assert (= (m s) 3))(check-sat)(pop 1)"
+       "(define-sort S () Bool)(declare-fun m () S)(declare-fun s () S)"
+       "(assert (and m (not s)))(check-sat)(assert (= m s))(check-sat)"},
+      {"nested scopes",
+       "(declare-fun k () Int)(push 1)(declare-fun a () Int)(push 1)(declare-fun b () Bool)"
+       "(assert (and b (> a k)))(check-sat)(pop 2)(declare-fun a () Bool)(push 1)"
+       "(declare-fun b () Int)(assert (and a (< b k)))(check-sat)(pop 1)"
+       "(declare-fun b () (Array Int Bool))(assert (and (select b k) (not (select b 0)) (= k 0)))"
+       "(check-sat)"},
+      {"declared again twice, beside a name like a made-up one",
+       "(declare-fun a!1 () Int)(push 1)(declare-fun a () Int)(assert (> a 5))(check-sat)(pop 1)"
+       "(push 1)(declare-fun a () Bool)(assert (not a))(check-sat)(pop 1)"
+       "(declare-fun a (Int) Int)(assert (= (a 1) a!1))(check-sat)(assert (= (a 1) (+ a!1 1)))"
+       "(check-sat)"},
+      {"names of other theories",
+       "(declare-sort Relation 0)(declare-fun char (Int) Relation)"
+       "(declare-fun bv2nat ((_ BitVec 4)) Int)(declare-fun fp.add (Int Int) Int)"
+       "(declare-fun re.* () Bool)(declare-fun seq.len () Int)(declare-fun int2bv (Int) (_ BitVec "
+       "4))"
+       "(declare-fun exp () Real)(declare-fun str.len (Int) Int)(declare-fun _str.len () Int)"
+       "(assert (= (fp.add seq.len 1) (bv2nat (int2bv 3)) (str.len _str.len)))"
+       "(assert (distinct (char 1) (char 2)))(assert (=> re.* (> exp 1.0)))(check-sat)(push 1)"
+       "(assert (and re.* (< exp 0.0)))(check-sat)(pop 1)(assert (= seq.len (str.len 0)))"
+       "(assert (distinct (str.len 0) (str.len _str.len)))(check-sat)"},
+  };
+  std::string const trace = "'" + tmp_ + "/trace.smt2'";
+  for (auto const& [what, script] : scripts) {
+    SCOPED_TRACE(what);
+    std::string const original = answers("z3 -smt2 " + write("script.smt2", script));
+    ASSERT_NE(original.find("sat"), std::string::npos) << original;
+    ASSERT_EQ(original.find("error"), std::string::npos) << original;
+    for (std::string const mode : {"", "--global-decls --set printer.defines_prefix=d_ "}) {
+      SCOPED_TRACE(mode);
+      ASSERT_EQ(run(mode + "-o " + trace + " '" + tmp_ + "/script.smt2'"), 0) << err_;
+      EXPECT_EQ(answers("z3 -smt2 " + trace), original);
+      EXPECT_EQ(answers("sed 's/^(set-option :global-decls true)$/"
+                        "(set-option :global-declarations true)/' " +
+                        trace + " | cvc5 --lang=smt2 --incremental"),
+                original);
+      // Printed names read back as names of their own: tracing the trace reaches a fixed point.
+      std::string rounds[2];
+      std::string input = slurp(tmp_ + "/trace.smt2");
+      for (std::string& round : rounds) {
+        ASSERT_EQ(run(mode, input), 0) << err_;
+        input = out_;
+        round = out_.substr(out_.find('\n', out_.find(";; generated on")) + 1);
+      }
+      EXPECT_EQ(rounds[0], rounds[1]);
+    }
+  }
 }
 
 }  // namespace

@@ -35,16 +35,24 @@ class TermManager {
   DataType const* get_array_type(DataType const* index, DataType const* element);
   DataType const* get_function_type(std::vector<DataType const*> const& args,
                                     DataType const* result);
-  // A new uninterpreted sort (arity 0). Throws for a name already taken or not writable.
+  // A new uninterpreted sort (arity 0). Throws for a name that is built in or not writable.
+  // A name used before makes another sort of that name, which name lookups find from then on:
+  // scripts may declare a name again once its scope is gone.
   DataType const* make_simple_type(std::string const& name);
-  // The simple sort of that name, or null. With uninterpreted_only set, answers only for
-  // uninterpreted sorts, so built-in sorts never reach a declaration.
+  // The simple sort of that name (the newest of an uninterpreted name), or null. With
+  // uninterpreted_only set, answers only for uninterpreted sorts, so built-in sorts never reach
+  // a declaration.
   DataType const* get_simple_type(std::string const& name, bool uninterpreted_only);
 
   // --- symbols ---
   // A new uninterpreted symbol; a function type gives arity = its argument count, else 0.
+  // A name used before makes another symbol of that name, which find_symbol finds from then on;
+  // terms over the older symbol stay as they are.
   Symbol const* make_symbol(std::string const& name, DataType const* type);
-  // The uninterpreted symbol of that name, or null.
+  // An uninterpreted symbol that no name lookup finds, whatever its name: a placeholder that a
+  // user's declaration of the same name can never turn into, and that never shadows one.
+  Symbol const* make_fresh_symbol(std::string const& name, DataType const* type);
+  // The newest uninterpreted symbol made by make_symbol with that name, or null.
   Symbol const* find_symbol(std::string const& name) const;
   // True exactly for theory operators and numerals.
   bool is_interpreted(Symbol const* s) const { return s->get_tag() != SymbolTag::UNINTERPRETED; }
@@ -82,6 +90,25 @@ class TermManager {
   // it is not a user name: find_symbol does not see it.
   Term const* make_abstract_value(DataType const* sort, std::uint64_t index);
 
+  // The name under which printers write an uninterpreted symbol or sort: one name per symbol
+  // (per sort), never the name of another, fixed when it is made. It is the symbol's own name
+  // unless that name is taken or belongs to a theory that the term layer does not model, which
+  // solvers refuse to see declared (str.len, fp.add, exp, String, ...):
+  //  - such a name is written with '_' in front ("_str.len");
+  //  - a name taken by an earlier symbol (sort) gets the first suffix "!1", "!2", ... that makes
+  //    it neither the printed name nor the own name of any other symbol (sort).
+  // A later user name equal to a printed name made up this way is itself taken, so it gets a
+  // suffix in turn.
+  std::string const& get_printed_name(Symbol const* s) const;
+  std::string const& get_printed_name(DataType const* t) const;
+  // The uninterpreted symbol (sort) printed under `printed_name`, or null: reads names in a
+  // solver's answers back.
+  Symbol const* find_printed_symbol(std::string const& printed_name) const;
+  DataType const* find_printed_sort(std::string const& printed_name) const;
+  // True when `name` belongs to a theory outside the supported ones, as a sort name when `sort`
+  // is set and as a function name otherwise: such names are printed with '_' in front.
+  static bool is_foreign_theory_name(std::string const& name, bool sort);
+
   // Whether this manager made the object (and not another manager).
   bool owns(DataType const* t) const;
   bool owns(Symbol const* s) const;
@@ -118,16 +145,36 @@ class TermManager {
   std::uint64_t next_symbol_id_ = 1;
   std::uint64_t next_term_id_ = 1;
 
+  // The names of uninterpreted symbols or sorts: for each, the newest user object of that name
+  // (null for none) and the object printed under it (null for none). A new object's printed
+  // name and user name get their entries before it is made, so nothing can fail afterwards.
+  template <class T>
+  struct NameEntry {
+    T const* user = nullptr;
+    T const* printed = nullptr;
+    std::uint64_t next_suffix = 1;  // the suffix to try first for another object of this name
+  };
+  template <class T>
+  using NameTable = std::unordered_map<std::string, NameEntry<T>>;
+  template <class T>
+  static std::pair<std::string const*, NameEntry<T>*> choose_printed_name(
+      NameTable<T>& table, typename NameTable<T>::iterator own, bool foreign);
+  Symbol const* new_uninterpreted_symbol(std::string const& name, DataType const* type, bool user);
+
   std::deque<DataType> types_;
   std::map<std::vector<std::uint64_t>, DataType const*> compound_types_;
-  std::unordered_map<std::string, DataType const*> user_sorts_;  // uninterpreted sorts
+  NameTable<DataType> sort_names_;  // uninterpreted sorts
+  // The printed names that differ from the own name, by sort id.
+  std::unordered_map<std::uint64_t, std::string const*> renamed_sorts_;
   std::unordered_map<std::uint64_t, DataType const*> bv_types_;
   DataType const* bool_type_ = nullptr;
   DataType const* int_type_ = nullptr;
   DataType const* real_type_ = nullptr;
 
   std::deque<Symbol> symbols_;
-  std::unordered_map<std::string, Symbol const*> user_symbols_;
+  NameTable<Symbol> symbol_names_;  // uninterpreted symbols
+  // The printed names that differ from the own name, by symbol id.
+  std::unordered_map<std::uint64_t, std::string const*> renamed_symbols_;
   // Interpreted symbols by (tag, indices, argument sort ids, result sort id).
   std::map<std::vector<std::uint64_t>, Symbol const*> theory_symbols_;
   // Numeral symbols by (sort id, canonical value text).

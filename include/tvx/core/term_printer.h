@@ -44,11 +44,12 @@ class SmtLibTermPrinter : public TermPrinter {
   SmtLibTermPrinter(TermManager* mgr, std::string name_prefix);
   ~SmtLibTermPrinter() override;
 
-  // The SMT-LIB text of a symbol: a user name (|quoted| when it is not a legal simple symbol
-  // or is reserved), an operator ("bvadd", "(_ extract 7 0)") or a numeral ("5", "(- 3)",
-  // "(/ 1.0 2.0)", "#b0101").
+  // The SMT-LIB text of a symbol: the manager's printed name of an uninterpreted symbol
+  // (|quoted| when it is not a legal simple symbol or is reserved), an operator ("bvadd",
+  // "(_ extract 7 0)") or a numeral ("5", "(- 3)", "(/ 1.0 2.0)", "#b0101").
   std::string to_smtlib(Symbol const* s);
-  // The SMT-LIB text of a sort: "Int", "(_ BitVec 8)", "(Array Int Bool)", a quoted user name.
+  // The SMT-LIB text of a sort: "Int", "(_ BitVec 8)", "(Array Int Bool)", the manager's
+  // printed name of an uninterpreted sort, quoted when needed.
   std::string to_smtlib(DataType const* t);
 
   // The symbol text without copying; valid until the printer is destroyed.
@@ -160,7 +161,8 @@ class SmtLib2TermPrinter : public SmtLibTermPrinter {
   // compute_sharing); while rendering, the let number + 1 of a bound term.
   std::vector<std::uint64_t> info_;
   std::vector<Bound> bound_;  // the let-bound terms of the current print
-  // User names that end in digits, without the digits; filled from the manager's symbols.
+  // Printed symbol names that end in digits, without the digits; filled from the manager's
+  // symbols.
   std::unordered_set<std::string> numbered_stems_;
   std::size_t scanned_symbols_ = 0;
   std::string text_;  // the text being composed
