@@ -11,121 +11,17 @@
 #include <vector>
 
 #include <tvx/support/str.h>
+#include "core/operator_table.h"
 
 namespace tvx {
 
+using optable::find_op;
+using optable::kBuiltinSorts;
+using optable::num_indices_of;
+using optable::OpInfo;
+using optable::Sig;
+
 namespace {
-
-// How an operator is applied: how many arguments and which sorts it takes.
-enum class Sig : std::uint8_t {
-  Const,       // no arguments, Bool (true, false)
-  BoolUnary,   // Bool -> Bool
-  BoolNary,    // Bool^n -> Bool, n >= 2
-  Chain,       // S^n -> Bool, n >= 2, any sort S (=, distinct)
-  Ite,         // Bool S S -> S
-  ArithNary,   // A^n -> A, n >= 2, A Int or Real
-  Minus,       // A -> A (negation) or A^n -> A
-  RealNary,    // Real^n -> Real, n >= 2
-  IntNary,     // Int^n -> Int, n >= 2
-  IntBinary,   // Int Int -> Int
-  IntUnary,    // Int -> Int
-  ArithChain,  // A^n -> Bool, n >= 2
-  ToReal,      // Int -> Real
-  ToInt,       // Real -> Int
-  IsInt,       // Real -> Bool
-  Concat,      // BV^n -> BV of the summed width, n >= 2
-  Extract,     // indexed (i j): BV m -> BV (i - j + 1)
-  Repeat,      // indexed (i): BV m -> BV (m * i)
-  Extend,      // indexed (i): BV m -> BV (m + i)
-  Rotate,      // indexed (i): BV m -> BV m
-  BvUnary,     // BV m -> BV m
-  BvNary,      // BV m ^n -> BV m, n >= 2
-  BvBinary,    // BV m BV m -> BV m
-  BvComp,      // BV m BV m -> BV 1
-  BvPred,      // BV m BV m -> Bool
-  Select,      // (Array I E) I -> E
-  Store,       // (Array I E) I E -> (Array I E)
-};
-
-struct OpInfo {
-  char const* name;
-  SymbolTag::tag tag;
-  Sig sig;
-};
-
-// Every operator of the supported theories; indexed by nothing, searched by name.
-constexpr OpInfo kOps[] = {
-    {"true", SymbolTag::TRUE, Sig::Const},
-    {"false", SymbolTag::FALSE, Sig::Const},
-    {"not", SymbolTag::NOT, Sig::BoolUnary},
-    {"and", SymbolTag::AND, Sig::BoolNary},
-    {"or", SymbolTag::OR, Sig::BoolNary},
-    {"xor", SymbolTag::XOR, Sig::BoolNary},
-    {"=>", SymbolTag::IMPLIES, Sig::BoolNary},
-    {"=", SymbolTag::EQUAL, Sig::Chain},
-    {"distinct", SymbolTag::DISTINCT, Sig::Chain},
-    {"ite", SymbolTag::ITE, Sig::Ite},
-    {"+", SymbolTag::ADD, Sig::ArithNary},
-    {"-", SymbolTag::SUB, Sig::Minus},
-    {"*", SymbolTag::MUL, Sig::ArithNary},
-    {"/", SymbolTag::DIV, Sig::RealNary},
-    {"div", SymbolTag::IDIV, Sig::IntNary},
-    {"mod", SymbolTag::MOD, Sig::IntBinary},
-    {"abs", SymbolTag::ABS, Sig::IntUnary},
-    {"<", SymbolTag::LT, Sig::ArithChain},
-    {"<=", SymbolTag::LE, Sig::ArithChain},
-    {">", SymbolTag::GT, Sig::ArithChain},
-    {">=", SymbolTag::GE, Sig::ArithChain},
-    {"to_real", SymbolTag::TO_REAL, Sig::ToReal},
-    {"to_int", SymbolTag::TO_INT, Sig::ToInt},
-    {"is_int", SymbolTag::IS_INT, Sig::IsInt},
-    {"concat", SymbolTag::CONCAT, Sig::Concat},
-    {"extract", SymbolTag::EXTRACT, Sig::Extract},
-    {"repeat", SymbolTag::REPEAT, Sig::Repeat},
-    {"zero_extend", SymbolTag::ZERO_EXTEND, Sig::Extend},
-    {"sign_extend", SymbolTag::SIGN_EXTEND, Sig::Extend},
-    {"rotate_left", SymbolTag::ROTATE_LEFT, Sig::Rotate},
-    {"rotate_right", SymbolTag::ROTATE_RIGHT, Sig::Rotate},
-    {"bvnot", SymbolTag::BVNOT, Sig::BvUnary},
-    {"bvneg", SymbolTag::BVNEG, Sig::BvUnary},
-    {"bvand", SymbolTag::BVAND, Sig::BvNary},
-    {"bvor", SymbolTag::BVOR, Sig::BvNary},
-    {"bvxor", SymbolTag::BVXOR, Sig::BvNary},
-    {"bvnand", SymbolTag::BVNAND, Sig::BvBinary},
-    {"bvnor", SymbolTag::BVNOR, Sig::BvBinary},
-    {"bvxnor", SymbolTag::BVXNOR, Sig::BvBinary},
-    {"bvcomp", SymbolTag::BVCOMP, Sig::BvComp},
-    {"bvadd", SymbolTag::BVADD, Sig::BvNary},
-    {"bvsub", SymbolTag::BVSUB, Sig::BvNary},
-    {"bvmul", SymbolTag::BVMUL, Sig::BvNary},
-    {"bvudiv", SymbolTag::BVUDIV, Sig::BvBinary},
-    {"bvurem", SymbolTag::BVUREM, Sig::BvBinary},
-    {"bvsdiv", SymbolTag::BVSDIV, Sig::BvBinary},
-    {"bvsrem", SymbolTag::BVSREM, Sig::BvBinary},
-    {"bvsmod", SymbolTag::BVSMOD, Sig::BvBinary},
-    {"bvshl", SymbolTag::BVSHL, Sig::BvBinary},
-    {"bvlshr", SymbolTag::BVLSHR, Sig::BvBinary},
-    {"bvashr", SymbolTag::BVASHR, Sig::BvBinary},
-    {"bvult", SymbolTag::BVULT, Sig::BvPred},
-    {"bvule", SymbolTag::BVULE, Sig::BvPred},
-    {"bvugt", SymbolTag::BVUGT, Sig::BvPred},
-    {"bvuge", SymbolTag::BVUGE, Sig::BvPred},
-    {"bvslt", SymbolTag::BVSLT, Sig::BvPred},
-    {"bvsle", SymbolTag::BVSLE, Sig::BvPred},
-    {"bvsgt", SymbolTag::BVSGT, Sig::BvPred},
-    {"bvsge", SymbolTag::BVSGE, Sig::BvPred},
-    {"select", SymbolTag::SELECT, Sig::Select},
-    {"store", SymbolTag::STORE, Sig::Store},
-};
-
-// Every tag but UNINTERPRETED, NUMERAL, NEG (unary "-" shares SUB's row) and CONST_ARRAY
-// (made by make_const_array, since its sort cannot be told from its argument) has one row.
-static_assert(sizeof(kOps) / sizeof(kOps[0]) == SymbolTag::NUM_TAGS - 4,
-              "every operator tag needs a row in the operator table");
-
-constexpr char const* kBuiltinSorts[] = {"Bool", "Int", "Real", "BitVec", "Array"};
-
-constexpr std::size_t kNumOps = sizeof(kOps) / sizeof(kOps[0]);
 
 // Names of theories the term layer does not model (strings, sequences, regular expressions,
 // floating point, sets, bags, relations, separation logic, transcendentals, conversions between
@@ -139,75 +35,16 @@ constexpr std::string_view kForeignPrefixes[] = {"bag.",      "char.", "ff.",   
 constexpr std::string_view kForeignFunctions[] = {
     "+oo", "+zero", "-oo", "-zero", "NaN", "RNA", "RNE", "RTN", "RTP", "RTZ",
     "arccos", "arccot", "arccsc", "arcsec", "arcsin", "arctan", "bag", "bv2int", "bv2nat",
-    "bvnego", "bvredand", "bvredor", "bvsaddo", "bvsdivo", "bvsmulo", "bvssubo", "bvuaddo",
+    "bvite", "bvnego", "bvredand", "bvredor", "bvsaddo", "bvsdivo", "bvsmulo", "bvssubo", "bvuaddo",
     "bvumulo", "bvusubo", "char", "cos", "cot", "csc", "exp", "fp", "iand", "int2bv",
     "int_to_bv", "nat2bv", "pto", "roundNearestTiesToAway", "roundNearestTiesToEven",
     "roundTowardNegative", "roundTowardPositive", "roundTowardZero", "sbv_to_int", "sec", "sep",
-    "sin", "sqrt", "tan", "to_fp", "to_fp_unsigned", "tuple", "ubv_to_int", "wand"};
+    "sin", "sqrt", "tan", "to_fp", "to_fp_unsigned", "to_int_bv", "tuple", "ubv_to_int", "wand"};
 // clang-format on
 constexpr std::string_view kForeignSorts[] = {
     "Bag",           "Char",     "FiniteField", "Float128", "Float16",      "Float32", "Float64",
     "FloatingPoint", "Nullable", "RegLan",      "Relation", "RoundingMode", "Seq",     "Set",
     "String",        "Table",    "Tuple",       "Unicode",  "UnitTuple"};
-
-// Every built-in application looks its operator up by name, so rows are found through an
-// open-addressing index built at compile time, hashed on the name's length and first and last
-// characters, rather than by comparing the name with each row.
-constexpr std::size_t kOpSlots = 256;
-static_assert(kNumOps * 4 <= kOpSlots, "the operator index must stay sparse");
-
-constexpr std::size_t op_slot(char const* name, std::size_t size) {
-  return (size * 131 + static_cast<unsigned char>(name[0]) * 31 +
-          static_cast<unsigned char>(name[size - 1])) %
-         kOpSlots;
-}
-
-struct OpIndex {
-  std::uint8_t row_plus_one[kOpSlots] = {};  // 0: an empty slot
-  constexpr OpIndex() {
-    for (std::size_t row = 0; row < kNumOps; ++row) {
-      char const* name = kOps[row].name;
-      std::size_t size = 0;
-      while (name[size] != '\0') {
-        ++size;
-      }
-      std::size_t slot = op_slot(name, size);
-      while (row_plus_one[slot] != 0) {
-        slot = (slot + 1) % kOpSlots;
-      }
-      row_plus_one[slot] = static_cast<std::uint8_t>(row + 1);
-    }
-  }
-};
-
-constexpr OpIndex kOpIndex;
-
-OpInfo const* find_op(std::string const& name) {
-  if (name.empty()) {
-    return nullptr;
-  }
-  for (std::size_t slot = op_slot(name.data(), name.size()); kOpIndex.row_plus_one[slot] != 0;
-       slot = (slot + 1) % kOpSlots) {
-    OpInfo const& op = kOps[kOpIndex.row_plus_one[slot] - 1];
-    if (name == op.name) {
-      return &op;
-    }
-  }
-  return nullptr;
-}
-
-std::size_t num_indices_of(Sig sig) {
-  switch (sig) {
-    case Sig::Extract:
-      return 2;
-    case Sig::Repeat:
-    case Sig::Extend:
-    case Sig::Rotate:
-      return 1;
-    default:
-      return 0;
-  }
-}
 
 [[noreturn]] void fail_application(std::string const& op, Term const* const* args, std::size_t n,
                                    std::uint64_t const* indices, std::size_t num_indices,
@@ -414,9 +251,15 @@ constexpr std::size_t kTermChunkBytes = std::size_t{1} << 20;
 }  // namespace
 
 bool TermManager::is_builtin_name(std::string const& name) {
-  if (find_op(name) != nullptr) {
-    return true;
-  }
+  return find_op(name) != nullptr || is_builtin_sort_name(name);
+}
+
+SymbolTag::tag TermManager::builtin_tag(std::string const& name) {
+  OpInfo const* info = find_op(name);
+  return info == nullptr ? SymbolTag::UNINTERPRETED : info->tag;
+}
+
+bool TermManager::is_builtin_sort_name(std::string const& name) {
   for (char const* sort : kBuiltinSorts) {
     if (name == sort) {
       return true;
@@ -866,9 +709,27 @@ Term const* TermManager::make_builtin(std::string const& op, Term const* const* 
   if (info == nullptr) {
     throw Error("unknown operator '" + op + "'");
   }
+  return make_builtin(info->tag, args, n, indices, num_indices);
+}
+
+Term const* TermManager::make_builtin(SymbolTag::tag tag, std::vector<Term const*> const& args,
+                                      std::vector<std::uint64_t> const& indices) {
+  return make_builtin(tag, args.data(), args.size(), indices.data(), indices.size());
+}
+
+Term const* TermManager::make_builtin(SymbolTag::tag op_tag, Term const* const* args, std::size_t n,
+                                      std::uint64_t const* indices, std::size_t num_indices) {
+  OpInfo const* info = optable::op_of_tag(op_tag);
+  if (info == nullptr) {
+    throw Error("make_builtin: tag " + std::to_string(op_tag) + " is not an operator of the table");
+  }
+  if (op_tag == SymbolTag::NEG) {
+    info = optable::op_of_tag(SymbolTag::SUB);  // "-" of one argument
+  }
+  char const* const op = info->name;
   for (std::size_t i = 0; i < n; ++i) {
     if (args[i] == nullptr) {
-      throw Error("invalid application of '" + op + "': null argument");
+      throw Error(std::string("invalid application of '") + op + "': null argument");
     }
   }
   auto fail = [&](std::string const& why) {

@@ -324,7 +324,7 @@ void ScriptReader::Impl::cmd_declare_sort() {
   if (Entry const* e = find_entry(name); e != nullptr && e->sort != nullptr) {
     error_at(name_tok, "sort '" + name + "' is already declared or defined");
   }
-  if (is_builtin_sort_name(name) || is_unsupported_sort(name)) {
+  if (is_builtin_sort_name(name)) {
     error_at(name_tok, "'" + name + "' is a built-in sort name and cannot be declared");
   }
   DataType const* sort = mgr_.get_simple_type(name, true);
@@ -351,8 +351,7 @@ void ScriptReader::Impl::cmd_define_sort() {
   DataType const* sort = parse_sort();
   expect_rparen(" after the sort");
   Entry const* e = find_entry(name);
-  if ((e != nullptr && e->sort != nullptr) || is_builtin_sort_name(name) ||
-      is_unsupported_sort(name)) {
+  if ((e != nullptr && e->sort != nullptr) || is_builtin_sort_name(name)) {
     error_at(name_tok, "sort '" + name + "' is already declared or defined");
   }
   add_sort(name, sort);

@@ -42,7 +42,9 @@ bool eq(std::string const& s, char const (&literal)[N]) {
 // rather than unknown.
 bool is_unsupported_symbol(std::string const& name);
 bool is_unsupported_sort(std::string const& name);
-bool is_builtin_sort_name(std::string const& name);
+inline bool is_builtin_sort_name(std::string const& name) {
+  return TermManager::is_builtin_sort_name(name);
+}
 
 // The built-in operators the reader treats apart from the rest.
 enum class Op : std::uint8_t {

@@ -8,116 +8,52 @@
 namespace tvx {
 namespace smt2 {
 
-namespace {
-
-// Names of theories and constructs outside the supported fragment, so that they are reported
-// as unsupported rather than unknown.
-constexpr char const* kUnsupportedPrefixes[] = {"str.",  "re.",  "fp.", "seq.", "set.", "bag.",
-                                                "char.", "int.", "bv2", "int2", "nat2"};
-constexpr char const* kUnsupportedSymbols[] = {"to_fp",
-                                               "to_fp_unsigned",
-                                               "fp",
-                                               "RNE",
-                                               "RNA",
-                                               "RTP",
-                                               "RTN",
-                                               "RTZ",
-                                               "roundNearestTiesToEven",
-                                               "roundNearestTiesToAway",
-                                               "roundTowardPositive",
-                                               "roundTowardNegative",
-                                               "roundTowardZero",
-                                               "+oo",
-                                               "-oo",
-                                               "+zero",
-                                               "-zero",
-                                               "NaN",
-                                               "const",
-                                               "ubv_to_int",
-                                               "sbv_to_int",
-                                               "iand",
-                                               "bvredor",
-                                               "bvredand",
-                                               "bvite",
-                                               "bvuaddo",
-                                               "bvsaddo",
-                                               "bvumulo",
-                                               "bvsmulo",
-                                               "bvnego",
-                                               "bvusubo",
-                                               "bvssubo",
-                                               "bvsdivo",
-                                               "to_int_bv"};
-constexpr char const* kUnsupportedSorts[] = {
-    "String",       "RegLan", "FloatingPoint", "Float16", "Float32",   "Float64", "Float128",
-    "RoundingMode", "Seq",    "Set",           "Bag",     "UnitTuple", "Tuple"};
-
-}  // namespace
-
+// Names of theories the term layer does not model, and "const" outside (as const S).
 bool is_unsupported_symbol(std::string const& name) {
-  for (char const* p : kUnsupportedPrefixes) {
-    if (name.compare(0, std::strlen(p), p) == 0) {
-      return true;
-    }
-  }
-  for (char const* s : kUnsupportedSymbols) {
-    if (name == s) {
-      return true;
-    }
-  }
-  return false;
+  return TermManager::is_foreign_theory_name(name, false) || eq(name, "const");
 }
 
 bool is_unsupported_sort(std::string const& name) {
-  for (char const* s : kUnsupportedSorts) {
-    if (name == s) {
-      return true;
-    }
-  }
-  return false;
-}
-
-bool is_builtin_sort_name(std::string const& name) {
-  return eq(name, "Bool") || eq(name, "Int") || eq(name, "Real") || eq(name, "BitVec") ||
-         eq(name, "Array");
+  return TermManager::is_foreign_theory_name(name, true);
 }
 
 Op classify_op(std::string const& name) {
-  if (!TermManager::is_builtin_name(name) || is_builtin_sort_name(name)) {
-    return Op::kNone;
+  switch (TermManager::builtin_tag(name)) {
+    case SymbolTag::UNINTERPRETED:
+      return Op::kNone;
+    case SymbolTag::TRUE:
+    case SymbolTag::FALSE:
+      return Op::kTrueFalse;
+    case SymbolTag::ADD:
+      return Op::kAdd;
+    case SymbolTag::MUL:
+      return Op::kMul;
+    case SymbolTag::SUB:
+      return Op::kSub;
+    case SymbolTag::DIV:
+      return Op::kDiv;
+    case SymbolTag::ITE:
+      return Op::kIte;
+    case SymbolTag::LT:
+    case SymbolTag::LE:
+    case SymbolTag::GT:
+    case SymbolTag::GE:
+    case SymbolTag::EQUAL:
+    case SymbolTag::DISTINCT:
+      return Op::kCompare;
+    case SymbolTag::AND:
+    case SymbolTag::OR:
+    case SymbolTag::XOR:
+      return Op::kAndOrXor;
+    case SymbolTag::TO_INT:
+    case SymbolTag::IS_INT:
+      return Op::kRealArg;
+    case SymbolTag::SELECT:
+    case SymbolTag::STORE:
+      return Op::kArray;
+    default:
+      return Op::kOther;
   }
-  if (eq(name, "true") || eq(name, "false")) {
-    return Op::kTrueFalse;
-  }
-  if (eq(name, "+")) {
-    return Op::kAdd;
-  }
-  if (eq(name, "*")) {
-    return Op::kMul;
-  }
-  if (eq(name, "-")) {
-    return Op::kSub;
-  }
-  if (eq(name, "/")) {
-    return Op::kDiv;
-  }
-  if (eq(name, "ite")) {
-    return Op::kIte;
-  }
-  if (eq(name, "<") || eq(name, "<=") || eq(name, ">") || eq(name, ">=") || eq(name, "=") ||
-      eq(name, "distinct")) {
-    return Op::kCompare;
-  }
-  if (eq(name, "and") || eq(name, "or") || eq(name, "xor")) {
-    return Op::kAndOrXor;
-  }
-  if (eq(name, "to_int") || eq(name, "is_int")) {
-    return Op::kRealArg;
-  }
-  if (eq(name, "select") || eq(name, "store")) {
-    return Op::kArray;
-  }
-  return Op::kOther;
 }
 
 // Operators that take Int and Real arguments together, the Int ones made Real.

@@ -80,6 +80,11 @@ class TermManager {
                            std::vector<std::uint64_t> const& indices = {});
   Term const* make_builtin(std::string const& op, Term const* const* args, std::size_t n,
                            std::uint64_t const* indices = nullptr, std::size_t num_indices = 0);
+  // The same by the operator's tag (any tag from TRUE to STORE; NEG is "-" of one argument).
+  Term const* make_builtin(SymbolTag::tag tag, std::vector<Term const*> const& args,
+                           std::vector<std::uint64_t> const& indices = {});
+  Term const* make_builtin(SymbolTag::tag tag, Term const* const* args, std::size_t n,
+                           std::uint64_t const* indices = nullptr, std::size_t num_indices = 0);
 
   // The constant array of sort `array_sort` whose every element is `value`, written
   // ((as const (Array I E)) v).
@@ -118,6 +123,10 @@ class TermManager {
   std::size_t num_terms() const { return next_term_id_ - 1; }
   // True when `name` is a built-in symbol or sort name of the supported theories.
   static bool is_builtin_name(std::string const& name);
+  // The tag of the built-in operator named `name` ("-" is SUB); UNINTERPRETED when none is.
+  static SymbolTag::tag builtin_tag(std::string const& name);
+  // True for Bool, Int, Real, BitVec and Array.
+  static bool is_builtin_sort_name(std::string const& name);
 
   // Largest bit-vector width accepted.
   static constexpr std::uint64_t kMaxBvWidth = std::uint64_t{1} << 24;

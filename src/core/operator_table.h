@@ -1,0 +1,208 @@
+// The operator table: every built-in operator of the supported theories, one row per symbol
+// tag, with its SMT-LIB name and its signature rule, and the built-in sort names. The term
+// manager makes and checks terms from it; the reader classifies names through the term
+// manager's lookups into it. No other list of operator or sort names exists.
+#ifndef TVX_CORE_OPERATOR_TABLE_H
+#define TVX_CORE_OPERATOR_TABLE_H
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+#include <tvx/core/symbol.h>
+
+namespace tvx {
+namespace optable {
+
+// How an operator is applied: how many arguments and which sorts it takes.
+enum class Sig : std::uint8_t {
+  Const,       // no arguments, Bool (true, false)
+  BoolUnary,   // Bool -> Bool
+  BoolNary,    // Bool^n -> Bool, n >= 2
+  Chain,       // S^n -> Bool, n >= 2, any sort S (=, distinct)
+  Ite,         // Bool S S -> S
+  ArithNary,   // A^n -> A, n >= 2, A Int or Real
+  Minus,       // A -> A (negation) or A^n -> A
+  RealNary,    // Real^n -> Real, n >= 2
+  IntNary,     // Int^n -> Int, n >= 2
+  IntBinary,   // Int Int -> Int
+  IntUnary,    // Int -> Int
+  ArithChain,  // A^n -> Bool, n >= 2
+  ToReal,      // Int -> Real
+  ToInt,       // Real -> Int
+  IsInt,       // Real -> Bool
+  Concat,      // BV^n -> BV of the summed width, n >= 2
+  Extract,     // indexed (i j): BV m -> BV (i - j + 1)
+  Repeat,      // indexed (i): BV m -> BV (m * i)
+  Extend,      // indexed (i): BV m -> BV (m + i)
+  Rotate,      // indexed (i): BV m -> BV m
+  BvUnary,     // BV m -> BV m
+  BvNary,      // BV m ^n -> BV m, n >= 2
+  BvBinary,    // BV m BV m -> BV m
+  BvComp,      // BV m BV m -> BV 1
+  BvPred,      // BV m BV m -> Bool
+  Select,      // (Array I E) I -> E
+  Store,       // (Array I E) I E -> (Array I E)
+};
+
+struct OpInfo {
+  char const* name;
+  SymbolTag::tag tag;
+  Sig sig;
+};
+
+// Every operator of the supported theories: its name, tag and signature rule.
+constexpr OpInfo kOps[] = {
+    {"true", SymbolTag::TRUE, Sig::Const},
+    {"false", SymbolTag::FALSE, Sig::Const},
+    {"not", SymbolTag::NOT, Sig::BoolUnary},
+    {"and", SymbolTag::AND, Sig::BoolNary},
+    {"or", SymbolTag::OR, Sig::BoolNary},
+    {"xor", SymbolTag::XOR, Sig::BoolNary},
+    {"=>", SymbolTag::IMPLIES, Sig::BoolNary},
+    {"=", SymbolTag::EQUAL, Sig::Chain},
+    {"distinct", SymbolTag::DISTINCT, Sig::Chain},
+    {"ite", SymbolTag::ITE, Sig::Ite},
+    {"+", SymbolTag::ADD, Sig::ArithNary},
+    {"-", SymbolTag::SUB, Sig::Minus},
+    {"-", SymbolTag::NEG, Sig::Minus},  // unary minus; found by name through SUB's row
+    {"*", SymbolTag::MUL, Sig::ArithNary},
+    {"/", SymbolTag::DIV, Sig::RealNary},
+    {"div", SymbolTag::IDIV, Sig::IntNary},
+    {"mod", SymbolTag::MOD, Sig::IntBinary},
+    {"abs", SymbolTag::ABS, Sig::IntUnary},
+    {"<", SymbolTag::LT, Sig::ArithChain},
+    {"<=", SymbolTag::LE, Sig::ArithChain},
+    {">", SymbolTag::GT, Sig::ArithChain},
+    {">=", SymbolTag::GE, Sig::ArithChain},
+    {"to_real", SymbolTag::TO_REAL, Sig::ToReal},
+    {"to_int", SymbolTag::TO_INT, Sig::ToInt},
+    {"is_int", SymbolTag::IS_INT, Sig::IsInt},
+    {"concat", SymbolTag::CONCAT, Sig::Concat},
+    {"extract", SymbolTag::EXTRACT, Sig::Extract},
+    {"repeat", SymbolTag::REPEAT, Sig::Repeat},
+    {"zero_extend", SymbolTag::ZERO_EXTEND, Sig::Extend},
+    {"sign_extend", SymbolTag::SIGN_EXTEND, Sig::Extend},
+    {"rotate_left", SymbolTag::ROTATE_LEFT, Sig::Rotate},
+    {"rotate_right", SymbolTag::ROTATE_RIGHT, Sig::Rotate},
+    {"bvnot", SymbolTag::BVNOT, Sig::BvUnary},
+    {"bvneg", SymbolTag::BVNEG, Sig::BvUnary},
+    {"bvand", SymbolTag::BVAND, Sig::BvNary},
+    {"bvor", SymbolTag::BVOR, Sig::BvNary},
+    {"bvxor", SymbolTag::BVXOR, Sig::BvNary},
+    {"bvnand", SymbolTag::BVNAND, Sig::BvBinary},
+    {"bvnor", SymbolTag::BVNOR, Sig::BvBinary},
+    {"bvxnor", SymbolTag::BVXNOR, Sig::BvBinary},
+    {"bvcomp", SymbolTag::BVCOMP, Sig::BvComp},
+    {"bvadd", SymbolTag::BVADD, Sig::BvNary},
+    {"bvsub", SymbolTag::BVSUB, Sig::BvNary},
+    {"bvmul", SymbolTag::BVMUL, Sig::BvNary},
+    {"bvudiv", SymbolTag::BVUDIV, Sig::BvBinary},
+    {"bvurem", SymbolTag::BVUREM, Sig::BvBinary},
+    {"bvsdiv", SymbolTag::BVSDIV, Sig::BvBinary},
+    {"bvsrem", SymbolTag::BVSREM, Sig::BvBinary},
+    {"bvsmod", SymbolTag::BVSMOD, Sig::BvBinary},
+    {"bvshl", SymbolTag::BVSHL, Sig::BvBinary},
+    {"bvlshr", SymbolTag::BVLSHR, Sig::BvBinary},
+    {"bvashr", SymbolTag::BVASHR, Sig::BvBinary},
+    {"bvult", SymbolTag::BVULT, Sig::BvPred},
+    {"bvule", SymbolTag::BVULE, Sig::BvPred},
+    {"bvugt", SymbolTag::BVUGT, Sig::BvPred},
+    {"bvuge", SymbolTag::BVUGE, Sig::BvPred},
+    {"bvslt", SymbolTag::BVSLT, Sig::BvPred},
+    {"bvsle", SymbolTag::BVSLE, Sig::BvPred},
+    {"bvsgt", SymbolTag::BVSGT, Sig::BvPred},
+    {"bvsge", SymbolTag::BVSGE, Sig::BvPred},
+    {"select", SymbolTag::SELECT, Sig::Select},
+    {"store", SymbolTag::STORE, Sig::Store},
+};
+
+constexpr std::size_t kNumOps = sizeof(kOps) / sizeof(kOps[0]);
+
+// Rows are in tag order from TRUE on, one per tag, so a tag finds its row by subtraction.
+// UNINTERPRETED, NUMERAL and CONST_ARRAY (made by make_const_array, since its sort cannot be
+// told from its argument) have none.
+constexpr bool rows_in_tag_order() {
+  for (std::size_t row = 0; row < kNumOps; ++row) {
+    if (kOps[row].tag != SymbolTag::TRUE + row) {
+      return false;
+    }
+  }
+  return kNumOps == SymbolTag::CONST_ARRAY - SymbolTag::TRUE;
+}
+static_assert(rows_in_tag_order(), "the operator table needs one row per tag, in tag order");
+
+// The row of an operator tag; null for tags without one.
+constexpr OpInfo const* op_of_tag(SymbolTag::tag tag) {
+  return tag >= SymbolTag::TRUE && tag < SymbolTag::CONST_ARRAY ? &kOps[tag - SymbolTag::TRUE]
+                                                                : nullptr;
+}
+
+constexpr char const* kBuiltinSorts[] = {"Bool", "Int", "Real", "BitVec", "Array"};
+
+// Every built-in application looks its operator up by name, so rows are found through an
+// open-addressing index built at compile time, hashed on the name's length and first and last
+// characters, rather than by comparing the name with each row.
+constexpr std::size_t kOpSlots = 256;
+static_assert(kNumOps * 4 <= kOpSlots, "the operator index must stay sparse");
+
+constexpr std::size_t op_slot(char const* name, std::size_t size) {
+  return (size * 131 + static_cast<unsigned char>(name[0]) * 31 +
+          static_cast<unsigned char>(name[size - 1])) %
+         kOpSlots;
+}
+
+struct OpIndex {
+  std::uint8_t row_plus_one[kOpSlots] = {};  // 0: an empty slot
+  constexpr OpIndex() {
+    for (std::size_t row = 0; row < kNumOps; ++row) {
+      if (kOps[row].tag == SymbolTag::NEG) {
+        continue;  // "-" by name is SUB's row, which takes one argument too
+      }
+      char const* name = kOps[row].name;
+      std::size_t size = 0;
+      while (name[size] != '\0') {
+        ++size;
+      }
+      std::size_t slot = op_slot(name, size);
+      while (row_plus_one[slot] != 0) {
+        slot = (slot + 1) % kOpSlots;
+      }
+      row_plus_one[slot] = static_cast<std::uint8_t>(row + 1);
+    }
+  }
+};
+
+constexpr OpIndex kOpIndex;
+
+inline OpInfo const* find_op(std::string const& name) {
+  if (name.empty()) {
+    return nullptr;
+  }
+  for (std::size_t slot = op_slot(name.data(), name.size()); kOpIndex.row_plus_one[slot] != 0;
+       slot = (slot + 1) % kOpSlots) {
+    OpInfo const& op = kOps[kOpIndex.row_plus_one[slot] - 1];
+    if (name == op.name) {
+      return &op;
+    }
+  }
+  return nullptr;
+}
+
+inline std::size_t num_indices_of(Sig sig) {
+  switch (sig) {
+    case Sig::Extract:
+      return 2;
+    case Sig::Repeat:
+    case Sig::Extend:
+    case Sig::Rotate:
+      return 1;
+    default:
+      return 0;
+  }
+}
+
+}  // namespace optable
+}  // namespace tvx
+
+#endif  // TVX_CORE_OPERATOR_TABLE_H
