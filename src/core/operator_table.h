@@ -1,5 +1,6 @@
 // The operator table: every built-in operator of the supported theories, one row per symbol
-// tag, with its SMT-LIB name and its signature rule, and the built-in sort names. The term
+// tag, with its SMT-LIB name and its signature rule, the built-in sort names, and the names
+// of theories the term layer does not model. The term
 // manager makes and checks terms from it; the reader classifies names through the term
 // manager's lookups into it. No other list of operator or sort names exists.
 #ifndef TVX_CORE_OPERATOR_TABLE_H
@@ -8,6 +9,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <string_view>
 
 #include <tvx/core/symbol.h>
 
@@ -201,6 +203,29 @@ inline std::size_t num_indices_of(Sig sig) {
       return 0;
   }
 }
+
+// Names of theories the term layer does not model (strings, sequences, regular expressions,
+// floating point, sets, bags, relations, separation logic, transcendentals, conversions between
+// integers and bit-vectors, ...). Solvers that know such a theory refuse a declaration of one of
+// its names, so printers never write a user name of this kind as it is. Function names go by
+// their theory's prefix or by the whole name; sort names by the whole name.
+inline constexpr std::string_view kForeignPrefixes[] = {
+    "bag.", "char.", "ff.",  "fp.",  "int.", "nullable.", "re.",   "real.",
+    "rel.", "sep.",  "seq.", "set.", "str.", "table.",    "tuple."};
+// clang-format off
+inline constexpr std::string_view kForeignFunctions[] = {
+    "+oo", "+zero", "-oo", "-zero", "NaN", "RNA", "RNE", "RTN", "RTP", "RTZ",
+    "arccos", "arccot", "arccsc", "arcsec", "arcsin", "arctan", "bag", "bv2int", "bv2nat",
+    "bvite", "bvnego", "bvredand", "bvredor", "bvsaddo", "bvsdivo", "bvsmulo", "bvssubo", "bvuaddo",
+    "bvumulo", "bvusubo", "char", "cos", "cot", "csc", "exp", "fp", "iand", "int2bv",
+    "int_to_bv", "nat2bv", "pto", "roundNearestTiesToAway", "roundNearestTiesToEven",
+    "roundTowardNegative", "roundTowardPositive", "roundTowardZero", "sbv_to_int", "sec", "sep",
+    "sin", "sqrt", "tan", "to_fp", "to_fp_unsigned", "to_int_bv", "tuple", "ubv_to_int", "wand"};
+// clang-format on
+inline constexpr std::string_view kForeignSorts[] = {
+    "Bag",           "Char",     "FiniteField", "Float128", "Float16",      "Float32", "Float64",
+    "FloatingPoint", "Nullable", "RegLan",      "Relation", "RoundingMode", "Seq",     "Set",
+    "String",        "Table",    "Tuple",       "Unicode",  "UnitTuple"};
 
 }  // namespace optable
 }  // namespace tvx
