@@ -1,0 +1,122 @@
+// Z3Engine: the z3 engine's class, shared by its two files: z3_engine.cpp (sorts, symbols and
+// terms into z3, assertions, scopes, checks and cores) and z3_values.cpp (models and values
+// back into the term layer).
+#ifndef TVX_SOLVER_Z3_ENGINE_H
+#define TVX_SOLVER_Z3_ENGINE_H
+
+#include <z3.h>
+
+#include <cstdint>
+#include <string>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+#include <tvx/solver/engine.h>
+
+namespace tvx {
+
+class Z3Engine final : public Engine {
+ public:
+  Z3Engine(TermManager& mgr, Configuration const& config);
+  ~Z3Engine() override;
+  Z3Engine(Z3Engine const&) = delete;
+  Z3Engine& operator=(Z3Engine const&) = delete;
+
+  std::string const& name() const override { return name_; }
+  void declare_sort(DataType const* sort) override { sort_of(sort); }
+  void declare_fun(Symbol const* symbol) override { decl_of(symbol); }
+  void assert_formula(Term const* formula, bool track) override;
+  void push() override;
+  void pop() override;
+  void reset_assertions() override;
+  CheckResult check(std::vector<TheoryLit> const& assumptions) override;
+  std::string reason_unknown() override;
+  std::vector<Term const*> unsat_core() override;
+  std::vector<TheoryLit> unsat_assumptions() override;
+  Term const* value(Term const* term) override;
+  Model model() override;
+  Term const* interpolant(std::vector<Term const*> const& a,
+                          std::vector<Term const*> const& b) override;
+
+ private:
+  // A z3 AST with a reference of its own.
+  Z3_ast keep(Z3_ast a) {
+    check_error();
+    Z3_inc_ref(ctx_, a);
+    kept_.push_back(a);
+    return a;
+  }
+  void check_error();
+  Z3_sort sort_of(DataType const* t);
+  Z3_func_decl decl_of(Symbol const* s);
+  Z3_ast translate(Term const* t);
+  Z3_ast build(Term const* t);
+  // z3 keeps an AST without references alive only until the next call; build() holds each
+  // intermediate AST of one term here until the term's own AST has its reference.
+  Z3_ast hold(Z3_ast a) {
+    Z3_inc_ref(ctx_, a);
+    held_.push_back(a);
+    return a;
+  }
+  void release_held() {
+    for (Z3_ast a : held_) {
+      Z3_dec_ref(ctx_, a);
+    }
+    held_.clear();
+  }
+  template <class T>
+  std::vector<T> core_of(Z3_solver solver, std::unordered_map<unsigned, T> const& known);
+  Z3_model current_model();
+  void drop_model();
+  Term const* to_term(Z3_ast value, DataType const* sort);
+  Term const* element(Z3_ast value, DataType const* sort);
+  FunctionValue function_value(Z3_func_interp interp, Symbol const* s);
+
+  TermManager& mgr_;
+  std::string name_ = "z3";
+  Z3_context ctx_ = nullptr;
+  Z3_solver solver_ = nullptr;
+  Z3_model model_ = nullptr;
+  // Every AST the engine references; released with the context.
+  std::vector<Z3_ast> kept_;
+  std::vector<Z3_ast> held_;          // see hold()
+  std::vector<Z3_ast> terms_;         // by term id; null: not translated yet
+  std::vector<Z3_sort> sorts_;        // by sort id
+  std::vector<Z3_func_decl> decls_;   // by symbol id, uninterpreted symbols only
+  std::vector<Symbol const*> known_;  // the uninterpreted symbols translated, in order
+  std::unordered_map<unsigned, Symbol const*> symbol_of_decl_;  // by z3 AST id of the decl
+
+  Z3_params params_ = nullptr;
+
+  // The assertions of the open scopes, for cores: z3 checks much slower with every assertion
+  // tracked by a literal, so assertions go to the solver as they are, and a core is computed
+  // when asked, by a second solver given the same assertions, the tracked ones behind
+  // literals, and the last check's assumptions.
+  struct Asserted {
+    Term const* formula;
+    bool track;
+    std::size_t depth;
+  };
+  std::vector<Asserted> asserted_;
+  std::size_t depth_ = 0;
+  std::vector<Z3_ast> last_assumptions_;
+  // The last check's assumptions, by the z3 AST id of their literal.
+  std::unordered_map<unsigned, TheoryLit> assumptions_;
+
+  // Elements of uninterpreted sorts met in models, by z3 AST id: the index each was given.
+  std::unordered_map<unsigned, std::uint64_t> elements_;
+  std::unordered_map<std::uint64_t, std::uint64_t> next_element_;  // by sort id
+
+  // Scratch of translate and to_term, reused from call to call.
+  struct Frame {
+    Term const* term;
+    std::size_t next_arg;
+  };
+  std::vector<Frame> frames_;
+  std::vector<Z3_ast> args_;
+};
+
+}  // namespace tvx
+
+#endif  // TVX_SOLVER_Z3_ENGINE_H
