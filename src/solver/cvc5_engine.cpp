@@ -962,11 +962,20 @@ FunctionValue Cvc5Session::function_value(Symbol const* s, cvc5::Term const& lam
       then_part = node[1];
       else_part = node[2];
     } else if (node.getSort().isBoolean() && !node.isBooleanValue()) {
-      // A predicate's value may be the condition itself: (= _arg_1 4) for "true at 4".
+      // A predicate's value may be the condition itself, (= _arg_1 4) for "true at 4", or a
+      // disjunction of such conditions, read as true at the first, else the rest.
       fixed.clear();
-      if (fixes(node, fixed)) {
+      bool const disjunction = node.getKind() == Kind::OR;
+      if (fixes(disjunction ? node[0] : node, fixed)) {
         then_part = solver_.mkTrue();
         else_part = solver_.mkFalse();
+        if (disjunction) {
+          std::vector<cvc5::Term> rest;
+          for (std::size_t k = 1; k < node.getNumChildren(); ++k) {
+            rest.push_back(node[k]);
+          }
+          else_part = rest.size() == 1 ? rest[0] : solver_.mkTerm(Kind::OR, rest);
+        }
       }
     }
     if (!then_part.isNull()) {

@@ -165,6 +165,7 @@ TEST_F(Cvc5EngineTest, ValuesAssertedBackKeepTheSessionSatisfiable) {
       mgr_.make_equal(mgr_.make_term(g, {num("2")}), num("-7")),
       mgr_.make_term(pred, {num("4")}),
       mgr_.make_not(mgr_.make_term(pred, {num("5")})),
+      mgr_.make_term(pred, {num("6")}),
   };
   for (Term const* e : formulas) {
     s.assert_formula(e);
@@ -207,6 +208,7 @@ TEST_F(Cvc5EngineTest, ValuesAssertedBackKeepTheSessionSatisfiable) {
     if (symbol == pred) {
       EXPECT_EQ(at(fv, {num("4")}), mgr_.make_true());
       EXPECT_EQ(at(fv, {num("5")}), mgr_.make_false());
+      EXPECT_EQ(at(fv, {num("6")}), mgr_.make_true());
     }
   }
   for (auto const& [symbol, value] : m.constants) {
