@@ -80,6 +80,7 @@ class Cvc5EngineTest : public ::testing::Test {
 TEST_F(Cvc5EngineTest, ChecksCoresAssumptionsScopesAndAllSat) {
   Solver& s = *solver_;
   EXPECT_EQ(s.engine()->name(), "cvc5");
+  EXPECT_THAT(builtin_engine_names(), ::testing::Contains("cvc5"));
   Term const* p = var("p", B_);
   Term const* q = var("q", B_);
   s.assert_formula(mgr_.make_or(p, q));
