@@ -1094,7 +1094,8 @@ Term const* Cvc5Session::interpolant(std::vector<Term const*> const& a,
   }
   cvc5::Term const i = itp.getInterpolant(itp.mkTerm(Kind::NOT, {b_all}));
   if (i.isNull()) {
-    throw EngineError("cvc5: get_interpolant: cvc5 found no interpolant");
+    throw EngineError(std::string("cvc5: get_interpolant: cvc5 found no interpolant") +
+                      (time_limit_.empty() ? "" : " within the time limit"));
   }
   Term const* result = to_term(i);
   std::unordered_set<Symbol const*> in_a;

@@ -282,6 +282,25 @@ TEST_F(Cvc5EngineTest, DeepTermsDoNotOverflowTheStack) {
   EXPECT_EQ(s.check(), CheckResult::Unsat);
 }
 
+// Each engine keeps its cvc5 state on a thread of its own: two engines, used in turn from one
+// thread, answer for their own assertions only.
+TEST_F(Cvc5EngineTest, TwoEnginesKeepTheirOwnState) {
+  std::unique_ptr<Engine> one = make_engine("cvc5", mgr_, config_);
+  std::unique_ptr<Engine> two = make_engine("cvc5", mgr_, config_);
+  one->assert_formula(op(">", {x_, num("3")}), true);
+  two->assert_formula(op("<", {x_, num("1")}), true);
+  ASSERT_EQ(one->check({}), CheckResult::Sat);
+  ASSERT_EQ(two->check({}), CheckResult::Sat);
+  EXPECT_GT(std::stol(one->value(x_)->get_symbol()->get_name()), 3);
+  EXPECT_LT(std::stol(two->value(x_)->get_symbol()->get_name()), 1);
+  one->assert_formula(op("<", {x_, num("2")}), true);
+  EXPECT_EQ(one->check({}), CheckResult::Unsat);
+  EXPECT_EQ(two->check({}), CheckResult::Sat);
+  EXPECT_EQ(one->unsat_core().size(), 2u);
+  one.reset();
+  EXPECT_EQ(two->check({TheoryLit(op(">", {x_, num("5")}), false)}), CheckResult::Unsat);
+}
+
 // An interpolation problem: A and B, whose conjunction is unsatisfiable.
 struct ItpCase {
   char const* name;
@@ -297,7 +316,13 @@ TEST_F(Cvc5EngineTest, InterpolantsAreImpliedByAContradictBAndUseSharedSymbolsOn
   Term const* p = var("p", B_);
   Term const* q = var("q", B_);
   Term const* r = var("r", B_);
+  DataType const* BV = mgr_.get_bv_type(8);
+  Term const* bx = var("bx", BV);
+  Term const* by = var("by", BV);
   std::vector<ItpCase> const cases = {
+      {"bit-vectors",
+       {op("bvult", {bx, mgr_.make_number("4", BV)})},
+       {op("=", {by, bx}), op("bvugt", {by, mgr_.make_number("9", BV)})}},
       {"order", {op(">", {x_, y}), op(">", {y, z})}, {op(">", {z, x_})}},
       {"functions",
        {mgr_.make_equal(w, z), mgr_.make_equal(mgr_.make_term(f, {w}), y)},
@@ -363,6 +388,21 @@ TEST_F(Cvc5EngineTest, Cvc5FailuresBecomeTvxErrors) {
   EXPECT_THAT([&] { engine->value(x_); }, ::testing::ThrowsMessage<EngineError>(::testing::AllOf(
                                               HasSubstr("cvc5"), HasSubstr("get_model_value"))));
   EXPECT_EQ(engine->check({}), CheckResult::Sat) << "the engine goes on";
+
+  // cvc5 finds no interpolant for this arrays problem; the time limit ends its search.
+  Configuration limited;
+  limited.timeout = 0.5;
+  Solver t(mgr_, limited, make_engine("cvc5", mgr_, limited));
+  Term const* b = var("b", A);
+  int const ga = t.new_interpolation_group();
+  t.set_interpolation_group(ga);
+  t.assert_formula(mgr_.make_equal(b, op("store", {a, x_, num("3")})));
+  t.set_interpolation_group(t.new_interpolation_group());
+  t.assert_formula(mgr_.make_equal(op("select", {b, x_}), num("4")));
+  ASSERT_EQ(t.check(), CheckResult::Unsat);
+  EXPECT_THAT([&] { t.get_interpolant({ga}); },
+              ::testing::ThrowsMessage<EngineError>(HasSubstr("no interpolant within the time")));
+  EXPECT_EQ(t.check(), CheckResult::Unsat) << "the session goes on";
 }
 
 }  // namespace
