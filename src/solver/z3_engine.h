@@ -72,6 +72,12 @@ class Z3Engine final : public Engine {
   Term const* to_term(Z3_ast value, DataType const* sort);
   Term const* element(Z3_ast value, DataType const* sort);
   FunctionValue function_value(Z3_func_interp interp, Symbol const* s);
+  // Reads a function body over its arguments ((:var i) is argument i) into a table.
+  FunctionValue body_table(Z3_ast body, std::vector<DataType const*> const& arg_sorts,
+                           DataType const* result_sort);
+  Z3_ast evaluate_closed(Z3_ast value);
+  // A value of `sort` for a table without an else value.
+  Term const* any_value(DataType const* sort);
 
   TermManager& mgr_;
   std::string name_ = "z3";

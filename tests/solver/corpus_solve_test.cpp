@@ -1,15 +1,17 @@
 // The corpus answered through each engine: every script's checks give the answers its manifest
-// lists, and the trace recorded on the way (in both modes), read again through the next
-// engine in the list, gives the same answers, so a session traced on one engine replays on
-// another.
+// lists, the whole model comes back into the term layer after each satisfiable check, and the
+// trace recorded on the way (in both modes), read again through the next engine in the list,
+// gives the same answers, so a session traced on one engine replays on another.
 #include <gtest/gtest.h>
 
 #include <cstdlib>
 #include <fstream>
 #include <iostream>
+#include <memory>
 #include <sstream>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include <tvx/smt2/response_writer.h>
@@ -49,6 +51,38 @@ std::vector<Entry> read_manifest(std::string const& dir) {
   return entries;
 }
 
+// Passes every call to `inner`, and reads the whole model after each satisfiable check.
+class ModelReader : public Engine {
+ public:
+  explicit ModelReader(std::unique_ptr<Engine> inner) : inner_(std::move(inner)) {}
+  std::string const& name() const override { return inner_->name(); }
+  void declare_sort(DataType const* s) override { inner_->declare_sort(s); }
+  void declare_fun(Symbol const* s) override { inner_->declare_fun(s); }
+  void assert_formula(Term const* f, bool track) override { inner_->assert_formula(f, track); }
+  void push() override { inner_->push(); }
+  void pop() override { inner_->pop(); }
+  void reset_assertions() override { inner_->reset_assertions(); }
+  CheckResult check(std::vector<TheoryLit> const& assumptions) override {
+    CheckResult const r = inner_->check(assumptions);
+    if (r == CheckResult::Sat) {
+      inner_->model();
+    }
+    return r;
+  }
+  std::string reason_unknown() override { return inner_->reason_unknown(); }
+  std::vector<Term const*> unsat_core() override { return inner_->unsat_core(); }
+  std::vector<TheoryLit> unsat_assumptions() override { return inner_->unsat_assumptions(); }
+  Term const* value(Term const* t) override { return inner_->value(t); }
+  Model model() override { return inner_->model(); }
+  Term const* interpolant(std::vector<Term const*> const& a,
+                          std::vector<Term const*> const& b) override {
+    return inner_->interpolant(a, b);
+  }
+
+ private:
+  std::unique_ptr<Engine> inner_;
+};
+
 // Answers `script` through the engine `engine`, tracing to `trace` when it is not null; returns
 // the check answers joined by commas, then the error if reading stopped at one.
 std::string answer(std::string const& script, std::string const& engine, std::ostream* trace,
@@ -58,10 +92,11 @@ std::string answer(std::string const& script, std::string const& engine, std::os
   config.model_generation = true;
   config.unsat_core_generation = true;
   config.timeout = 60;
+  auto checked = std::make_unique<ModelReader>(make_engine(engine, mgr, config));
   std::unique_ptr<Solver> solver =
-      trace != nullptr ? std::make_unique<Solver>(mgr, config, make_engine(engine, mgr, config),
-                                                  *trace, global, false)
-                       : std::make_unique<Solver>(mgr, config, make_engine(engine, mgr, config));
+      trace != nullptr
+          ? std::make_unique<Solver>(mgr, config, std::move(checked), *trace, global, false)
+          : std::make_unique<Solver>(mgr, config, std::move(checked));
   std::ostringstream out;
   smt2::ResponseWriter responses(mgr, config, out);
   smt2::ScriptReader reader(*solver);
