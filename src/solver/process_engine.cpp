@@ -1,0 +1,1065 @@
+// The process engine: any solver that speaks SMT-LIB 2 on its standard input and output,
+// started as a child process ("z3 -in", "cvc5 --incremental --lang smt2", ...). Commands are
+// written by the term layer's printer; answers are read back into the term layer, guided by the
+// sort each value must have. With :print-success on, every command has exactly one answer;
+// commands that answer only "success" are sent without waiting, and their answers are read
+// before the next command that answers something else, so requests and answers stay in step
+// and a failure still names the command it answered.
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <deque>
+#include <map>
+#include <memory>
+#include <sstream>
+#include <string>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+#include <tvx/core/error.h>
+#include <tvx/core/term_printer.h>
+#include <tvx/solver/engine.h>
+
+#include "solver/engines.h"
+#include "solver/process.h"
+#include "solver/sexpr.h"
+
+namespace tvx {
+
+namespace {
+
+// Seconds to wait for any answer when the configuration sets no time-out.
+constexpr double kNoTimeoutLimit = 600.0;
+// Commands sent before their answers are read.
+constexpr std::size_t kMaxPending = 256;
+// The most of a command that a message shows.
+constexpr std::size_t kCommandShown = 300;
+
+// The words of a command line, split as a shell would without expansions: blanks separate
+// words; '...' and "..." group (the quotes go); a backslash takes the next character as it is,
+// inside double quotes only before one of " \ $ `.
+std::vector<std::string> split_command(std::string const& line) {
+  std::vector<std::string> words;
+  std::string word;
+  bool in_word = false;
+  char quote = 0;
+  for (std::size_t i = 0; i < line.size(); ++i) {
+    char const c = line[i];
+    if (quote != 0) {
+      if (c == quote) {
+        quote = 0;
+      } else if (c == '\\' && quote == '"' && i + 1 < line.size() &&
+                 std::string("\"\\$`").find(line[i + 1]) != std::string::npos) {
+        word += line[++i];
+      } else {
+        word += c;
+      }
+      continue;
+    }
+    if (c == ' ' || c == '\t' || c == '\n') {
+      if (in_word) {
+        words.push_back(word);
+        word.clear();
+        in_word = false;
+      }
+      continue;
+    }
+    in_word = true;
+    if (c == '\'' || c == '"') {
+      quote = c;
+    } else if (c == '\\' && i + 1 < line.size()) {
+      word += line[++i];
+    } else {
+      word += c;
+    }
+  }
+  if (quote != 0) {
+    throw Error("cannot start the solver '" + line + "': a quote is not closed");
+  }
+  if (in_word) {
+    words.push_back(word);
+  }
+  return words;
+}
+
+// A command as messages show it: one line, cut short when long.
+std::string shown(std::string const& command) {
+  std::string text = command.substr(0, kCommandShown);
+  while (!text.empty() && (text.back() == '\n' || text.back() == ' ')) {
+    text.pop_back();
+  }
+  std::replace(text.begin(), text.end(), '\n', ' ');
+  if (command.size() > kCommandShown) {
+    text += " ...";
+  }
+  return text;
+}
+
+bool all_digits(std::string const& s) {
+  return !s.empty() && std::all_of(s.begin(), s.end(), [](char c) { return c >= '0' && c <= '9'; });
+}
+
+// A decimal numeral ("12", "0.5").
+bool is_decimal(std::string const& s) {
+  std::size_t const dot = s.find('.');
+  if (dot == std::string::npos) {
+    return all_digits(s);
+  }
+  return all_digits(s.substr(0, dot)) && all_digits(s.substr(dot + 1));
+}
+
+// "a/b" for two decimals, scaled to whole numbers: 1.5 / 3.0 gives "15/30".
+std::string fraction(std::string const& a, std::string const& b) {
+  auto split = [](std::string const& s) {
+    std::size_t const dot = s.find('.');
+    return dot == std::string::npos ? std::make_pair(s, std::string())
+                                    : std::make_pair(s.substr(0, dot), s.substr(dot + 1));
+  };
+  auto [ia, fa] = split(a);
+  auto [ib, fb] = split(b);
+  std::size_t const k = std::max(fa.size(), fb.size());
+  fa.resize(k, '0');
+  fb.resize(k, '0');
+  return ia + fa + "/" + ib + fb;
+}
+
+class ProcessEngine final : public Engine {
+ public:
+  ProcessEngine(TermManager& mgr, Configuration const& config, std::string const& command);
+
+  std::string const& name() const override { return name_; }
+  void declare_sort(DataType const* sort) override;
+  void declare_fun(Symbol const* symbol) override;
+  void assert_formula(Term const* formula, bool track) override;
+  void push() override;
+  void pop() override;
+  void reset_assertions() override;
+  CheckResult check(std::vector<TheoryLit> const& assumptions) override;
+  std::string reason_unknown() override;
+  std::vector<Term const*> unsat_core() override;
+  std::vector<TheoryLit> unsat_assumptions() override;
+  Term const* value(Term const* term) override;
+  Model model() override;
+  Term const* interpolant(std::vector<Term const*> const& a,
+                          std::vector<Term const*> const& b) override;
+
+ private:
+  // --- talking to the solver ---
+  // Sends a command whose answer must be "success"; the answer is read later.
+  void send(std::string const& command);
+  // Sends a command and returns its answer, parsed into answer_. An (error ...) answer throws
+  // EngineError and `unsupported` throws Unsupported; the solver goes on running.
+  Sexpr const& ask(std::string const& command);
+  // Sets an option; true when the solver accepted it. With `required`, refusal throws.
+  bool set_option(std::string const& option, std::string const& value, bool required);
+  // Reads the answers of every command sent and not answered yet.
+  void sync();
+  void write(std::string const& command);
+  std::string receive(std::string const& command);
+  void check_running();
+  // Ends the solver and throws EngineError: `what` it did, and the command it did it on.
+  [[noreturn]] void fail(std::string const& what, std::string const& command);
+  // Throws for an (error ...) or `unsupported` answer; returns otherwise.
+  void refuse(std::string const& answer, std::string const& command, bool end_solver);
+
+  // --- declarations ---
+  void declare_sorts(DataType const* type);
+  void declare_symbol(Symbol const* s);
+  void declare_in(Term const* root);
+  void mark(std::vector<std::uint8_t>& flags, std::uint64_t id, std::uint8_t kind);
+  // Forgets what the solver dropped with the scopes above `depth` (every scope when `all`).
+  void forget_above(std::size_t depth, bool all);
+  void close_assumption_scope();
+  std::string fresh_name(char const* kind);
+
+  // --- answers ---
+  Term const* to_term(Sexpr const& e, std::size_t node, DataType const* sort,
+                      std::string const& command);
+  bool read_number(Sexpr const& e, std::size_t node, DataType const* sort, std::string& out);
+  Term const* element(DataType const* sort, std::string const& engine_name);
+  FunctionValue function_value(Sexpr const& e, std::size_t def, Symbol const* s,
+                               std::string const& command);
+  bool read_point(Sexpr const& e, std::size_t cond, std::vector<std::string> const& params,
+                  Symbol const* s, std::vector<Term const*>& args, std::string const& command);
+  Term const* any_value(DataType const* sort);
+  [[noreturn]] void unreadable(Sexpr const& e, std::size_t node, char const* what,
+                               std::string const& command);
+
+  TermManager& mgr_;
+  std::string name_;
+  Configuration::Printer settings_;
+  SmtLib2TermPrinter printer_;
+  std::unique_ptr<Process> process_;
+  std::string ended_;                // why the solver was ended; empty while it runs
+  double limit_ = 0.0;               // seconds to wait for one answer
+  std::string solver_;               // the solver's :name, in lower case
+  bool global_decls_ = false;        // declarations outlive scopes and reset-assertions
+  std::string probe_;                // without global declarations: a symbol declared at the bottom
+  std::deque<std::string> pending_;  // commands sent, answers not read yet (as shown)
+  std::ostringstream text_;
+  Sexpr answer_;
+
+  // Declarations the solver holds: per sort id (uninterpreted sorts; compound sorts whose
+  // nested sorts are all declared) and per symbol id; and per term id, whether the symbols of
+  // the term's DAG are declared. Without global declarations, the log says at which scope
+  // depth each flag was set, so that pop can clear it.
+  std::vector<std::uint8_t> sort_done_;
+  std::vector<std::uint8_t> symbol_done_;
+  std::vector<std::uint8_t> term_done_;
+  struct Mark {
+    std::uint8_t kind;  // 0 sort, 1 symbol
+    std::uint64_t id;
+    std::size_t depth;
+  };
+  std::vector<Mark> log_;
+  std::vector<Symbol const*> known_;  // user symbols declared, in order
+  std::size_t depth_ = 0;             // scopes open in the solver
+  std::uint64_t next_name_ = 1;
+
+  // Tracked assertions by the name they were asserted with, and the depth of each.
+  std::unordered_map<std::string, Term const*> named_;
+  std::vector<std::pair<std::string, std::size_t>> named_log_;
+  // A check under assumptions runs in a scope of its own, opened with fresh literals equal to
+  // the assumptions; it stays open for the queries that follow, until the state changes.
+  bool assumption_scope_ = false;
+  std::vector<TheoryLit> assumptions_;
+  std::unordered_map<std::string, std::size_t> proxies_;  // literal name -> assumption index
+
+  // Elements of uninterpreted sorts by (sort id, the solver's name): the index each was given.
+  std::map<std::pair<std::uint64_t, std::string>, std::uint64_t> elements_;
+  std::unordered_map<std::uint64_t, std::uint64_t> next_element_;
+
+  std::vector<Term const*> stack_;  // scratch of declare_in
+};
+
+ProcessEngine::ProcessEngine(TermManager& mgr, Configuration const& config,
+                             std::string const& command)
+    : mgr_(mgr),
+      name_(command),
+      settings_(config.printer),
+      printer_(&mgr, &settings_, "", "", false, nullptr) {
+  std::vector<std::string> const argv = split_command(command);
+  if (argv.empty()) {
+    throw Error("unknown engine '" + command + "'");
+  }
+  name_ = command.substr(command.find_first_not_of(" \t\n"));
+  name_.erase(name_.find_last_not_of(" \t\n") + 1);
+  limit_ = config.timeout > 0 ? config.timeout * 1.5 + 2.0 : kNoTimeoutLimit;
+  process_ = std::make_unique<Process>(argv);
+  set_option(":print-success", "true", true);
+  // The solver's name chooses the options that SMT-LIB leaves to each solver.
+  try {
+    Sexpr const& info = ask("(get-info :name)\n");
+    if (info.node(info.root()).list && info.size(info.root()) == 2) {
+      std::string n = info.node(info.kid(info.root(), 1)).atom;
+      n.erase(std::remove(n.begin(), n.end(), '"'), n.end());
+      std::transform(n.begin(), n.end(), n.begin(),
+                     [](char c) { return static_cast<char>(c >= 'A' && c <= 'Z' ? c + 32 : c); });
+      solver_ = n;
+    }
+  } catch (EngineError const&) {
+    check_running();
+  } catch (Unsupported const&) {
+  }
+  global_decls_ = set_option(":global-declarations", "true", false);
+  if (config.timeout > 0) {
+    double const ms = config.timeout * 1000.0;
+    std::string const limit =
+        std::to_string(ms >= 4294967295.0 ? 4294967295u : static_cast<unsigned>(ms + 0.5));
+    set_option(solver_ == "cvc5" ? ":tlimit-per" : ":timeout", limit == "0" ? "1" : limit, false);
+  }
+  if (config.random_seed != 0) {
+    set_option(solver_ == "cvc5" ? ":seed" : ":random-seed", std::to_string(config.random_seed),
+               false);
+  }
+  if (config.model_generation) {
+    set_option(":produce-models", "true", true);
+  }
+  if (config.unsat_core_generation) {
+    set_option(":produce-unsat-cores", "true", true);
+  }
+  set_option(":produce-unsat-assumptions", "true", false);
+  // Every theory the term layer has; a solver that knows no such logic picks its own.
+  try {
+    ask("(set-logic ALL)\n");
+  } catch (EngineError const&) {
+    check_running();
+  } catch (Unsupported const&) {
+  }
+  if (!global_decls_) {
+    // Declared at the bottom (after the options, which some solvers fix at the first
+    // declaration), to learn after each reset-assertions whether the solver dropped its
+    // declarations (SMT-LIB says it does; some solvers keep them).
+    probe_ = fresh_name("probe");
+    send("(declare-fun " + probe_ + " () Bool)\n");
+  }
+}
+
+// ------------------------------------------------------------------------ talking
+
+void ProcessEngine::check_running() {
+  if (!ended_.empty()) {
+    throw EngineError("solver '" + name_ + "' is not running: " + ended_);
+  }
+}
+
+void ProcessEngine::fail(std::string const& what, std::string const& command) {
+  process_->kill();
+  std::string message = "solver '" + name_ + "' " + what + "; the command: " + shown(command);
+  std::string const words = process_->last_words();
+  if (!words.empty()) {
+    message += "; its last words: " + words;
+  }
+  ended_ = message;
+  pending_.clear();
+  throw EngineError(message);
+}
+
+void ProcessEngine::write(std::string const& command) {
+  check_running();
+  try {
+    process_->send(command);
+  } catch (EngineError const& e) {
+    ended_ = std::string(e.what()) + "; the command: " + shown(command);
+    pending_.clear();
+    throw EngineError(ended_);
+  }
+}
+
+std::string ProcessEngine::receive(std::string const& command) {
+  try {
+    return process_->receive(limit_);
+  } catch (EngineError const& e) {
+    ended_ = std::string(e.what()) + "; the command: " + shown(command);
+    pending_.clear();
+    throw EngineError(ended_);
+  }
+}
+
+void ProcessEngine::refuse(std::string const& answer, std::string const& command, bool end_solver) {
+  if (answer == "unsupported") {
+    throw Unsupported("solver '" + name_ + "' does not support the command: " + shown(command));
+  }
+  if (answer.compare(0, 6, "(error") == 0) {
+    if (end_solver) {
+      // The solver's state no longer mirrors the session's: it is ended.
+      fail("answered " + answer, command);
+    }
+    std::string message =
+        "solver '" + name_ + "' answered " + answer + " to the command: " + shown(command);
+    std::string const words = process_->last_words();
+    if (!words.empty()) {
+      message += "; its last words: " + words;
+    }
+    throw EngineError(message);
+  }
+}
+
+void ProcessEngine::sync() {
+  std::string unsupported;
+  while (!pending_.empty()) {
+    std::string const command = pending_.front();
+    std::string const answer = receive(command);
+    pending_.pop_front();
+    if (answer == "success") {
+      continue;
+    }
+    if (answer == "unsupported") {
+      // The other answers are read first, so that the next command meets its own.
+      if (unsupported.empty()) {
+        unsupported = command;
+      }
+      continue;
+    }
+    if (answer.compare(0, 6, "(error") == 0) {
+      refuse(answer, command, true);
+    }
+    fail("answered '" + answer.substr(0, kCommandShown) + "' where success was expected", command);
+  }
+  if (!unsupported.empty()) {
+    refuse("unsupported", unsupported, false);
+  }
+}
+
+void ProcessEngine::send(std::string const& command) {
+  write(command);
+  pending_.push_back(shown(command));
+  if (pending_.size() >= kMaxPending) {
+    sync();
+  }
+}
+
+Sexpr const& ProcessEngine::ask(std::string const& command) {
+  sync();
+  write(command);
+  std::string const answer = receive(command);
+  refuse(answer, command, false);
+  if (!answer_.parse(answer)) {
+    fail("answered '" + answer.substr(0, kCommandShown) + "', which is not an s-expression",
+         command);
+  }
+  return answer_;
+}
+
+bool ProcessEngine::set_option(std::string const& option, std::string const& value, bool required) {
+  std::string const command = "(set-option " + option + " " + value + ")\n";
+  try {
+    Sexpr const& a = ask(command);
+    if (a.is_atom(a.root(), "success")) {
+      return true;
+    }
+    fail("answered '" + a.node(a.root()).atom + "' where success was expected", command);
+  } catch (Unsupported const&) {
+    if (required) {
+      throw;
+    }
+  } catch (EngineError const&) {
+    if (required) {
+      throw;
+    }
+    check_running();
+  }
+  return false;
+}
+
+// ------------------------------------------------------------------------ declarations
+
+void ProcessEngine::mark(std::vector<std::uint8_t>& flags, std::uint64_t id, std::uint8_t kind) {
+  if (flags.size() <= id) {
+    flags.resize(static_cast<std::size_t>(id) + 1, 0);
+  }
+  flags[id] = 1;
+  if (!global_decls_) {
+    log_.push_back(Mark{kind, id, depth_});
+  }
+}
+
+void ProcessEngine::declare_sorts(DataType const* root) {
+  auto done = [this](DataType const* t) {
+    return t->get_id() < sort_done_.size() && sort_done_[t->get_id()] != 0;
+  };
+  if (done(root)) {
+    return;
+  }
+  std::vector<DataType const*> stack{root};
+  while (!stack.empty()) {
+    DataType const* t = stack.back();
+    if (done(t)) {
+      stack.pop_back();
+      continue;
+    }
+    if (t->is_uninterpreted()) {
+      text_.str("");
+      printer_.print_type_declaration(text_, t);
+      send(text_.str());
+    } else if (!t->is_simple()) {
+      bool ready = true;
+      for (std::size_t i = 0; i < t->get_num_components(); ++i) {
+        if (!done(t->get_component(i))) {
+          stack.push_back(t->get_component(i));
+          ready = false;
+        }
+      }
+      if (!ready) {
+        continue;
+      }
+    }
+    mark(sort_done_, t->get_id(), 0);
+    stack.pop_back();
+  }
+}
+
+void ProcessEngine::declare_symbol(Symbol const* s) {
+  if (s->get_id() < symbol_done_.size() && symbol_done_[s->get_id()] != 0) {
+    return;
+  }
+  declare_sorts(s->get_type());
+  text_.str("");
+  printer_.print_symbol_declaration(text_, s);
+  send(text_.str());
+  mark(symbol_done_, s->get_id(), 1);
+  // Abstract values are the manager's, not the user's: no model lists them.
+  if (mgr_.find_symbol(s->get_name()) == s &&
+      std::find(known_.begin(), known_.end(), s) == known_.end()) {
+    known_.push_back(s);
+  }
+}
+
+void ProcessEngine::declare_in(Term const* root) {
+  if (term_done_.size() <= mgr_.num_terms()) {
+    term_done_.resize(mgr_.num_terms() + 1, 0);
+  }
+  if (term_done_[root->get_id()] != 0) {
+    return;
+  }
+  stack_.clear();
+  stack_.push_back(root);
+  while (!stack_.empty()) {
+    Term const* t = stack_.back();
+    stack_.pop_back();
+    if (term_done_[t->get_id()] != 0) {
+      continue;
+    }
+    Symbol const* s = t->get_symbol();
+    if (s->is_uninterpreted()) {
+      declare_symbol(s);
+    } else if (s->get_tag() == SymbolTag::CONST_ARRAY) {
+      declare_sorts(s->get_output_type());  // written in the term as (as const S)
+    }
+    term_done_[t->get_id()] = 1;
+    for (std::size_t i = 0; i < t->get_arity(); ++i) {
+      if (term_done_[t->get_arg(i)->get_id()] == 0) {
+        stack_.push_back(t->get_arg(i));
+      }
+    }
+  }
+}
+
+void ProcessEngine::forget_above(std::size_t depth, bool all) {
+  while (!named_log_.empty() && (all || named_log_.back().second > depth)) {
+    named_.erase(named_log_.back().first);
+    named_log_.pop_back();
+  }
+  if (global_decls_) {
+    return;
+  }
+  bool forgot = false;
+  while (!log_.empty() && (all || log_.back().depth > depth)) {
+    Mark const m = log_.back();
+    (m.kind == 0 ? sort_done_ : symbol_done_)[m.id] = 0;
+    log_.pop_back();
+    forgot = true;
+  }
+  if (forgot) {
+    // Which terms still have all their symbols declared is not recorded; walk them again.
+    std::fill(term_done_.begin(), term_done_.end(), 0);
+    known_.erase(std::remove_if(known_.begin(), known_.end(),
+                                [this](Symbol const* s) { return symbol_done_[s->get_id()] == 0; }),
+                 known_.end());
+  }
+}
+
+void ProcessEngine::close_assumption_scope() {
+  if (!assumption_scope_) {
+    return;
+  }
+  assumption_scope_ = false;
+  send("(pop 1)\n");
+  --depth_;
+  forget_above(depth_, false);
+}
+
+std::string ProcessEngine::fresh_name(char const* kind) {
+  // Names of the engine's own: a user symbol of the same name would be a different symbol.
+  for (;;) {
+    std::string name = std::string("tvx!") + kind + std::to_string(next_name_++);
+    if (mgr_.find_symbol(name) == nullptr) {
+      return name;
+    }
+  }
+}
+
+void ProcessEngine::declare_sort(DataType const* sort) {
+  close_assumption_scope();
+  declare_sorts(sort);
+}
+
+void ProcessEngine::declare_fun(Symbol const* symbol) {
+  close_assumption_scope();
+  declare_symbol(symbol);
+}
+
+// ------------------------------------------------------------------------ assertions
+
+void ProcessEngine::assert_formula(Term const* formula, bool track) {
+  close_assumption_scope();
+  declare_in(formula);
+  text_.str("");
+  if (track) {
+    std::string const name = fresh_name("a");
+    printer_.apitracer_print_term(text_, formula, ":named " + name);
+    named_.emplace(name, formula);
+    named_log_.emplace_back(name, depth_);
+  } else {
+    printer_.apitracer_print_term(text_, formula, "");
+  }
+  send(text_.str());
+}
+
+void ProcessEngine::push() {
+  close_assumption_scope();
+  send("(push 1)\n");
+  ++depth_;
+}
+
+void ProcessEngine::pop() {
+  close_assumption_scope();
+  send("(pop 1)\n");
+  --depth_;
+  forget_above(depth_, false);
+}
+
+void ProcessEngine::reset_assertions() {
+  assumption_scope_ = false;
+  send("(reset-assertions)\n");
+  depth_ = 0;
+  bool dropped = true;
+  if (!global_decls_) {
+    // Declaring the probe again succeeds only when the solver dropped its declarations.
+    try {
+      ask("(declare-fun " + probe_ + " () Bool)\n");
+    } catch (EngineError const&) {
+      check_running();
+      dropped = false;
+    }
+  }
+  forget_above(0, dropped);
+}
+
+CheckResult ProcessEngine::check(std::vector<TheoryLit> const& assumptions) {
+  close_assumption_scope();
+  assumptions_ = assumptions;
+  proxies_.clear();
+  std::string command = "(check-sat)\n";
+  if (!assumptions.empty()) {
+    send("(push 1)\n");
+    ++depth_;
+    assumption_scope_ = true;
+    command = "(check-sat-assuming (";
+    for (std::size_t i = 0; i < assumptions.size(); ++i) {
+      Term const* t = assumptions[i].get_term();
+      declare_in(t);
+      std::string const p = fresh_name("lit");
+      send("(declare-fun " + p + " () Bool)\n");
+      send("(assert (= " + p + " " + printer_.term_text(t) + "))\n");
+      proxies_.emplace(p, i);
+      command += (i == 0 ? "" : " ") + (assumptions[i].is_negated() ? "(not " + p + ")" : p);
+    }
+    command += "))\n";
+  }
+  Sexpr const& a = ask(command);
+  if (a.is_atom(a.root(), "sat")) {
+    return CheckResult::Sat;
+  }
+  if (a.is_atom(a.root(), "unsat")) {
+    return CheckResult::Unsat;
+  }
+  if (a.is_atom(a.root(), "unknown")) {
+    return CheckResult::Unknown;
+  }
+  fail("answered '" + (a.node(a.root()).list ? std::string("(...)") : a.node(a.root()).atom) +
+           "' where sat, unsat or unknown was expected",
+       command);
+}
+
+std::string ProcessEngine::reason_unknown() {
+  std::string const command = "(get-info :reason-unknown)\n";
+  Sexpr const& a = ask(command);
+  if (!a.node(a.root()).list || a.size(a.root()) != 2 || a.node(a.kid(a.root(), 1)).list) {
+    unreadable(a, a.root(), "a reason", command);
+  }
+  std::string reason = a.node(a.kid(a.root(), 1)).atom;
+  if (reason.size() >= 2 && reason.front() == '"') {
+    reason = reason.substr(1, reason.size() - 2);
+  }
+  // z3 says "canceled" when its time limit stopped the check.
+  return reason == "canceled" ? "timeout" : reason;
+}
+
+std::vector<Term const*> ProcessEngine::unsat_core() {
+  std::string const command = "(get-unsat-core)\n";
+  Sexpr const& a = ask(command);
+  if (!a.node(a.root()).list) {
+    unreadable(a, a.root(), "a core", command);
+  }
+  std::vector<Term const*> core;
+  for (std::size_t k : a.node(a.root()).kids) {
+    auto it = named_.find(a.node(k).atom);
+    if (!a.node(k).list && it != named_.end()) {
+      core.push_back(it->second);
+    }
+  }
+  return core;
+}
+
+std::vector<TheoryLit> ProcessEngine::unsat_assumptions() {
+  if (assumptions_.empty()) {
+    return {};
+  }
+  std::string const command = "(get-unsat-assumptions)\n";
+  Sexpr const& a = ask(command);
+  if (!a.node(a.root()).list) {
+    unreadable(a, a.root(), "assumptions", command);
+  }
+  std::vector<TheoryLit> core;
+  for (std::size_t k : a.node(a.root()).kids) {
+    std::size_t lit = k;
+    if (a.is_app(k, "not", 2)) {
+      lit = a.kid(k, 1);
+    }
+    auto it = proxies_.find(a.node(lit).atom);
+    if (!a.node(lit).list && it != proxies_.end()) {
+      core.push_back(assumptions_[it->second]);
+    }
+  }
+  return core;
+}
+
+Term const* ProcessEngine::interpolant(std::vector<Term const*> const&,
+                                       std::vector<Term const*> const&) {
+  throw Unsupported("the engine of solver '" + name_ +
+                    "' cannot compute interpolants; the cvc5 engine can");
+}
+
+// ------------------------------------------------------------------------ values
+
+void ProcessEngine::unreadable(Sexpr const& e, std::size_t node, char const* what,
+                               std::string const& command) {
+  // Shows the part that could not be read, as text again.
+  std::string text;
+  std::vector<std::pair<std::size_t, std::size_t>> stack{{node, 0}};
+  while (!stack.empty() && text.size() < kCommandShown) {
+    auto& [n, next] = stack.back();
+    Sexpr::Node const& x = e.node(n);
+    if (!x.list) {
+      text += (text.empty() || text.back() == '(' ? "" : " ") + x.atom;
+      stack.pop_back();
+      continue;
+    }
+    if (next == 0) {
+      text += (text.empty() || text.back() == '(' ? "(" : " (");
+    }
+    if (next == x.kids.size()) {
+      text += ')';
+      stack.pop_back();
+      continue;
+    }
+    std::size_t const k = x.kids[next++];
+    stack.emplace_back(k, 0);
+  }
+  throw EngineError("solver '" + name_ + "' answered '" + text + "' where " + what +
+                    " was expected, to the command: " + shown(command));
+}
+
+Term const* ProcessEngine::element(DataType const* sort, std::string const& engine_name) {
+  auto key = std::make_pair(sort->get_id(), engine_name);
+  auto it = elements_.find(key);
+  if (it == elements_.end()) {
+    it = elements_.emplace(key, next_element_[sort->get_id()]++).first;
+  }
+  return mgr_.make_abstract_value(sort, it->second);
+}
+
+// The text make_number takes for an Int or Real value written n, (- n), (/ n d), (- (/ n d))
+// or (/ (- n) d), with decimals in a Real value.
+bool ProcessEngine::read_number(Sexpr const& e, std::size_t node, DataType const* sort,
+                                std::string& out) {
+  bool const real = sort->is_real();
+  bool negative = false;
+  auto signed_atom = [&](std::size_t n, std::string& text) {
+    if (e.is_app(n, "-", 2)) {
+      negative = !negative;
+      n = e.kid(n, 1);
+    }
+    if (e.node(n).list) {
+      return false;
+    }
+    text = e.node(n).atom;
+    return real ? is_decimal(text) : all_digits(text);
+  };
+  if (e.is_app(node, "-", 2) && e.node(e.kid(node, 1)).list) {
+    negative = true;
+    node = e.kid(node, 1);
+  }
+  if (real && e.is_app(node, "/", 3)) {
+    std::string a;
+    std::string b;
+    if (!signed_atom(e.kid(node, 1), a) || !signed_atom(e.kid(node, 2), b)) {
+      return false;
+    }
+    out = fraction(a, b);
+  } else if (!signed_atom(node, out)) {
+    return false;
+  }
+  if (negative) {
+    out = "-" + out;
+  }
+  return true;
+}
+
+// Reads a value of the given sort. Array values nest (stores over stores, arrays of arrays),
+// so the walk keeps its own stack: a task reads one value, or combines the values read last
+// on the result stack.
+Term const* ProcessEngine::to_term(Sexpr const& e, std::size_t root, DataType const* root_sort,
+                                   std::string const& command) {
+  enum class Step : std::uint8_t { kRead, kConstArray, kStore };
+  struct Task {
+    Step step;
+    std::size_t node;
+    DataType const* sort;
+  };
+  std::vector<Task> tasks{{Step::kRead, root, root_sort}};
+  std::vector<Term const*> results;
+  while (!tasks.empty()) {
+    Task const task = tasks.back();
+    tasks.pop_back();
+    DataType const* sort = task.sort;
+    if (task.step == Step::kConstArray) {
+      results.back() = mgr_.make_const_array(sort, results.back());
+      continue;
+    }
+    if (task.step == Step::kStore) {
+      std::size_t const first = results.size() - 3;
+      Term const* store = mgr_.make_builtin("store", &results[first], 3);
+      results.resize(first);
+      results.push_back(store);
+      continue;
+    }
+    std::size_t const n = task.node;
+    Sexpr::Node const& x = e.node(n);
+    std::string text;
+    if (sort->is_bool()) {
+      if (!e.is_atom(n, "true") && !e.is_atom(n, "false")) {
+        unreadable(e, n, "a Bool value", command);
+      }
+      results.push_back(x.atom == "true" ? mgr_.make_true() : mgr_.make_false());
+    } else if (sort->is_int() || sort->is_real()) {
+      if (!read_number(e, n, sort, text)) {
+        unreadable(e, n, sort->is_int() ? "an Int value" : "a Real value", command);
+      }
+      results.push_back(mgr_.make_number(text, sort));
+    } else if (sort->is_bv()) {
+      if (!x.list && (x.atom.compare(0, 2, "#b") == 0 || x.atom.compare(0, 2, "#x") == 0)) {
+        text = x.atom;
+      } else if (x.list && x.kids.size() == 3 && e.is_atom(x.kids[0], "_") &&
+                 e.node(x.kids[1]).atom.compare(0, 2, "bv") == 0 &&
+                 all_digits(e.node(x.kids[1]).atom.substr(2)) &&
+                 e.node(x.kids[2]).atom == std::to_string(sort->get_bv_width())) {
+        text = e.node(x.kids[1]).atom.substr(2);
+      } else {
+        unreadable(e, n, "a bit-vector value", command);
+      }
+      try {
+        results.push_back(mgr_.make_number(text, sort));
+      } catch (Error const&) {
+        unreadable(e, n, "a bit-vector value", command);
+      }
+    } else if (sort->is_uninterpreted()) {
+      // An element: a name of the solver's, maybe with its sort: (as @U_0 U).
+      std::size_t name = n;
+      if (x.list && x.kids.size() == 3 && e.is_atom(x.kids[0], "as")) {
+        name = x.kids[1];
+      }
+      if (e.node(name).list || e.node(name).atom.empty()) {
+        unreadable(e, n, "an element", command);
+      }
+      results.push_back(element(sort, e.node(name).atom));
+    } else if (sort->is_array()) {
+      if (e.is_app(n, "store", 4)) {
+        tasks.push_back(Task{Step::kStore, 0, sort});
+        tasks.push_back(Task{Step::kRead, x.kids[3], sort->get_array_element()});
+        tasks.push_back(Task{Step::kRead, x.kids[2], sort->get_array_index()});
+        tasks.push_back(Task{Step::kRead, x.kids[1], sort});
+      } else if (x.list && x.kids.size() == 2 && e.node(x.kids[0]).list && e.size(x.kids[0]) == 3 &&
+                 e.is_atom(e.kid(x.kids[0], 0), "as") && e.is_atom(e.kid(x.kids[0], 1), "const")) {
+        tasks.push_back(Task{Step::kConstArray, 0, sort});
+        tasks.push_back(Task{Step::kRead, x.kids[1], sort->get_array_element()});
+      } else {
+        unreadable(e, n, "an array value", command);
+      }
+    } else {
+      unreadable(e, n, "a value", command);
+    }
+  }
+  return results.back();
+}
+
+Term const* ProcessEngine::value(Term const* term) {
+  declare_in(term);
+  std::string const command = "(get-value (" + printer_.term_text(term) + "))\n";
+  Sexpr const& a = ask(command);
+  std::size_t const r = a.root();
+  if (!a.node(r).list || a.size(r) != 1 || !a.node(a.kid(r, 0)).list || a.size(a.kid(r, 0)) != 2) {
+    unreadable(a, r, "((term value))", command);
+  }
+  return to_term(a, a.kid(a.kid(r, 0), 1), term->get_type(), command);
+}
+
+// A condition of a function's table: (= p v) for each parameter p, or their conjunction.
+bool ProcessEngine::read_point(Sexpr const& e, std::size_t cond,
+                               std::vector<std::string> const& params, Symbol const* s,
+                               std::vector<Term const*>& args, std::string const& command) {
+  args.assign(params.size(), nullptr);
+  std::vector<std::size_t> equalities;
+  if (e.node(cond).list && e.size(cond) > 1 && e.is_atom(e.kid(cond, 0), "and")) {
+    equalities.assign(e.node(cond).kids.begin() + 1, e.node(cond).kids.end());
+  } else {
+    equalities.push_back(cond);
+  }
+  for (std::size_t eq : equalities) {
+    if (!e.is_app(eq, "=", 3)) {
+      return false;
+    }
+    std::size_t param = params.size();
+    std::size_t value = 0;
+    for (std::size_t side = 1; side <= 2 && param == params.size(); ++side) {
+      std::size_t const k = e.kid(eq, side);
+      if (e.node(k).list) {
+        continue;
+      }
+      auto it = std::find(params.begin(), params.end(), e.node(k).atom);
+      if (it != params.end()) {
+        param = static_cast<std::size_t>(it - params.begin());
+        value = e.kid(eq, 3 - side);
+      }
+    }
+    if (param == params.size()) {
+      return false;
+    }
+    args[param] = to_term(e, value, s->get_type()->get_component(param), command);
+  }
+  return std::all_of(args.begin(), args.end(), [](Term const* t) { return t != nullptr; });
+}
+
+// A function's table from its definition (define-fun f ((p S) ...) R body), whose body is a
+// chain of (ite condition value else) over equalities of the parameters with values, or for a
+// Bool result a condition, its negation or a disjunction of conditions.
+FunctionValue ProcessEngine::function_value(Sexpr const& e, std::size_t def, Symbol const* s,
+                                            std::string const& command) {
+  std::vector<std::string> params;
+  for (std::size_t p : e.node(e.kid(def, 2)).kids) {
+    if (!e.node(p).list || e.size(p) != 2) {
+      unreadable(e, def, "a function definition", command);
+    }
+    params.push_back(e.node(e.kid(p, 0)).atom);
+  }
+  if (params.size() != s->get_arity()) {
+    unreadable(e, def, "a function definition", command);
+  }
+  DataType const* result = s->get_output_type();
+  FunctionValue fv;
+  std::vector<Term const*> args;
+  std::size_t body = e.kid(def, 4);
+  while (e.is_app(body, "ite", 4) && read_point(e, e.kid(body, 1), params, s, args, command)) {
+    fv.points.push_back(FunctionValue::Point{args, to_term(e, e.kid(body, 2), result, command)});
+    body = e.kid(body, 3);
+  }
+  if (result->is_bool() && !e.is_atom(body, "true") && !e.is_atom(body, "false")) {
+    bool positive = true;
+    if (e.is_app(body, "not", 2)) {
+      positive = false;
+      body = e.kid(body, 1);
+    }
+    std::vector<std::size_t> conditions{body};
+    if (e.node(body).list && e.size(body) > 1 && e.is_atom(e.kid(body, 0), "or")) {
+      conditions.assign(e.node(body).kids.begin() + 1, e.node(body).kids.end());
+    }
+    for (std::size_t c : conditions) {
+      if (!read_point(e, c, params, s, args, command)) {
+        unreadable(e, c, "a table of values", command);
+      }
+      fv.points.push_back(
+          FunctionValue::Point{args, positive ? mgr_.make_true() : mgr_.make_false()});
+    }
+    fv.otherwise = positive ? mgr_.make_false() : mgr_.make_true();
+    return fv;
+  }
+  fv.otherwise = to_term(e, body, result, command);
+  return fv;
+}
+
+// Some value of the sort, to apply a function the model leaves out to.
+Term const* ProcessEngine::any_value(DataType const* sort) {
+  std::vector<DataType const*> arrays;
+  while (sort->is_array()) {
+    arrays.push_back(sort);
+    sort = sort->get_array_element();
+  }
+  Term const* v = sort->is_bool()            ? mgr_.make_false()
+                  : sort->is_uninterpreted() ? mgr_.make_abstract_value(sort, 0)
+                                             : mgr_.make_number("0", sort);
+  while (!arrays.empty()) {
+    v = mgr_.make_const_array(arrays.back(), v);
+    arrays.pop_back();
+  }
+  return v;
+}
+
+Model ProcessEngine::model() {
+  std::vector<Symbol const*> symbols(known_);
+  std::sort(symbols.begin(), symbols.end(),
+            [](Symbol const* a, Symbol const* b) { return a->get_id() < b->get_id(); });
+  Model result;
+  std::string command = "(get-value (";
+  std::vector<Symbol const*> functions;
+  for (Symbol const* s : symbols) {
+    if (s->get_arity() == 0) {
+      command += (result.constants.empty() ? "" : " ") + printer_.symbol_text(s);
+      result.constants.emplace_back(s, nullptr);
+    } else {
+      functions.push_back(s);
+    }
+  }
+  command += "))\n";
+  if (!result.constants.empty()) {
+    Sexpr const& a = ask(command);
+    std::size_t const r = a.root();
+    if (!a.node(r).list || a.size(r) != result.constants.size()) {
+      unreadable(a, r, "a value for each constant", command);
+    }
+    for (std::size_t i = 0; i < result.constants.size(); ++i) {
+      std::size_t const pair = a.kid(r, i);
+      if (!a.node(pair).list || a.size(pair) != 2) {
+        unreadable(a, pair, "(constant value)", command);
+      }
+      result.constants[i].second =
+          to_term(a, a.kid(pair, 1), result.constants[i].first->get_output_type(), command);
+    }
+  }
+  if (functions.empty()) {
+    return result;
+  }
+  command = "(get-model)\n";
+  Sexpr const& a = ask(command);
+  std::size_t const r = a.root();
+  if (!a.node(r).list) {
+    unreadable(a, r, "a model", command);
+  }
+  std::unordered_map<std::string, std::size_t> definitions;  // by name
+  for (std::size_t k : a.node(r).kids) {
+    if (a.is_app(k, "define-fun", 5) && !a.node(a.kid(k, 1)).list) {
+      definitions.emplace(a.node(a.kid(k, 1)).atom, k);
+    }
+  }
+  for (Symbol const* s : functions) {
+    auto it = definitions.find(s->get_name());
+    if (it != definitions.end()) {
+      result.functions.emplace_back(s, function_value(a, it->second, s, command));
+    } else {
+      result.functions.emplace_back(s, FunctionValue{});
+    }
+  }
+  // Functions the solver leaves out of its model (z3 does so for those no assertion uses)
+  // get the value of one application everywhere.
+  for (auto& [s, fv] : result.functions) {
+    if (fv.otherwise == nullptr) {
+      std::vector<Term const*> args;
+      for (std::size_t i = 0; i < s->get_arity(); ++i) {
+        args.push_back(any_value(s->get_type()->get_component(i)));
+      }
+      fv.otherwise = value(mgr_.make_term(s, args));
+    }
+  }
+  return result;
+}
+
+}  // namespace
+
+std::unique_ptr<Engine> make_process_engine(std::string const& command, TermManager& mgr,
+                                            Configuration const& config) {
+  return std::make_unique<ProcessEngine>(mgr, config, command);
+}
+
+}  // namespace tvx
