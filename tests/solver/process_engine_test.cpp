@@ -280,6 +280,44 @@ TEST_P(ProcessEngineTest, AllSatRunsOverThePipe) {
   EXPECT_EQ(s.check(), CheckResult::Sat);
 }
 
+TEST_P(ProcessEngineTest, TheTimeOutReachesTheSolverWhichAnswersUnknown) {
+  // Ten pigeons in nine holes: beyond any solver in half a second, well within its grace.
+  Configuration config = config_;
+  config.timeout = 0.5;
+  Solver s(mgr_, config, make_engine(GetParam(), mgr_, config));
+  // Problems beyond each solver in half a second, and stopped by its time limit (z3 does not
+  // stop on the cubes, and cvc5 sees through the pigeons).
+  if (std::string(GetParam()).compare(0, 4, "cvc5") == 0) {
+    Term const* z = constant("z", I_);
+    auto cube = [&](Term const* t) { return op("*", {t, t, t}); };
+    s.assert_formula(op("=", {cube(x_), op("+", {cube(y_), cube(z), num("33")})}));
+    s.assert_formula(op(">", {x_, num("1000")}));
+  } else {
+    // Ten pigeons in nine holes.
+    constexpr int kHoles = 9;
+    DataType const* B = mgr_.get_bool_type();
+    std::vector<std::vector<Term const*>> in(kHoles + 1);
+    for (int i = 0; i <= kHoles; ++i) {
+      for (int j = 0; j < kHoles; ++j) {
+        in[i].push_back(constant(("p" + std::to_string(i) + "_" + std::to_string(j)).c_str(), B));
+      }
+      s.assert_formula(op("or", in[i]));
+    }
+    for (int j = 0; j < kHoles; ++j) {
+      for (int i = 0; i <= kHoles; ++i) {
+        for (int k = i + 1; k <= kHoles; ++k) {
+          s.assert_formula(mgr_.make_not(mgr_.make_and(in[i][j], in[k][j])));
+        }
+      }
+    }
+  }
+  ASSERT_EQ(s.check(), CheckResult::Unknown);
+  EXPECT_EQ(s.reason_unknown(), "timeout");
+  // The session goes on.
+  s.reset_assertions();
+  EXPECT_EQ(s.check(), CheckResult::Sat);
+}
+
 INSTANTIATE_TEST_SUITE_P(Solvers, ProcessEngineTest,
                          ::testing::Values("z3 -in", "cvc5 --incremental --lang smt2", kScopedZ3),
                          [](::testing::TestParamInfo<char const*> const& info) {
