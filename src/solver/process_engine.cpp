@@ -480,9 +480,9 @@ void ProcessEngine::declare_symbol(Symbol const* s) {
   printer_.print_symbol_declaration(text_, s);
   send(text_.str());
   mark(symbol_done_, s->get_id(), 1);
-  // Abstract values are the manager's, not the user's: no model lists them.
-  if (mgr_.find_symbol(s->get_name()) == s &&
-      std::find(known_.begin(), known_.end(), s) == known_.end()) {
+  // Abstract values (elements read back from models) are declared as constants of their
+  // sort like any symbol, but they are the manager's, not the user's: no model lists them.
+  if (mgr_.find_symbol(s->get_name()) == s) {
     known_.push_back(s);
   }
 }
