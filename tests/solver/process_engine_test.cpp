@@ -330,7 +330,7 @@ INSTANTIATE_TEST_SUITE_P(Solvers, ProcessEngineTest,
 // ------------------------------------------------------------------------ fake solvers
 
 // A fake solver: answers "success" to every command and (:name "fake") to get-info; on
-// check-sat it does what `on_check` says (shell commands).
+// check-sat (or the commands `when` matches) it does what `on_check` says (shell commands).
 class FakeSolverTest : public ::testing::Test {
  protected:
   void SetUp() override {
@@ -342,14 +342,15 @@ class FakeSolverTest : public ::testing::Test {
     fds_ = open_fds();
   }
   void TearDown() override { std::system(("rm -rf " + dir_).c_str()); }
-  std::string fake(std::string const& name, std::string const& on_check) {
+  std::string fake(std::string const& name, std::string const& on_check,
+                   std::string const& when = "*check-sat*") {
     std::string const path = dir_ + "/" + name;
     std::ofstream out(path);
     out << "#!/bin/sh\n"
         << "while IFS= read -r line; do\n"
         << "  case \"$line\" in\n"
         << "    *'(get-info :name)'*) echo '(:name \"fake\")' ;;\n"
-        << "    *check-sat*) " << on_check << " ;;\n"
+        << "    " << when << ") " << on_check << " ;;\n"
         << "    *) echo success ;;\n"
         << "  esac\n"
         << "done\n";
@@ -428,6 +429,15 @@ TEST_F(FakeSolverTest, AnErrorAnswerIsReportedWithItsText) {
   EXPECT_THAT(message, HasSubstr("(error \"no check today\")"));
   EXPECT_THAT(message, HasSubstr("(check-sat)"));
   EXPECT_THAT(message, HasSubstr("bad day"));
+}
+
+TEST_F(FakeSolverTest, AnErrorAnswerToAnAssertionEndsTheSolver) {
+  // The assertion's answer is read before the check is sent; the solver's state no longer
+  // mirrors the session's, so it is ended and the check fails with the assertion's error.
+  std::string const message =
+      check_fails<EngineError>(fake("reject", "echo '(error \"bad assert\")'", "*assert*"));
+  EXPECT_THAT(message, HasSubstr("(error \"bad assert\")"));
+  EXPECT_THAT(message, HasSubstr("the command: (assert x)"));
 }
 
 TEST_F(FakeSolverTest, OutputClosedEarlyEndsTheSolver) {
