@@ -14,6 +14,7 @@
 #include <cstdlib>
 #include <fstream>
 #include <memory>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -358,12 +359,14 @@ class FakeSolverTest : public ::testing::Test {
     chmod(path.c_str(), 0755);
     return path;
   }
-  // Starts a session on the fake and checks x: the check's error, once the session is closed.
+  // Starts a traced session on the fake and checks x: the check's error, once the session is
+  // closed.
   template <class E>
   std::string check_fails(std::string const& command) {
     std::string message;
     {
-      Solver s(mgr_, config_, make_engine(command, mgr_, config_));
+      std::ostringstream trace;
+      Solver s(mgr_, config_, make_engine(command, mgr_, config_), trace, false, false);
       Symbol const* sym = mgr_.find_symbol("x");
       if (sym == nullptr) {
         sym = mgr_.make_symbol("x", mgr_.get_bool_type());
@@ -377,6 +380,8 @@ class FakeSolverTest : public ::testing::Test {
       } catch (E const& e) {
         message = e.what();
       }
+      // The trace holds the call the solver failed on.
+      EXPECT_THAT(trace.str(), ::testing::EndsWith("(assert x)\n(check-sat)\n"));
       // The session goes on refusing or failing, and closes cleanly.
       EXPECT_THROW(s.check(), Error);
     }
