@@ -190,8 +190,12 @@ TEST_P(ProcessEngineTest, ModelsGiveTablesOfFunctions) {
   Solver& s = *solver_;
   DataType const* B = mgr_.get_bool_type();
   Symbol const* f = mgr_.make_symbol("f", mgr_.get_function_type({I_}, I_));
-  Symbol const* g = mgr_.make_symbol("g", mgr_.get_function_type({I_, I_}, B));
+  Symbol const* g = mgr_.make_symbol("g of two", mgr_.get_function_type({I_, I_}, B));
   Symbol const* unused = s.declare_fun("unused", {I_}, I_);
+  DataType const* U = s.declare_sort("U");
+  Symbol const* h = s.declare_fun("h", {U}, U);
+  Term const* u1 = constant("u1", U);
+  Term const* u2 = constant("u2", U);
   auto fx = [&](Symbol const* fn, std::vector<Term const*> const& args) {
     return mgr_.make_term(fn, args);
   };
@@ -200,15 +204,21 @@ TEST_P(ProcessEngineTest, ModelsGiveTablesOfFunctions) {
   s.assert_formula(fx(g, {num("1"), num("2")}));
   s.assert_formula(mgr_.make_not(fx(g, {num("2"), num("2")})));
   s.assert_formula(op("=", {x_, num("9")}));
+  s.assert_formula(mgr_.make_not(mgr_.make_equal(u1, u2)));
+  s.assert_formula(mgr_.make_equal(fx(h, {u1}), u2));
+  s.assert_formula(mgr_.make_equal(fx(h, {u2}), u1));
   ASSERT_EQ(s.check(), CheckResult::Sat);
   Model const m = s.get_model();
-  ASSERT_EQ(m.constants.size(), 1u);
+  ASSERT_EQ(m.constants.size(), 3u);
   EXPECT_EQ(m.constants[0].first->get_name(), "x");
   EXPECT_EQ(m.constants[0].second, num("9"));
-  ASSERT_EQ(m.functions.size(), 3u);
+  EXPECT_EQ(m.constants[1].first->get_name(), "u1");
+  EXPECT_EQ(m.constants[2].first->get_name(), "u2");
+  ASSERT_EQ(m.functions.size(), 4u);
   EXPECT_EQ(m.functions[0].first, f);
   EXPECT_EQ(m.functions[1].first, g);
   EXPECT_EQ(m.functions[2].first, unused);
+  EXPECT_EQ(m.functions[3].first, h);
   // The table applied to the asserted points gives the asserted values.
   auto apply = [](FunctionValue const& fv, std::vector<Term const*> const& args) {
     for (FunctionValue::Point const& p : fv.points) {
@@ -223,6 +233,13 @@ TEST_P(ProcessEngineTest, ModelsGiveTablesOfFunctions) {
   EXPECT_EQ(apply(m.functions[1].second, {num("1"), num("2")}), mgr_.make_true());
   EXPECT_EQ(apply(m.functions[1].second, {num("2"), num("2")}), mgr_.make_false());
   EXPECT_NE(m.functions[2].second.otherwise, nullptr);
+  // Elements are the same values in the constants' values and in the tables.
+  Term const* e1 = m.constants[1].second;
+  Term const* e2 = m.constants[2].second;
+  EXPECT_NE(e1, e2);
+  EXPECT_EQ(s.get_model_value(u1), e1);
+  EXPECT_EQ(apply(m.functions[3].second, {e1}), e2);
+  EXPECT_EQ(apply(m.functions[3].second, {e2}), e1);
   // Every point of every table, asserted, keeps the session satisfiable.
   for (auto const& [fn, fv] : m.functions) {
     for (FunctionValue::Point const& p : fv.points) {
