@@ -36,6 +36,10 @@ constexpr double kNoTimeoutLimit = 600.0;
 constexpr std::size_t kMaxPending = 256;
 // The most of a command that a message shows.
 constexpr std::size_t kCommandShown = 300;
+// Written before every user symbol and sort name: a solver knows more theories than the term
+// layer, and a user's name may be one of their symbols (set.empty, union, ...), which the
+// solver would take for its own.
+constexpr char const* kNamePrefix = "tvx.";
 
 // The words of a command line, split as a shell would without expansions: blanks separate
 // words; '...' and "..." group (the quotes go); a backslash takes the next character as it is,
@@ -239,7 +243,7 @@ ProcessEngine::ProcessEngine(TermManager& mgr, Configuration const& config,
     : mgr_(mgr),
       name_(command),
       settings_(config.printer),
-      printer_(&mgr, &settings_, "", "", false, nullptr) {
+      printer_(&mgr, &settings_, kNamePrefix, "", false, nullptr) {
   std::vector<std::string> const argv = split_command(command);
   if (argv.empty()) {
     throw Error("unknown engine '" + command + "'");
@@ -552,13 +556,8 @@ void ProcessEngine::close_assumption_scope() {
 }
 
 std::string ProcessEngine::fresh_name(char const* kind) {
-  // Names of the engine's own: a user symbol of the same name would be a different symbol.
-  for (;;) {
-    std::string name = std::string("tvx!") + kind + std::to_string(next_name_++);
-    if (mgr_.find_symbol(name) == nullptr) {
-      return name;
-    }
-  }
+  // User names all start with kNamePrefix, so no user name is ever one of these.
+  return std::string("tvx!") + kind + std::to_string(next_name_++);
 }
 
 void ProcessEngine::declare_sort(DataType const* sort) {
@@ -1034,7 +1033,7 @@ Model ProcessEngine::model() {
     }
   }
   for (Symbol const* s : functions) {
-    auto it = definitions.find(s->get_name());
+    auto it = definitions.find(kNamePrefix + s->get_name());
     if (it != definitions.end()) {
       result.functions.emplace_back(s, function_value(a, it->second, s, command));
     } else {
