@@ -136,6 +136,23 @@ TEST_P(ProcessEngineTest, ChecksScopesAndResetFollowTheAssertions) {
   EXPECT_EQ(s.get_model_value(x_), num("2"));
 }
 
+TEST_P(ProcessEngineTest, UserNamesThatAreSymbolsOfOtherTheoriesStayTheUsers) {
+  Solver& s = *solver_;
+  DataType const* U = s.declare_sort("Set");
+  Term const* empty = constant("set.empty", U);
+  Term const* onion = constant("union", U);
+  Term const* len = constant("str.len", I_);
+  s.assert_formula(mgr_.make_equal(onion, empty));
+  s.assert_formula(op(">", {len, num("3")}));
+  ASSERT_EQ(s.check(), CheckResult::Sat);
+  EXPECT_EQ(s.get_model_value(onion), s.get_model_value(empty));
+  Model const m = s.get_model();
+  ASSERT_EQ(m.constants.size(), 3u);
+  EXPECT_EQ(m.constants[2].first->get_name(), "str.len");
+  s.assert_formula(mgr_.make_equal(len, m.constants[2].second));
+  EXPECT_EQ(s.check(), CheckResult::Sat);
+}
+
 TEST_P(ProcessEngineTest, ValuesAssertedBackKeepTheSessionSatisfiable) {
   Solver& s = *solver_;
   DataType const* U = s.declare_sort("U");
@@ -459,7 +476,7 @@ TEST_F(FakeSolverTest, AnErrorAnswerToAnAssertionEndsTheSolver) {
   std::string const message =
       check_fails<EngineError>(fake("reject", "echo '(error \"bad assert\")'", "*assert*"));
   EXPECT_THAT(message, HasSubstr("(error \"bad assert\")"));
-  EXPECT_THAT(message, HasSubstr("the command: (assert x)"));
+  EXPECT_THAT(message, HasSubstr("the command: (assert tvx.x)"));
 }
 
 TEST_F(FakeSolverTest, OutputClosedEarlyEndsTheSolver) {
