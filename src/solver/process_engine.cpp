@@ -187,6 +187,14 @@ class ProcessEngine final : public Engine {
                                std::string const& command);
   bool read_point(Sexpr const& e, std::size_t cond, std::vector<std::string> const& params,
                   Symbol const* s, std::vector<Term const*>& args, std::string const& command);
+  // What a condition says of the parameters: one slot per parameter, the value's node (literal
+  // -1) or false (0) or true (1) for a Bool parameter written p or (not p).
+  struct Slot {
+    std::size_t node;
+    int literal;
+  };
+  bool match_point(Sexpr const& e, std::size_t cond, std::vector<std::string> const& params,
+                   std::vector<Slot>& slots);
   Term const* any_value(DataType const* sort);
   [[noreturn]] void unreadable(Sexpr const& e, std::size_t node, char const* what,
                                std::string const& command);
@@ -234,6 +242,9 @@ class ProcessEngine final : public Engine {
   // Elements of uninterpreted sorts by (sort id, the solver's name): the index each was given.
   std::map<std::pair<std::uint64_t, std::string>, std::uint64_t> elements_;
   std::unordered_map<std::uint64_t, std::uint64_t> next_element_;
+
+  // The let-bound names of the answer being read, each to the expression it stands for.
+  std::unordered_map<std::string, std::size_t> lets_;
 
   std::vector<Term const*> stack_;  // scratch of declare_in
 };
@@ -400,6 +411,7 @@ Sexpr const& ProcessEngine::ask(std::string const& command) {
   write(command);
   std::string const answer = receive(command);
   refuse(answer, command, false);
+  lets_.clear();
   if (!answer_.parse(answer)) {
     fail("answered '" + answer.substr(0, kCommandShown) + "', which is not an s-expression",
          command);
@@ -793,18 +805,38 @@ bool ProcessEngine::read_number(Sexpr const& e, std::size_t node, DataType const
 // on the result stack.
 Term const* ProcessEngine::to_term(Sexpr const& e, std::size_t root, DataType const* root_sort,
                                    std::string const& command) {
-  enum class Step : std::uint8_t { kRead, kConstArray, kStore };
+  // kMemo records the value just read for its node, so that a let-bound expression used
+  // many times is read once; kConst pushes a value known already.
+  enum class Step : std::uint8_t { kRead, kConstArray, kStore, kMemo, kConst };
   struct Task {
     Step step;
     std::size_t node;
     DataType const* sort;
+    Term const* term;
   };
-  std::vector<Task> tasks{{Step::kRead, root, root_sort}};
+  std::vector<Task> tasks{{Step::kRead, root, root_sort, nullptr}};
   std::vector<Term const*> results;
+  std::unordered_map<std::size_t, Term const*> memo;
+  auto slot_task = [&](Slot const& slot, DataType const* sort) {
+    return slot.literal < 0 ? Task{Step::kRead, slot.node, sort, nullptr}
+                            : Task{Step::kConst, 0, sort,
+                                   slot.literal != 0 ? mgr_.make_true() : mgr_.make_false()};
+  };
+  std::vector<std::string> params(1);
+  std::vector<Slot> slots;
+  std::vector<std::pair<Slot, Slot>> points;
   while (!tasks.empty()) {
     Task const task = tasks.back();
     tasks.pop_back();
     DataType const* sort = task.sort;
+    if (task.step == Step::kConst) {
+      results.push_back(task.term);
+      continue;
+    }
+    if (task.step == Step::kMemo) {
+      memo.emplace(task.node, results.back());
+      continue;
+    }
     if (task.step == Step::kConstArray) {
       results.back() = mgr_.make_const_array(sort, results.back());
       continue;
@@ -818,6 +850,33 @@ Term const* ProcessEngine::to_term(Sexpr const& e, std::size_t root, DataType co
     }
     std::size_t const n = task.node;
     Sexpr::Node const& x = e.node(n);
+    auto known = memo.find(n);
+    if (known != memo.end()) {
+      results.push_back(known->second);
+      continue;
+    }
+    if (!x.list) {
+      auto bound = lets_.find(x.atom);
+      if (bound != lets_.end()) {
+        auto done = memo.find(bound->second);
+        if (done != memo.end()) {
+          results.push_back(done->second);
+        } else {
+          tasks.push_back(Task{Step::kMemo, bound->second, sort, nullptr});
+          tasks.push_back(Task{Step::kRead, bound->second, sort, nullptr});
+        }
+        continue;
+      }
+    } else if (x.kids.size() == 3 && e.is_atom(x.kids[0], "let") && e.node(x.kids[1]).list) {
+      for (std::size_t b : e.node(x.kids[1]).kids) {
+        if (!e.node(b).list || e.size(b) != 2 || e.node(e.kid(b, 0)).list) {
+          unreadable(e, n, "a let", command);
+        }
+        lets_[e.node(e.kid(b, 0)).atom] = e.kid(b, 1);
+      }
+      tasks.push_back(Task{Step::kRead, x.kids[2], sort, nullptr});
+      continue;
+    }
     std::string text;
     if (sort->is_bool()) {
       if (!e.is_atom(n, "true") && !e.is_atom(n, "false")) {
@@ -857,14 +916,51 @@ Term const* ProcessEngine::to_term(Sexpr const& e, std::size_t root, DataType co
       results.push_back(element(sort, e.node(name).atom));
     } else if (sort->is_array()) {
       if (e.is_app(n, "store", 4)) {
-        tasks.push_back(Task{Step::kStore, 0, sort});
-        tasks.push_back(Task{Step::kRead, x.kids[3], sort->get_array_element()});
-        tasks.push_back(Task{Step::kRead, x.kids[2], sort->get_array_index()});
-        tasks.push_back(Task{Step::kRead, x.kids[1], sort});
+        tasks.push_back(Task{Step::kMemo, n, sort, nullptr});
+        tasks.push_back(Task{Step::kStore, 0, sort, nullptr});
+        tasks.push_back(Task{Step::kRead, x.kids[3], sort->get_array_element(), nullptr});
+        tasks.push_back(Task{Step::kRead, x.kids[2], sort->get_array_index(), nullptr});
+        tasks.push_back(Task{Step::kRead, x.kids[1], sort, nullptr});
       } else if (x.list && x.kids.size() == 2 && e.node(x.kids[0]).list && e.size(x.kids[0]) == 3 &&
                  e.is_atom(e.kid(x.kids[0], 0), "as") && e.is_atom(e.kid(x.kids[0], 1), "const")) {
-        tasks.push_back(Task{Step::kConstArray, 0, sort});
-        tasks.push_back(Task{Step::kRead, x.kids[1], sort->get_array_element()});
+        tasks.push_back(Task{Step::kConstArray, 0, sort, nullptr});
+        tasks.push_back(Task{Step::kRead, x.kids[1], sort->get_array_element(), nullptr});
+      } else if (x.kids.size() == 3 && e.is_atom(x.kids[0], "lambda") && e.size(x.kids[1]) == 1 &&
+                 e.node(e.kid(x.kids[1], 0)).list && e.size(e.kid(x.kids[1], 0)) == 2) {
+        // (lambda ((p I)) body): a table, read as the function tables of models are.
+        params[0] = e.node(e.kid(e.kid(x.kids[1], 0), 0)).atom;
+        DataType const* element = sort->get_array_element();
+        points.clear();
+        std::size_t body = x.kids[2];
+        while (e.is_app(body, "ite", 4) && match_point(e, e.kid(body, 1), params, slots)) {
+          points.emplace_back(slots[0], Slot{e.kid(body, 2), -1});
+          body = e.kid(body, 3);
+        }
+        Slot otherwise{body, -1};
+        if (element->is_bool() && !e.is_atom(body, "true") && !e.is_atom(body, "false")) {
+          int const positive = e.is_app(body, "not", 2) ? 0 : 1;
+          std::size_t const c = positive != 0 ? body : e.kid(body, 1);
+          std::vector<std::size_t> conditions{c};
+          if (e.node(c).list && e.size(c) > 1 && e.is_atom(e.kid(c, 0), "or")) {
+            conditions.assign(e.node(c).kids.begin() + 1, e.node(c).kids.end());
+          }
+          for (std::size_t k : conditions) {
+            if (!match_point(e, k, params, slots)) {
+              unreadable(e, n, "an array value", command);
+            }
+            points.emplace_back(slots[0], Slot{0, positive});
+          }
+          otherwise = Slot{0, 1 - positive};
+        }
+        // The first point is stored last, so that it wins as the first ite branch does.
+        tasks.push_back(Task{Step::kMemo, n, sort, nullptr});
+        for (auto const& [index, value] : points) {
+          tasks.push_back(Task{Step::kStore, 0, sort, nullptr});
+          tasks.push_back(slot_task(value, element));
+          tasks.push_back(slot_task(index, sort->get_array_index()));
+        }
+        tasks.push_back(Task{Step::kConstArray, 0, sort, nullptr});
+        tasks.push_back(slot_task(otherwise, element));
       } else {
         unreadable(e, n, "an array value", command);
       }
@@ -887,39 +983,57 @@ Term const* ProcessEngine::value(Term const* term) {
 }
 
 // A condition of a function's table: (= p v) for each parameter p, or their conjunction.
+bool ProcessEngine::match_point(Sexpr const& e, std::size_t cond,
+                                std::vector<std::string> const& params, std::vector<Slot>& slots) {
+  slots.assign(params.size(), Slot{0, -2});
+  auto param_of = [&](std::size_t k) {
+    return e.node(k).list
+               ? params.size()
+               : static_cast<std::size_t>(std::find(params.begin(), params.end(), e.node(k).atom) -
+                                          params.begin());
+  };
+  std::vector<std::size_t> conjuncts{cond};
+  if (e.node(cond).list && e.size(cond) > 1 && e.is_atom(e.kid(cond, 0), "and")) {
+    conjuncts.assign(e.node(cond).kids.begin() + 1, e.node(cond).kids.end());
+  }
+  for (std::size_t c : conjuncts) {
+    std::size_t p = params.size();
+    if (e.is_app(c, "=", 3)) {
+      for (std::size_t side = 1; side <= 2 && p == params.size(); ++side) {
+        p = param_of(e.kid(c, side));
+        if (p < params.size()) {
+          slots[p] = Slot{e.kid(c, 3 - side), -1};
+        }
+      }
+    } else if (e.is_app(c, "not", 2) && (p = param_of(e.kid(c, 1))) < params.size()) {
+      slots[p] = Slot{0, 0};
+    } else if ((p = param_of(c)) < params.size()) {
+      slots[p] = Slot{0, 1};
+    }
+    if (p >= params.size()) {
+      return false;
+    }
+  }
+  return std::all_of(slots.begin(), slots.end(),
+                     [](Slot const& slot) { return slot.literal > -2; });
+}
+
+// A point of a function's table, read from a condition (see match_point).
 bool ProcessEngine::read_point(Sexpr const& e, std::size_t cond,
                                std::vector<std::string> const& params, Symbol const* s,
                                std::vector<Term const*>& args, std::string const& command) {
-  args.assign(params.size(), nullptr);
-  std::vector<std::size_t> equalities;
-  if (e.node(cond).list && e.size(cond) > 1 && e.is_atom(e.kid(cond, 0), "and")) {
-    equalities.assign(e.node(cond).kids.begin() + 1, e.node(cond).kids.end());
-  } else {
-    equalities.push_back(cond);
+  std::vector<Slot> slots;
+  if (!match_point(e, cond, params, slots)) {
+    return false;
   }
-  for (std::size_t eq : equalities) {
-    if (!e.is_app(eq, "=", 3)) {
-      return false;
-    }
-    std::size_t param = params.size();
-    std::size_t value = 0;
-    for (std::size_t side = 1; side <= 2 && param == params.size(); ++side) {
-      std::size_t const k = e.kid(eq, side);
-      if (e.node(k).list) {
-        continue;
-      }
-      auto it = std::find(params.begin(), params.end(), e.node(k).atom);
-      if (it != params.end()) {
-        param = static_cast<std::size_t>(it - params.begin());
-        value = e.kid(eq, 3 - side);
-      }
-    }
-    if (param == params.size()) {
-      return false;
-    }
-    args[param] = to_term(e, value, s->get_type()->get_component(param), command);
+  args.clear();
+  for (std::size_t i = 0; i < slots.size(); ++i) {
+    args.push_back(slots[i].literal < 0
+                       ? to_term(e, slots[i].node, s->get_type()->get_component(i), command)
+                   : slots[i].literal != 0 ? mgr_.make_true()
+                                           : mgr_.make_false());
   }
-  return std::all_of(args.begin(), args.end(), [](Term const* t) { return t != nullptr; });
+  return true;
 }
 
 // A function's table from its definition (define-fun f ((p S) ...) R body), whose body is a
@@ -941,6 +1055,16 @@ FunctionValue ProcessEngine::function_value(Sexpr const& e, std::size_t def, Sym
   FunctionValue fv;
   std::vector<Term const*> args;
   std::size_t body = e.kid(def, 4);
+  while (e.node(body).list && e.size(body) == 3 && e.is_atom(e.kid(body, 0), "let") &&
+         e.node(e.kid(body, 1)).list) {
+    for (std::size_t b : e.node(e.kid(body, 1)).kids) {
+      if (!e.node(b).list || e.size(b) != 2 || e.node(e.kid(b, 0)).list) {
+        unreadable(e, body, "a let", command);
+      }
+      lets_[e.node(e.kid(b, 0)).atom] = e.kid(b, 1);
+    }
+    body = e.kid(body, 2);
+  }
   while (e.is_app(body, "ite", 4) && read_point(e, e.kid(body, 1), params, s, args, command)) {
     fv.points.push_back(FunctionValue::Point{args, to_term(e, e.kid(body, 2), result, command)});
     body = e.kid(body, 3);
