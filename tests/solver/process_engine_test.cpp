@@ -203,6 +203,52 @@ TEST_P(ProcessEngineTest, ValuesAssertedBackKeepTheSessionSatisfiable) {
   EXPECT_EQ(s.check(), CheckResult::Sat);
 }
 
+TEST_P(ProcessEngineTest, ValuesInEveryShapeTheSolversPrintReadBack) {
+  // Shapes z3 prints: a long store chain as a let, an array of Bool as a lambda, a function of
+  // Bool parameters as a conjunction of literals.
+  Solver& s = *solver_;
+  DataType const* B = mgr_.get_bool_type();
+  DataType const* B8 = mgr_.get_bv_type(8);
+  DataType const* B32 = mgr_.get_bv_type(32);
+  Term const* m = constant("m", mgr_.get_array_type(B32, B8));
+  Term const* arr = constant("arr", mgr_.get_array_type(B8, B));
+  Term const* b = constant("b", B8);
+  Symbol const* p = s.declare_fun("p", {B, B}, B);
+  auto bv = [&](char const* v, DataType const* sort) { return mgr_.make_number(v, sort); };
+  s.assert_formula(mgr_.make_equal(op("store", {arr, op("bvadd", {b, b}), mgr_.make_true()}), arr));
+  char const* values[] = {"#xf1", "#xf2", "#xf3", "#xf4", "#xf5"};
+  for (int i = 0; i < 5; ++i) {
+    s.assert_formula(
+        mgr_.make_equal(op("select", {m, bv(std::to_string(i).c_str(), B32)}), bv(values[i], B8)));
+  }
+  Term const* t = mgr_.make_true();
+  Term const* f = mgr_.make_false();
+  s.assert_formula(mgr_.make_term(p, {f, f}));
+  s.assert_formula(mgr_.make_not(mgr_.make_term(p, {t, f})));
+  s.assert_formula(mgr_.make_not(mgr_.make_term(p, {f, t})));
+  ASSERT_EQ(s.check(), CheckResult::Sat);
+  Term const* mv = s.get_model_value(m);
+  Term const* av = s.get_model_value(arr);
+  Model const model = s.get_model();
+  ASSERT_EQ(model.functions.size(), 1u);
+  FunctionValue const& pv = model.functions[0].second;
+  auto apply = [&](std::vector<Term const*> const& args) {
+    for (FunctionValue::Point const& point : pv.points) {
+      if (point.args == args) {
+        return point.value;
+      }
+    }
+    return pv.otherwise;
+  };
+  EXPECT_EQ(apply({f, f}), t);
+  EXPECT_EQ(apply({t, f}), f);
+  EXPECT_EQ(apply({f, t}), f);
+  s.assert_formula(mgr_.make_equal(m, mv));
+  s.assert_formula(mgr_.make_equal(arr, av));
+  s.assert_formula(mgr_.make_equal(mgr_.make_term(p, {t, t}), apply({t, t})));
+  EXPECT_EQ(s.check(), CheckResult::Sat);
+}
+
 TEST_P(ProcessEngineTest, ModelsGiveTablesOfFunctions) {
   Solver& s = *solver_;
   DataType const* B = mgr_.get_bool_type();
