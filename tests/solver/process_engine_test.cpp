@@ -399,6 +399,59 @@ TEST_P(ProcessEngineTest, TheTimeOutReachesTheSolverWhichAnswersUnknown) {
   EXPECT_EQ(s.check(), CheckResult::Sat);
 }
 
+TEST_P(ProcessEngineTest, InterpolantsFromSolversThatHaveThem) {
+  Solver& s = *solver_;
+  DataType const* R = mgr_.get_rational_type();
+  Term const* z = constant("z", R);
+  int const a = s.new_interpolation_group();
+  int const b = s.new_interpolation_group();
+  s.set_interpolation_group(a);
+  std::vector<Term const*> const as = {op(">", {x_, num("5")}),
+                                       op("=", {y_, op("+", {x_, num("1")})}),
+                                       op(">", {z, mgr_.make_number("5/2", R)})};
+  for (Term const* f : as) {
+    s.assert_formula(f);
+  }
+  s.set_interpolation_group(b);
+  Term const* bf = op("<", {y_, num("3")});
+  Term const* bz = op("<", {op("to_real", {y_}), op("-", {z})});
+  s.assert_formula(bf);
+  s.assert_formula(bz);
+  ASSERT_EQ(s.check(), CheckResult::Unsat);
+  if (std::string(GetParam()).compare(0, 4, "cvc5") != 0) {
+    EXPECT_THROW(s.get_interpolant({a}), Unsupported);
+    return;
+  }
+  Term const* itp = s.get_interpolant({a});
+  ASSERT_NE(itp, nullptr);
+  // Only symbols that A and B share.
+  std::vector<Term const*> stack{itp};
+  while (!stack.empty()) {
+    Term const* t = stack.back();
+    stack.pop_back();
+    if (t->get_symbol()->is_uninterpreted()) {
+      EXPECT_TRUE(t == y_ || t == z) << t->get_symbol()->get_name();
+    }
+    for (std::size_t i = 0; i < t->get_arity(); ++i) {
+      stack.push_back(t->get_arg(i));
+    }
+  }
+  // A implies it, and it contradicts B.
+  Solver check(mgr_, config_, make_engine(GetParam(), mgr_, config_));
+  for (Term const* f : as) {
+    check.assert_formula(f);
+  }
+  check.push();
+  check.assert_formula(mgr_.make_not(itp));
+  EXPECT_EQ(check.check(), CheckResult::Unsat);
+  check.pop();
+  check.reset_assertions();
+  check.assert_formula(itp);
+  check.assert_formula(bf);
+  check.assert_formula(bz);
+  EXPECT_EQ(check.check(), CheckResult::Unsat);
+}
+
 INSTANTIATE_TEST_SUITE_P(Solvers, ProcessEngineTest,
                          ::testing::Values("z3 -in", "cvc5 --incremental --lang smt2", kScopedZ3),
                          [](::testing::TestParamInfo<char const*> const& info) {
