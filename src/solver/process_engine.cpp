@@ -5,6 +5,12 @@
 // commands that answer only "success" are sent without waiting, and their answers are read
 // before the next command that answers something else, so requests and answers stay in step
 // and a failure still names the command it answered.
+//
+// A solver that dies, hangs past the time-out and its grace, answers out of step, or reports
+// an error on a command that changes its state is ended (killed and reaped): its state may no
+// longer mirror the session's. An error on a query, or `unsupported`, leaves it running.
+// Elements of uninterpreted sorts read from a model become the manager's abstract values;
+// sent back, each is a constant of its sort (cvc5 takes no such constant in a constant array).
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
