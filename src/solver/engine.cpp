@@ -43,9 +43,11 @@ std::unique_ptr<Engine> make_engine(std::string const& name, TermManager& mgr,
     return make_cvc5_engine(mgr, config);
   }
 #endif
-  (void)mgr;
-  (void)config;
-  throw Error("unknown engine '" + name + "'");
+  // Any other name is the command line of a solver process.
+  if (name.find_first_not_of(" \t\n") == std::string::npos) {
+    throw Error("unknown engine '" + name + "'");
+  }
+  return make_process_engine(name, mgr, config);
 }
 
 }  // namespace tvx

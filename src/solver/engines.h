@@ -17,6 +17,10 @@ std::unique_ptr<Engine> make_z3_engine(TermManager& mgr, Configuration const& co
 #ifdef TVX_HAVE_CVC5
 std::unique_ptr<Engine> make_cvc5_engine(TermManager& mgr, Configuration const& config);
 #endif
+// A solver process started from the command line `command` (split at blanks; quotes group).
+// Always built: it needs no solver library.
+std::unique_ptr<Engine> make_process_engine(std::string const& command, TermManager& mgr,
+                                            Configuration const& config);
 
 }  // namespace tvx
 

@@ -118,6 +118,14 @@ std::string answer(std::string const& script, std::string const& engine, std::os
   return answers + error;
 }
 
+// The built-in engines, then z3 and cvc5 as processes.
+std::vector<std::string> engines_to_test() {
+  std::vector<std::string> engines = builtin_engine_names();
+  engines.push_back("z3 -in");
+  engines.push_back("cvc5 --incremental --lang smt2");
+  return engines;
+}
+
 class CorpusSolveTest : public ::testing::TestWithParam<std::string> {};
 
 TEST_P(CorpusSolveTest, ManifestAnswersAndTheTraceReplaysOnTheNextEngine) {
@@ -127,8 +135,14 @@ TEST_P(CorpusSolveTest, ManifestAnswersAndTheTraceReplaysOnTheNextEngine) {
   if (entries.empty()) {
     GTEST_SKIP() << "needs the corpus at " << dir << " (or $TVX_CORPUS_DIR)";
   }
-  std::vector<std::string> const engines = builtin_engine_names();
+  std::vector<std::string> const engines = engines_to_test();
   std::string const engine = GetParam();
+  if (engine.find(' ') != std::string::npos &&
+      std::system(("command -v " + engine.substr(0, engine.find(' ')) + " >/dev/null").c_str()) !=
+          0) {
+    GTEST_SKIP() << "the solver of '" << engine << "' is not installed";
+  }
+  // The engine after this one in the list, the first after the last, replays its traces.
   std::string next = engines.front();
   for (std::size_t i = 0; i + 1 < engines.size(); ++i) {
     next = engines[i] == engine ? engines[i + 1] : next;
@@ -170,8 +184,12 @@ TEST_P(CorpusSolveTest, ManifestAnswersAndTheTraceReplaysOnTheNextEngine) {
   std::cout << passed << " of " << entries.size() << " corpus files passed on " << engine << "\n";
 }
 
-INSTANTIATE_TEST_SUITE_P(Engines, CorpusSolveTest, ::testing::ValuesIn(builtin_engine_names()),
-                         [](auto const& info) { return info.param; });
+INSTANTIATE_TEST_SUITE_P(Engines, CorpusSolveTest, ::testing::ValuesIn(engines_to_test()),
+                         [](auto const& info) {
+                           std::string name = info.param.substr(0, info.param.find(' '));
+                           return info.param.find(' ') == std::string::npos ? name
+                                                                            : name + "_process";
+                         });
 
 }  // namespace
 }  // namespace tvx
