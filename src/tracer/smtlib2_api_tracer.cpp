@@ -3,7 +3,11 @@
 #include <algorithm>
 #include <charconv>
 #include <ctime>
+#include <ios>
+#include <locale>
+#include <sstream>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -87,6 +91,27 @@ void append_number(std::string& text, std::uint64_t n) {
   text.append(digits, static_cast<std::size_t>(end - digits));
 }
 
+// Whether a stream writes an unsigned number exactly as std::to_chars does: in decimal, with no
+// sign, and in the classic locale, which neither groups nor replaces digits.
+bool writes_plain_numbers(std::ios_base const& os) {
+  std::ios_base::fmtflags const flags = os.flags();
+  return (flags & std::ios_base::basefield) == std::ios_base::dec &&
+         (flags & std::ios_base::showpos) == 0 && os.getloc() == std::locale::classic();
+}
+
+// Appends n as a string stream made for the purpose writes it: default format, in the global
+// locale of the moment.
+void append_as_fresh_stream(std::string& text, int n) {
+  if (n >= 0 && std::locale() == std::locale::classic()) {
+    append_number(text, static_cast<std::uint64_t>(n));
+    return;
+  }
+  std::ostringstream number;
+  number.exceptions(std::ios_base::badbit);
+  number << n;
+  text += number.str();
+}
+
 }  // namespace
 
 SmtLib2ApiTracer::SmtLib2ApiTracer(Configuration* config, TermManager* mgr, std::ostream& out,
@@ -96,7 +121,11 @@ SmtLib2ApiTracer::SmtLib2ApiTracer(Configuration* config, TermManager* mgr, std:
       out_(out),
       printer_(mgr, &config->printer, "", "", global_decls, nullptr),
       itp_group_(-1),
-      global_decls_(global_decls) {
+      global_decls_(global_decls),
+      plain_definitions_(def_stream_.getloc() == std::locale::classic()) {
+  // A failure inside the scratch streams propagates instead of leaving them silently bad.
+  def_stream_.exceptions(std::ios_base::badbit);
+  label_stream_.exceptions(std::ios_base::badbit);
   out_ << ";; Tarvex API call trace\n";
   std::time_t const now = std::time(nullptr);
   std::tm const local = get_local_time(&now);
@@ -437,34 +466,20 @@ void SmtLib2ApiTracer::write_definitions() {
     def_text_.clear();
     for (std::size_t k = 0; k < definitions_.size(); ++k) {
       Term const* u = definitions_[k];
-      Symbol const* s = u->get_symbol();
-      std::string const& type = printer_.type_text(s->get_output_type());
-      std::string const& head = printer_.symbol_text(s);
-      std::size_t const arity = static_cast<std::size_t>(s->get_arity());
-      char* p = def_text_.room(24 + label + type.size() + head.size() + arity * (1 + label));
-      p = TextBuffer::put(p, "(define-fun ");
-      p = TextBuffer::put(p, prefix);
-      p = TextBuffer::put_number(p, u->get_id());
-      p = TextBuffer::put(p, " () ");
-      p = TextBuffer::put(p, type);
-      p = TextBuffer::put(p, ' ');
-      if (arity == 0) {
-        p = TextBuffer::put(p, head);
+      if (!plain_definitions_) {
+        compose_definition_in_stream(u, prefix);
       } else {
-        p = TextBuffer::put(p, '(');
-        p = TextBuffer::put(p, head);
-        Term const* const* args = u->args();
-        for (std::size_t i = 0; i < arity; ++i) {
-          p = TextBuffer::put(p, ' ');
-          p = TextBuffer::put(p, prefix);
-          p = TextBuffer::put_number(p, args[i]->get_id());
-        }
-        p = TextBuffer::put(p, ')');
+        compose_plain_definition(u, prefix, label);
       }
-      p = TextBuffer::put(p, ")\n");
-      def_text_.commit(p);
-      if (def_text_.size() >= kDefinitionSlice || k + 1 == definitions_.size()) {
-        out_.write(def_text_.data(), static_cast<std::streamsize>(def_text_.size()));
+      // A field width set on the stream belongs to the first line written, as if each line
+      // were inserted by itself.
+      std::streamsize const width = out_.width();
+      if (def_text_.size() >= kDefinitionSlice || k + 1 == definitions_.size() || width != 0) {
+        if (width != 0) {
+          out_ << std::string_view(def_text_.data(), def_text_.size());
+        } else {
+          out_.write(def_text_.data(), static_cast<std::streamsize>(def_text_.size()));
+        }
         def_text_.clear();
         written = k + 1;
       }
@@ -474,6 +489,58 @@ void SmtLib2ApiTracer::write_definitions() {
     throw;
   }
   definitions_.clear();
+}
+
+void SmtLib2ApiTracer::compose_plain_definition(Term const* u, std::string const& prefix,
+                                                std::size_t label) {
+  Symbol const* s = u->get_symbol();
+  std::string const& type = printer_.type_text(s->get_output_type());
+  std::string const& head = printer_.symbol_text(s);
+  std::size_t const arity = static_cast<std::size_t>(s->get_arity());
+  char* p = def_text_.room(24 + label + type.size() + head.size() + arity * (1 + label));
+  p = TextBuffer::put(p, "(define-fun ");
+  p = TextBuffer::put(p, prefix);
+  p = TextBuffer::put_number(p, u->get_id());
+  p = TextBuffer::put(p, " () ");
+  p = TextBuffer::put(p, type);
+  p = TextBuffer::put(p, ' ');
+  if (arity == 0) {
+    p = TextBuffer::put(p, head);
+  } else {
+    p = TextBuffer::put(p, '(');
+    p = TextBuffer::put(p, head);
+    Term const* const* args = u->args();
+    for (std::size_t i = 0; i < arity; ++i) {
+      p = TextBuffer::put(p, ' ');
+      p = TextBuffer::put(p, prefix);
+      p = TextBuffer::put_number(p, args[i]->get_id());
+    }
+    p = TextBuffer::put(p, ')');
+  }
+  p = TextBuffer::put(p, ")\n");
+  def_text_.commit(p);
+}
+
+void SmtLib2ApiTracer::compose_definition_in_stream(Term const* u, std::string const& prefix) {
+  Symbol const* s = u->get_symbol();
+  std::size_t const arity = static_cast<std::size_t>(s->get_arity());
+  def_stream_.clear();
+  def_stream_.str(std::string());
+  def_stream_ << "(define-fun " << prefix << static_cast<std::uint64_t>(u->get_id()) << " () "
+              << printer_.type_text(s->get_output_type()) << ' ';
+  if (arity == 0) {
+    def_stream_ << printer_.symbol_text(s);
+  } else {
+    def_stream_ << '(' << printer_.symbol_text(s);
+    Term const* const* args = u->args();
+    for (std::size_t i = 0; i < arity; ++i) {
+      def_stream_ << ' ' << prefix << static_cast<std::uint64_t>(args[i]->get_id());
+    }
+    def_stream_ << ')';
+  }
+  def_stream_ << ")\n";
+  std::string const line = def_stream_.str();
+  def_text_.commit(TextBuffer::put(def_text_.room(line.size()), line));
 }
 
 // Global mode: one walk finds what the assertion needs declared and defined; the declarations
@@ -512,7 +579,7 @@ void SmtLib2ApiTracer::trace_assert_formula(Term const* t) {
     line_.clear();  // the annotation
     if (itp_group_ >= 0) {
       line_ += ":interpolation-group .g";
-      line_ += std::to_string(itp_group_);
+      append_as_fresh_stream(line_, itp_group_);
     }
     printer_.apitracer_print_term(out_, t, line_);
   }
@@ -588,14 +655,38 @@ void SmtLib2ApiTracer::trace_reset_assertions() {
 
 // --------------------------------------------------------------------------------- queries
 
-void SmtLib2ApiTracer::append_term(Term const* t) {
+void SmtLib2ApiTracer::append_term(Term const* t, bool plain) {
   if (global_decls_) {
     std::string const& prefix = config_->printer.defines_prefix;
-    line_ += prefix.empty() ? "." : prefix;
-    append_number(line_, t->get_id());
+    line_ += prefix.empty() ? kDefaultDefinesPrefix : prefix;
+    append_stream_number(t->get_id(), plain);
   } else {
     line_ += printer_.term_text(t);
   }
+}
+
+// Labels in commands read exactly as outlabel writes them to out_, so their ids follow out_'s
+// number format; label_stream_ takes that format on when it is not plain decimal.
+void SmtLib2ApiTracer::append_stream_number(std::uint64_t n, bool plain) {
+  if (plain) {
+    append_number(line_, n);
+    return;
+  }
+  label_stream_.clear();
+  label_stream_.str(std::string());
+  label_stream_.flags(out_.flags());
+  std::locale const format = out_.getloc();
+  if (label_stream_.getloc() != format) {
+    label_stream_.imbue(format);
+  }
+  label_stream_ << n;
+  line_ += label_stream_.str();
+}
+
+void SmtLib2ApiTracer::write_line(std::size_t head) {
+  std::string_view const text(line_);
+  out_ << text.substr(0, head);
+  out_.write(text.data() + head, static_cast<std::streamsize>(text.size() - head));
 }
 
 void SmtLib2ApiTracer::trace_check() {
@@ -615,13 +706,15 @@ void SmtLib2ApiTracer::trace_check_allsat(std::vector<Term const*> const& terms)
       do_print_formula(t);
     }
   }
+  bool const plain = writes_plain_numbers(out_);
   line_ = "(check-allsat (";
+  std::size_t const head = line_.size();
   for (Term const* t : terms) {
-    append_term(t);
+    append_term(t, plain);
     line_ += ' ';
   }
   line_ += "))\n";
-  out_ << line_;
+  write_line(head);
   out_.flush();
 }
 
@@ -634,19 +727,21 @@ void SmtLib2ApiTracer::trace_check_with_assumptions(std::vector<TheoryLit> const
       do_print_formula(lit.get_term());
     }
   }
+  bool const plain = writes_plain_numbers(out_);
   line_ = "(check-sat-assuming (";
+  std::size_t const head = line_.size();
   for (TheoryLit const& lit : assumptions) {
     if (lit.is_negated()) {
       line_ += "(not ";
     }
-    append_term(lit.get_term());
+    append_term(lit.get_term(), plain);
     if (lit.is_negated()) {
       line_ += ')';
     }
     line_ += ' ';
   }
   line_ += "))\n";
-  out_ << line_;
+  write_line(head);
   out_.flush();
 }
 
@@ -691,9 +786,10 @@ void SmtLib2ApiTracer::trace_get_model_value(Term const* t) {
     do_print_formula(t);
   }
   line_ = "(get-value (";
-  append_term(t);
+  std::size_t const head = line_.size();
+  append_term(t, writes_plain_numbers(out_));
   line_ += "))\n";
-  out_ << line_;
+  write_line(head);
   out_.flush();
 }
 

@@ -9,8 +9,11 @@
 #include <cstdlib>
 #include <ctime>
 #include <fstream>
+#include <ios>
+#include <locale>
 #include <map>
 #include <memory>
+#include <set>
 #include <sstream>
 #include <string>
 #include <utility>
@@ -367,6 +370,84 @@ TEST_F(QueryTest, GrowingFormulasDeclareOnlyTheirNewSymbols) {
       EXPECT_EQ(text.rfind("(declare-fun "), 0u) << text;
     }
     EXPECT_EQ("", Access::record_fault(*tracer));
+  }
+}
+
+// Digits grouped one by one, with an apostrophe between two groups.
+struct GroupEveryDigit : std::numpunct<char> {
+  char do_thousands_sep() const override { return '\''; }
+  std::string do_grouping() const override { return "\1"; }
+};
+
+// A number as a stream with this locale and base writes it.
+std::string formatted(std::uint64_t n, std::locale const& locale, bool hex) {
+  std::ostringstream text;
+  text.imbue(locale);
+  text << (hex ? std::hex : std::dec) << n;
+  return text.str();
+}
+
+// Labels and group numbers that go to the trace stream take its number format, as the stream
+// writes them; define-fun lines and the scoped annotation are composed in string streams of
+// their own, in the global locale, whatever the format of the trace stream.
+TEST_F(TracerTest, NumbersFollowTheStreamThatComposesThem) {
+  std::locale const grouping(std::locale::classic(), new GroupEveryDigit);
+  auto shown = [&](std::uint64_t n) { return formatted(n, grouping, true); };
+  auto shown_label = [&](char const* name) { return "." + shown(t(name)->get_id()); };
+  ASSERT_GT(t("xy")->get_id(), 16u);  // so that hexadecimal and grouped digits differ
+  std::string const decl_uxy = "(declare-sort U 0)\n(declare-fun x () U)\n(declare-fun y () U)\n";
+  std::string const group_tail =
+      kGroupLine + shown(26) + "))\n(get-interpolant (.g" + shown(26) + " .g" + shown(27) + "))\n";
+  for (bool global : {false, true}) {
+    SCOPED_TRACE(global);
+    start(global);
+    out.imbue(grouping);
+    out << std::hex;
+    if (!global) {
+      run("group:26 assert:xy group:27 interpolant:26,27");
+      EXPECT_EQ(decl_uxy + "(assert (! (= x y) :interpolation-group .g26))\n" + group_tail, take());
+    } else {
+      run("group:26 assert:xy allsat:nxy,xa assume:ya,!xy group:27");
+      out.width(20);  // taken by the first piece of the command
+      run("value:x interpolant:26,27");
+      EXPECT_EQ(decl_uxy +
+                    expand("(define-fun {x} () U x)\n(define-fun {y} () U y)\n"
+                           "(define-fun {xy} () Bool (= {x} {y}))\n") +
+                    "(assert (! " + shown_label("xy") + " :interpolation-group .g" + shown(26) +
+                    "))\n(declare-fun a () U)\n" +
+                    expand("(define-fun {nxy} () Bool (not {xy}))\n(define-fun {a} () U a)\n"
+                           "(define-fun {xa} () Bool (= {x} {a}))\n") +
+                    "(check-allsat (" + shown_label("nxy") + " " + shown_label("xa") + " ))\n" +
+                    expand("(define-fun {ya} () Bool (= {y} {a}))\n") + "(check-sat-assuming (" +
+                    shown_label("ya") + " (not " + shown_label("xy") + ") ))\n" + kGroupLine +
+                    shown(26) + "))\n" + std::string(8, ' ') + "(get-value (" + shown_label("x") +
+                    "))\n(get-interpolant (.g" + shown(26) + " .g" + shown(27) + "))\n",
+                take());
+    }
+  }
+  // Under a global locale that groups digits, the tracer's own string streams group them too,
+  // while the trace stream keeps the classic format it is given back here.
+  out.imbue(std::locale::classic());
+  out << std::dec;
+  struct GlobalLocale {
+    std::locale const saved;
+    explicit GlobalLocale(std::locale const& l) : saved(std::locale::global(l)) {}
+    ~GlobalLocale() { std::locale::global(saved); }
+  };
+  auto grouped_label = [&](char const* name) {
+    return "." + formatted(t(name)->get_id(), grouping, false);
+  };
+  for (bool global : {false, true}) {
+    SCOPED_TRACE(global);
+    GlobalLocale const guard(grouping);
+    start(global);
+    run("group:26 assert:xy");
+    EXPECT_EQ(decl_uxy + (global ? "(define-fun .1 () U x)\n(define-fun .2 () U y)\n(define-fun " +
+                                       grouped_label("xy") + " () Bool (= .1 .2))\n(assert (! " +
+                                       label(t("xy")) + " :interpolation-group .g26))\n"
+                                 : "(assert (! (= x y) :interpolation-group .g2'6))\n"),
+              take());
+    tracer.reset();
   }
 }
 

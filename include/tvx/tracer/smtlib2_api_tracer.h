@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <ostream>
 #include <set>
+#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -81,8 +82,18 @@ class SmtLib2ApiTracer : public ApiTracer {
   void forget_definitions(std::size_t written);  // unmarks definitions_[written, end)
   bool is_symbol_declared(Symbol const* s) const;
   void forget_symbol(Symbol const* s);  // erases s from the declared record
-  // Appends t to line_: its label in global mode, the full term otherwise.
-  void append_term(Term const* t);
+  // Appends t to line_: its label in global mode, the full term otherwise. plain says that
+  // out_ writes numbers as plain decimal digits (see writes_plain_numbers).
+  void append_term(Term const* t, bool plain);
+  // Appends n to line_ as out_'s own insertion of an unsigned 64-bit number writes it.
+  void append_stream_number(std::uint64_t n, bool plain);
+  // Writes line_ as a command inserted piece by piece would reach out_: its first head bytes
+  // in one insertion, which takes the stream's field width, the rest after it.
+  void write_line(std::size_t head);
+  // Append u's definition line to def_text_: with plain decimal digits (label: room for one
+  // label), or with the numbers formatted by def_stream_.
+  void compose_plain_definition(Term const* u, std::string const& prefix, std::size_t label);
+  void compose_definition_in_stream(Term const* u, std::string const& prefix);
 
   Configuration* config_;
   TermManager* mgr_;
@@ -101,7 +112,12 @@ class SmtLib2ApiTracer : public ApiTracer {
   // arguments: a term is marked only when all its arguments are.
   std::vector<bool> defined_terms_;
   std::vector<Term const*> formula_stack_;
-  TextBuffer def_text_;                   // definition lines not yet written
+  TextBuffer def_text_;  // definition lines not yet written
+  // The string stream whose number formatting the definition lines follow: a stream of the
+  // tracer's own, in the global locale of the tracer's construction. When that locale is the
+  // classic one (plain_definitions_), the lines are composed directly in def_text_.
+  std::ostringstream def_stream_;
+  bool plain_definitions_;
   std::vector<Term const*> definitions_;  // the terms defined by one call
   std::vector<bool> visit_marks_;
   // Global-declarations mode: per term id, set when everything the term's DAG needs is
@@ -112,6 +128,8 @@ class SmtLib2ApiTracer : public ApiTracer {
   std::vector<Term const*> search_stack_;
   std::vector<Term const*> search_visited_;
   std::string line_;
+  // Formats the labels of query commands as out_ would when out_'s format is not plain.
+  std::ostringstream label_stream_;
 };
 
 }  // namespace tvx
