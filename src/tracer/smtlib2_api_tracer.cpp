@@ -236,9 +236,14 @@ bool SmtLib2ApiTracer::is_closed(std::size_t id) const {
 void SmtLib2ApiTracer::find_symbols_and_types_to_declare(
     Term const* term, std::set<Symbol const*, TermPrinter::sym_ty_lt>& symbols,
     std::set<DataType const*, TermPrinter::sym_ty_lt>& types) {
-  search(term, new_symbols_, types, false);
   symbols.clear();
-  symbols.insert(new_symbols_.begin(), new_symbols_.end());
+  try {
+    search(term, found_symbols_, types, false);
+  } catch (...) {
+    symbols.insert(found_symbols_.begin(), found_symbols_.end());
+    throw;
+  }
+  symbols.insert(found_symbols_.begin(), found_symbols_.end());
 }
 
 void SmtLib2ApiTracer::search(Term const* term, std::vector<Symbol const*>& symbols,

@@ -451,6 +451,55 @@ TEST_F(TracerTest, NumbersFollowTheStreamThatComposesThem) {
   }
 }
 
+// An override of trace_symbol_declaration that runs the public search on another term while
+// the tracer's own declaration pass is under way.
+class SearchingTracer : public SmtLib2ApiTracer {
+ public:
+  using SmtLib2ApiTracer::SmtLib2ApiTracer;
+  void trace_symbol_declaration(Symbol const* sym) override {
+    std::set<Symbol const*, TermPrinter::sym_ty_lt> symbols;
+    std::set<DataType const*, TermPrinter::sym_ty_lt> types;
+    find_symbols_and_types_to_declare(other, symbols, types);
+    found.emplace_back();
+    for (Symbol const* s : symbols) {
+      found.back() += s->get_name() + " ";
+    }
+    SmtLib2ApiTracer::trace_symbol_declaration(sym);
+  }
+  Term const* other = nullptr;
+  std::vector<std::string> found;
+};
+
+TEST_F(TracerTest, SearchFromADeclarationHookLeavesThePassAlone) {
+  auto sum = [&](char const* prefix) {
+    std::vector<Term const*> c;
+    for (int i = 0; i < 4; ++i) {
+      std::string const name = prefix + std::to_string(i);
+      c.push_back(m.make_constant(m.make_symbol(name, m.get_integer_type())));
+    }
+    return m.make_builtin("<=",
+                          {m.make_builtin("+", {c[0], c[1]}), m.make_builtin("+", {c[2], c[3]})});
+  };
+  Term const* xs = sum("x");
+  Term const* zs = sum("z");
+  for (bool global : {false, true}) {
+    SCOPED_TRACE(global);
+    start(global);
+    SearchingTracer hooked(&config, &m, out, global, false);
+    hooked.other = zs;
+    take();
+    hooked.trace_assert_formula(xs);
+    std::string const text = take();
+    std::string declared;
+    for (std::size_t at = 0; (at = text.find("(declare-fun ", at)) != std::string::npos;) {
+      declared += text.substr(at += 13, 2) + " ";
+    }
+    EXPECT_EQ("x0 x1 x2 x3 ", declared) << text;
+    EXPECT_EQ(std::vector<std::string>(4, "z0 z1 z2 z3 "), hooked.found);
+    EXPECT_EQ("", Access::record_fault(hooked));
+  }
+}
+
 // not(not(...(p)...)) a million levels deep through assert and get-value, each on a fresh
 // tracer, in both modes.
 TEST_F(TracerTest, MillionDeepChain) {

@@ -57,7 +57,9 @@ class SmtLib2ApiTracer : public ApiTracer {
   std::ostream& outlabel(Term const* t, std::ostream* os);
   // Writes one define-fun line, in id order, for each subterm of t without a definition yet.
   void do_print_formula(Term const* t);
-  // Fills the sets with the undeclared uninterpreted symbols and declarable sorts of term.
+  // Fills the sets with the undeclared uninterpreted symbols and declarable sorts of term, and
+  // touches no other set: it may be called from an override of a declaration operation while
+  // the tracer's own declaration pass runs.
   void find_symbols_and_types_to_declare(Term const* term,
                                          std::set<Symbol const*, TermPrinter::sym_ty_lt>& symbols,
                                          std::set<DataType const*, TermPrinter::sym_ty_lt>& types);
@@ -105,6 +107,8 @@ class SmtLib2ApiTracer : public ApiTracer {
   std::set<DataType const*, TermPrinter::sym_ty_lt> declared_types_;
   std::vector<DataType const*> type_decl_stack_;
   std::vector<Symbol const*> new_symbols_;  // in declaration order, each once
+  // Scratch of find_symbols_and_types_to_declare alone, so that it leaves new_symbols_ be.
+  std::vector<Symbol const*> found_symbols_;
   std::set<DataType const*, TermPrinter::sym_ty_lt> new_types_;
   std::int32_t itp_group_;
   bool global_decls_;
