@@ -75,7 +75,10 @@ void reserve_one(std::vector<T>& v) {
 
 // Definition lines go out in ascending term id, which puts each after the lines it uses.
 struct PrintLess {
-  bool operator()(Term const* a, Term const* b) const { return a->get_id() < b->get_id(); }
+  template <class Definition>
+  bool operator()(Definition const& a, Definition const& b) const {
+    return a.id < b.id;
+  }
 };
 
 // The label prefix when none is configured.
@@ -297,7 +300,7 @@ void SmtLib2ApiTracer::search(Term const* term, std::vector<Symbol const*>& symb
       }
     }
     if (define && !defined[n]) {
-      definitions_.push_back(t);
+      definitions_.push_back({static_cast<std::uint64_t>(n), t});
       defined[n] = true;
     }
   };
@@ -439,7 +442,7 @@ void SmtLib2ApiTracer::do_print_formula(Term const* t) {
         continue;
       }
       formula_stack_.pop_back();
-      definitions_.push_back(u);
+      definitions_.push_back({u->get_id(), u});
       defined[static_cast<std::size_t>(u->get_id())] = true;
     }
   } catch (...) {
@@ -454,7 +457,7 @@ void SmtLib2ApiTracer::do_print_formula(Term const* t) {
 // so that the marks name exactly the terms whose lines were written.
 void SmtLib2ApiTracer::forget_definitions(std::size_t written) {
   for (std::size_t k = written; k < definitions_.size(); ++k) {
-    defined_terms_[static_cast<std::size_t>(definitions_[k]->get_id())] = false;
+    defined_terms_[static_cast<std::size_t>(definitions_[k].id)] = false;
   }
   definitions_.clear();
 }
@@ -470,7 +473,7 @@ void SmtLib2ApiTracer::write_definitions() {
     std::size_t const label = prefix.size() + TextBuffer::kMaxDigits;
     def_text_.clear();
     for (std::size_t k = 0; k < definitions_.size(); ++k) {
-      Term const* u = definitions_[k];
+      Term const* u = definitions_[k].term;
       if (!plain_definitions_) {
         compose_definition_in_stream(u, prefix);
       } else {

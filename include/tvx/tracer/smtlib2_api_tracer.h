@@ -122,7 +122,13 @@ class SmtLib2ApiTracer : public ApiTracer {
   // classic one (plain_definitions_), the lines are composed directly in def_text_.
   std::ostringstream def_stream_;
   bool plain_definitions_;
-  std::vector<Term const*> definitions_;  // the terms defined by one call
+  // A term defined by the current call, with its id beside it: sorting by id then compares
+  // within the array instead of loading every term.
+  struct Definition {
+    std::uint64_t id;
+    Term const* term;
+  };
+  std::vector<Definition> definitions_;  // the terms defined by one call
   std::vector<bool> visit_marks_;
   // Global-declarations mode: per term id, set when everything the term's DAG needs is
   // declared, which then stays true since nothing is forgotten in that mode.
