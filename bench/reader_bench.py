@@ -81,7 +81,7 @@ def main():
             failed = failed or path == big
             continue
         out_bytes = os.path.getsize(trace)
-        runs = 1 if size > 10 * 2**20 else 5
+        runs = 2 if size > 10 * 2**20 else 5
         tvx = best_of([tool, "-o", trace, path], runs)
         # The limit: the input read and the output's bytes written, by one cat each.
         limit = best_of(["sh", "-c", "cat \"$0\" > /dev/null && cat \"$1\" > \"$1.copy\"", path,
