@@ -500,6 +500,37 @@ TEST_F(TracerTest, SearchFromADeclarationHookLeavesThePassAlone) {
   }
 }
 
+// The definition lines of one call stand in ascending id order, each term once, whether the
+// new terms' ids are packed together or spread out among other terms.
+TEST_F(TracerTest, DefinitionsOfOneCallInAscendingIdOrder) {
+  for (int spread : {0, 1, 3}) {
+    SCOPED_TRACE(spread);
+    std::vector<Term const*> leaves;
+    for (int i = 0; i < 60; ++i) {
+      std::string const name = "d" + std::to_string(spread) + "_" + std::to_string(i);
+      leaves.push_back(m.make_constant(m.make_symbol(name, m.get_bool_type())));
+      for (int k = 0; k < spread; ++k) {  // terms of no interest between the leaves
+        m.make_not(m.make_not(leaves.back()));
+      }
+    }
+    Term const* conj = leaves.back();
+    for (std::size_t i = leaves.size() - 1; i-- > 0;) {
+      conj = m.make_or(leaves[i], conj);
+    }
+    start(true);
+    tracer->trace_assert_formula(conj);
+    std::string const text = take();
+    std::vector<std::uint64_t> ids;
+    for (std::size_t at = 0; (at = text.find("(define-fun .", at)) != std::string::npos;) {
+      ids.push_back(std::stoull(text.substr(at += 13)));
+    }
+    EXPECT_EQ(2 * leaves.size() - 1, ids.size());
+    EXPECT_TRUE(std::is_sorted(ids.begin(), ids.end())) << text;
+    EXPECT_EQ(ids.end(), std::adjacent_find(ids.begin(), ids.end())) << text;
+    EXPECT_EQ(conj->get_id(), ids.back());
+  }
+}
+
 // not(not(...(p)...)) a million levels deep through assert and get-value, each on a fresh
 // tracer, in both modes.
 TEST_F(TracerTest, MillionDeepChain) {

@@ -79,6 +79,8 @@ class SmtLib2ApiTracer : public ApiTracer {
   void search(Term const* term, std::vector<Symbol const*>& symbols,
               std::set<DataType const*, TermPrinter::sym_ty_lt>& types, bool define);
   void declare_and_define(Term const* t);  // global mode: declarations, then definitions
+  // Puts definitions_ in ascending id order.
+  void order_definitions();
   // Writes the lines of definitions_, in id order; on failure unmarks the unwritten ones.
   void write_definitions();
   void forget_definitions(std::size_t written);  // unmarks definitions_[written, end)
@@ -129,6 +131,10 @@ class SmtLib2ApiTracer : public ApiTracer {
     Term const* term;
   };
   std::vector<Definition> definitions_;  // the terms defined by one call
+  // Scratch of order_definitions when one call's ids are dense: a bit per id of the range that
+  // a definition holds, and per 64 bits the number of definitions before them.
+  std::vector<std::uint64_t> id_bits_;
+  std::vector<std::uint32_t> id_ranks_;
   std::vector<bool> visit_marks_;
   // Global-declarations mode: per term id, set when everything the term's DAG needs is
   // declared, which then stays true since nothing is forgotten in that mode.
