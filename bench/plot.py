@@ -29,7 +29,7 @@ def main():
     lines = []
     for label, workload, column, colour, dashed in SERIES:
         pts = sorted((int(r["N"]), float(r[column])) for r in rows
-                     if r["workload"] == workload and r[column] not in ("", None)
+                     if r["workload"] == workload and r[column] not in ("", None, "MISSING")
                      and float(r[column]) > 0)
         if pts:
             lines.append((label, colour, dashed, pts))

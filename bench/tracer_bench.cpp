@@ -21,6 +21,7 @@
 #include <tvx/core/term_printer.h>
 #include <tvx/tracer/smtlib2_api_tracer.h>
 #include "bench_common.h"
+#include "tvx_dag.h"
 
 namespace tvx {
 namespace bench {
@@ -32,70 +33,6 @@ using Clock = std::chrono::steady_clock;
 
 double seconds_since(Clock::time_point start) {
   return std::chrono::duration<double>(Clock::now() - start).count();
-}
-
-// ------------------------------------------------------------------------ the DAG in tvx
-
-struct TvxDag {
-  std::unique_ptr<TermManager> mgr;
-  std::vector<Term const*> roots;
-  std::vector<bool> scoped;
-};
-
-std::unique_ptr<TvxDag> build_tvx(Dag const& d) {
-  auto g = std::make_unique<TvxDag>();
-  TermManager& m = *(g->mgr = std::make_unique<TermManager>());
-  DataType const* u = m.make_simple_type("U");
-  DataType const* i = m.get_integer_type();
-  DataType const* bv = m.get_bv_type(32);
-  Symbol const* f = m.make_symbol("f", m.get_function_type({u, u}, u));
-  Symbol const* gs = m.make_symbol("g", m.get_function_type({u}, i));
-  Symbol const* h = m.make_symbol("h", m.get_function_type({i}, u));
-  std::vector<Term const*> t(d.nodes.size());
-  for (std::size_t k = 0; k < d.nodes.size(); ++k) {
-    Node const& n = d.nodes[k];
-    Term const* args[2] = {n.a < k ? t[n.a] : nullptr, n.b < k ? t[n.b] : nullptr};
-    std::string const v = std::to_string(n.value);
-    switch (n.op) {
-      case Op::UConst:
-        t[k] = m.make_constant(m.make_symbol("u" + v, u));
-        break;
-      case Op::IntConst:
-        t[k] = m.make_constant(m.make_symbol("x" + v, i));
-        break;
-      case Op::BvConst:
-        t[k] = m.make_constant(m.make_symbol("b" + v, bv));
-        break;
-      case Op::IntNum:
-        t[k] = m.make_number(v, i);
-        break;
-      case Op::BvNum:
-        t[k] = m.make_number(v, bv);
-        break;
-      case Op::F:
-        t[k] = m.make_term(f, args, 2);
-        break;
-      case Op::G:
-        t[k] = m.make_term(gs, args, 1);
-        break;
-      case Op::H:
-        t[k] = m.make_term(h, args, 1);
-        break;
-      default: {
-        // The theory operators, by their SMT-LIB names; "not" takes one argument.
-        static constexpr char const* kNames[] = {"+", "*",  "bvadd", "bvmul", "bvand",
-                                                 "=", "<=", "bvult", "and",   "not"};
-        std::size_t const op = static_cast<std::size_t>(n.op) - static_cast<std::size_t>(Op::Add);
-        t[k] = m.make_builtin(kNames[op], args, n.op == Op::Not ? 1 : 2);
-        break;
-      }
-    }
-  }
-  for (Root const& r : d.roots) {
-    g->roots.push_back(t[r.node]);
-    g->scoped.push_back(r.scoped);
-  }
-  return g;
 }
 
 void trace_all(SmtLib2ApiTracer& tracer, TvxDag const& g) {

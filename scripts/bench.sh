@@ -1,11 +1,15 @@
 #!/usr/bin/env bash
 # Installs the peers when missing, builds the benchmarks in Release, runs them all and prints
 # one table (also written as bench/results/table.tsv, with the plot bench/results/cost_per_term.svg).
+# Every figure comes from this run: bench/results/raw is emptied first, a program that fails is
+# reported as an error, and the table prints MISSING where its measurements are absent.
 #   TVX_BENCH_MAX_N       largest N of the size sweeps (default 1000000)
 #   TVX_BENCH_REPETITIONS runs of each tracer benchmark; the table keeps the fastest (default 3)
 #   TVX_BENCH_BUILD_DIR   build directory (default build/bench, the "bench" preset's)
-#   TVX_BENCH_READER_MB   size of the generated reader script in MB (default 100; 0 skips)
-#   TVX_BENCH_CORPUS      directory of .smt2 scripts for the reader (default ../shared/corpus/smt2)
+#   TVX_BENCH_READER_MB   size of the generated reader script in MB (default 20; 0 skips)
+#   TVX_BENCH_CORPUS      directory of .smt2 scripts for the reader, used when it exists
+#                         (default ../shared/corpus/smt2)
+#   TVX_BENCH_ENV_CALLS   calls of the environment's small-call session (default 100000)
 set -euo pipefail
 root="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
 build="${TVX_BENCH_BUILD_DIR:-$root/build/bench}"
@@ -17,31 +21,40 @@ bash "$root/scripts/deps.sh" libz3-dev libcvc5-dev libbenchmark-dev python3
 cmake -S "$root" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DTVX_BUILD_BENCHMARKS=ON \
   -DTVX_BUILD_TESTS=OFF -DTVX_BUILD_TOOLS=ON >/dev/null
 targets=(tracer_bench)
-for t in z3_peer cvc5_peer tvx-trace; do
+for t in solver_bench z3_peer cvc5_peer tvx-trace; do
   if ninja -C "$build" -t targets all 2>/dev/null | grep -q "^$t:"; then targets+=("$t"); fi
 done
 ninja -C "$build" "${targets[@]}"
 
+rm -rf "$results/raw"
 mkdir -p "$results/raw" "$work"
 export TVX_BENCH_TMP="$work"
+export TVX_BENCH_MAX_N="${TVX_BENCH_MAX_N:-1000000}"
+export TVX_BENCH_READER_MB="${TVX_BENCH_READER_MB:-20}"
+export TVX_BENCH_ENV_CALLS="${TVX_BENCH_ENV_CALLS:-100000}"
 jsons=()
-for prog in tracer_bench z3_peer cvc5_peer; do
+for prog in tracer_bench solver_bench z3_peer cvc5_peer; do
   exe="$build/bench/$prog"
-  [ -x "$exe" ] || { echo "skipping $prog (not built)"; continue; }
+  [ -x "$exe" ] || { echo "error: $prog is not built; its rows are missing"; continue; }
   echo "running $prog ..."
   repetitions=1
   [ "$prog" = tracer_bench ] && repetitions="${TVX_BENCH_REPETITIONS:-3}"
+  status=0
   "$exe" --benchmark_repetitions="$repetitions" --benchmark_out="$results/raw/$prog.json" \
-    --benchmark_out_format=json >/dev/null ||
-    echo "$prog exited with status $? (its results so far are kept)"
-  jsons+=("$results/raw/$prog.json")
+    --benchmark_out_format=json >/dev/null || status=$?
+  [ "$status" = 0 ] || echo "error: $prog exited with status $status; what it did not measure is missing"
+  [ -s "$results/raw/$prog.json" ] && jsons+=("$results/raw/$prog.json")
 done
-if [ -x "$build/tools/tvx-trace" ] && [ "${TVX_BENCH_READER_MB:-100}" != 0 ]; then
-  echo "running the reader ..."
-  python3 "$root/bench/reader_bench.py" "$build/tools/tvx-trace" "${TVX_BENCH_CORPUS:-$root/../shared/corpus/smt2}" \
-    "$work" "$results/raw/reader.json" "${TVX_BENCH_READER_MB:-100}" ||
-    echo "the reader workload failed; left out"
-  [ -f "$results/raw/reader.json" ] && jsons+=("$results/raw/reader.json")
+if [ "$TVX_BENCH_READER_MB" != 0 ]; then
+  if [ -x "$build/tools/tvx-trace" ]; then
+    echo "running the reader ..."
+    python3 "$root/bench/reader_bench.py" "$build/tools/tvx-trace" \
+      "${TVX_BENCH_CORPUS:-$root/../shared/corpus/smt2}" "$work" "$results/raw/reader.json" \
+      "$TVX_BENCH_READER_MB" || echo "error: the reader workload failed; its rows are missing"
+    [ -s "$results/raw/reader.json" ] && jsons+=("$results/raw/reader.json")
+  else
+    echo "error: tvx-trace is not built; the reader's rows are missing"
+  fi
 fi
 python3 "$root/bench/report.py" "$results" "${jsons[@]}" | tee "$results/table.txt"
 python3 "$root/bench/plot.py" "$results/table.tsv" "$results/cost_per_term.svg"

@@ -1,9 +1,15 @@
 #include <tvx/tracer/smtlib2_api_tracer.h>
 
 #include <algorithm>
+#include <bitset>
 #include <charconv>
+#include <cstdint>
 #include <ctime>
+#include <ios>
+#include <locale>
+#include <sstream>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -71,20 +77,47 @@ void reserve_one(std::vector<T>& v) {
 
 // Definition lines go out in ascending term id, which puts each after the lines it uses.
 struct PrintLess {
-  bool operator()(Term const* a, Term const* b) const { return a->get_id() < b->get_id(); }
+  template <class Definition>
+  bool operator()(Definition const& a, Definition const& b) const {
+    return a.id < b.id;
+  }
 };
 
 // The label prefix when none is configured.
 std::string const kDefaultDefinesPrefix = ".";
 
-// The definition lines of one call reach the stream in slices of about this many bytes.
-constexpr std::size_t kDefinitionSlice = 4096;
+// The definition lines of one call reach the stream in slices of about this many bytes. A file
+// stream copies a write this small into its own buffer and hands the kernel one write per
+// buffer-full, where a larger slice would go to the kernel by itself: a call that defines
+// thousands of terms then costs about half the system calls, and the tracer's buffer stays small.
+constexpr std::size_t kDefinitionSlice = 640;
 
 // Appends the decimal digits of n.
 void append_number(std::string& text, std::uint64_t n) {
   char digits[24];
   char* end = std::to_chars(digits, digits + sizeof(digits), n).ptr;
   text.append(digits, static_cast<std::size_t>(end - digits));
+}
+
+// Whether a stream writes an unsigned number exactly as std::to_chars does: in decimal, with no
+// sign, and in the classic locale, which neither groups nor replaces digits.
+bool writes_plain_numbers(std::ios_base const& os) {
+  std::ios_base::fmtflags const flags = os.flags();
+  return (flags & std::ios_base::basefield) == std::ios_base::dec &&
+         (flags & std::ios_base::showpos) == 0 && os.getloc() == std::locale::classic();
+}
+
+// Appends n as a string stream made for the purpose writes it: default format, in the global
+// locale of the moment.
+void append_as_fresh_stream(std::string& text, int n) {
+  if (n >= 0 && std::locale() == std::locale::classic()) {
+    append_number(text, static_cast<std::uint64_t>(n));
+    return;
+  }
+  std::ostringstream number;
+  number.exceptions(std::ios_base::badbit);
+  number << n;
+  text += number.str();
 }
 
 }  // namespace
@@ -96,7 +129,11 @@ SmtLib2ApiTracer::SmtLib2ApiTracer(Configuration* config, TermManager* mgr, std:
       out_(out),
       printer_(mgr, &config->printer, "", "", global_decls, nullptr),
       itp_group_(-1),
-      global_decls_(global_decls) {
+      global_decls_(global_decls),
+      plain_definitions_(def_stream_.getloc() == std::locale::classic()) {
+  // A failure inside the scratch streams propagates instead of leaving them silently bad.
+  def_stream_.exceptions(std::ios_base::badbit);
+  label_stream_.exceptions(std::ios_base::badbit);
   out_ << ";; Tarvex API call trace\n";
   std::time_t const now = std::time(nullptr);
   std::tm const local = get_local_time(&now);
@@ -207,9 +244,14 @@ bool SmtLib2ApiTracer::is_closed(std::size_t id) const {
 void SmtLib2ApiTracer::find_symbols_and_types_to_declare(
     Term const* term, std::set<Symbol const*, TermPrinter::sym_ty_lt>& symbols,
     std::set<DataType const*, TermPrinter::sym_ty_lt>& types) {
-  search(term, new_symbols_, types, false);
   symbols.clear();
-  symbols.insert(new_symbols_.begin(), new_symbols_.end());
+  try {
+    search(term, found_symbols_, types, false);
+  } catch (...) {
+    symbols.insert(found_symbols_.begin(), found_symbols_.end());
+    throw;
+  }
+  symbols.insert(found_symbols_.begin(), found_symbols_.end());
 }
 
 void SmtLib2ApiTracer::search(Term const* term, std::vector<Symbol const*>& symbols,
@@ -263,7 +305,7 @@ void SmtLib2ApiTracer::search(Term const* term, std::vector<Symbol const*>& symb
       }
     }
     if (define && !defined[n]) {
-      definitions_.push_back(t);
+      definitions_.push_back({static_cast<std::uint64_t>(n), t});
       defined[n] = true;
     }
   };
@@ -405,7 +447,7 @@ void SmtLib2ApiTracer::do_print_formula(Term const* t) {
         continue;
       }
       formula_stack_.pop_back();
-      definitions_.push_back(u);
+      definitions_.push_back({u->get_id(), u});
       defined[static_cast<std::size_t>(u->get_id())] = true;
     }
   } catch (...) {
@@ -420,15 +462,63 @@ void SmtLib2ApiTracer::do_print_formula(Term const* t) {
 // so that the marks name exactly the terms whose lines were written.
 void SmtLib2ApiTracer::forget_definitions(std::size_t written) {
   for (std::size_t k = written; k < definitions_.size(); ++k) {
-    defined_terms_[static_cast<std::size_t>(definitions_[k]->get_id())] = false;
+    defined_terms_[static_cast<std::size_t>(definitions_[k].id)] = false;
   }
   definitions_.clear();
+}
+
+// The terms a call defines were mostly made together, so their ids tend to fill a range barely
+// wider than their number. Then a bit per id of the range gives each definition its rank, and
+// each goes straight to its place, where sorting would compare each many times; the bits cost
+// a fraction of a byte per definition. Sparse ids, and short lists, go to the support library's
+// sort. Either way the order is the same, ascending id.
+void SmtLib2ApiTracer::order_definitions() {
+  std::size_t const count = definitions_.size();
+  if (count < 32) {
+    tvx::sort(definitions_.data(), count, PrintLess());
+    return;
+  }
+  std::uint64_t lo = definitions_[0].id;
+  std::uint64_t hi = lo;
+  for (Definition const& d : definitions_) {
+    lo = std::min(lo, d.id);
+    hi = std::max(hi, d.id);
+  }
+  // At most an eighth more ids in the range than definitions, and ranks that fit 32 bits.
+  if (hi - lo >= count + count / 8 || count > UINT32_MAX) {
+    tvx::sort(definitions_.data(), count, PrintLess());
+    return;
+  }
+  std::size_t const words = static_cast<std::size_t>((hi - lo) / 64) + 1;
+  id_bits_.assign(words, 0);
+  for (Definition const& d : definitions_) {
+    std::uint64_t const offset = d.id - lo;
+    id_bits_[static_cast<std::size_t>(offset / 64)] |= std::uint64_t{1} << (offset % 64);
+  }
+  id_ranks_.resize(words);
+  std::uint32_t before = 0;
+  for (std::size_t w = 0; w < words; ++w) {
+    id_ranks_[w] = before;
+    before += static_cast<std::uint32_t>(std::bitset<64>(id_bits_[w]).count());
+  }
+  auto rank = [this, lo](std::uint64_t id) {
+    std::uint64_t const offset = id - lo;
+    std::size_t const w = static_cast<std::size_t>(offset / 64);
+    std::uint64_t const below = id_bits_[w] & ((std::uint64_t{1} << (offset % 64)) - 1);
+    return static_cast<std::size_t>(id_ranks_[w]) + std::bitset<64>(below).count();
+  };
+  // Each exchange puts one definition in its final place.
+  for (std::size_t i = 0; i < count; ++i) {
+    for (std::size_t r = rank(definitions_[i].id); r != i; r = rank(definitions_[i].id)) {
+      std::swap(definitions_[i], definitions_[r]);
+    }
+  }
 }
 
 void SmtLib2ApiTracer::write_definitions() {
   std::size_t written = 0;  // definitions_[0, written) reached the stream
   try {
-    tvx::sort(definitions_.data(), definitions_.size(), PrintLess());
+    order_definitions();
     // The lines are composed in one buffer and written in slices of whole lines, which keeps
     // the buffer small however many terms one call defines.
     std::string const& configured = config_->printer.defines_prefix;
@@ -436,35 +526,21 @@ void SmtLib2ApiTracer::write_definitions() {
     std::size_t const label = prefix.size() + TextBuffer::kMaxDigits;
     def_text_.clear();
     for (std::size_t k = 0; k < definitions_.size(); ++k) {
-      Term const* u = definitions_[k];
-      Symbol const* s = u->get_symbol();
-      std::string const& type = printer_.type_text(s->get_output_type());
-      std::string const& head = printer_.symbol_text(s);
-      std::size_t const arity = static_cast<std::size_t>(s->get_arity());
-      char* p = def_text_.room(24 + label + type.size() + head.size() + arity * (1 + label));
-      p = TextBuffer::put(p, "(define-fun ");
-      p = TextBuffer::put(p, prefix);
-      p = TextBuffer::put_number(p, u->get_id());
-      p = TextBuffer::put(p, " () ");
-      p = TextBuffer::put(p, type);
-      p = TextBuffer::put(p, ' ');
-      if (arity == 0) {
-        p = TextBuffer::put(p, head);
+      Term const* u = definitions_[k].term;
+      if (!plain_definitions_) {
+        compose_definition_in_stream(u, prefix);
       } else {
-        p = TextBuffer::put(p, '(');
-        p = TextBuffer::put(p, head);
-        Term const* const* args = u->args();
-        for (std::size_t i = 0; i < arity; ++i) {
-          p = TextBuffer::put(p, ' ');
-          p = TextBuffer::put(p, prefix);
-          p = TextBuffer::put_number(p, args[i]->get_id());
-        }
-        p = TextBuffer::put(p, ')');
+        compose_plain_definition(u, prefix, label);
       }
-      p = TextBuffer::put(p, ")\n");
-      def_text_.commit(p);
-      if (def_text_.size() >= kDefinitionSlice || k + 1 == definitions_.size()) {
-        out_.write(def_text_.data(), static_cast<std::streamsize>(def_text_.size()));
+      // A field width set on the stream belongs to the first line written, as if each line
+      // were inserted by itself.
+      std::streamsize const width = out_.width();
+      if (def_text_.size() >= kDefinitionSlice || k + 1 == definitions_.size() || width != 0) {
+        if (width != 0) {
+          out_ << std::string_view(def_text_.data(), def_text_.size());
+        } else {
+          out_.write(def_text_.data(), static_cast<std::streamsize>(def_text_.size()));
+        }
         def_text_.clear();
         written = k + 1;
       }
@@ -474,6 +550,58 @@ void SmtLib2ApiTracer::write_definitions() {
     throw;
   }
   definitions_.clear();
+}
+
+void SmtLib2ApiTracer::compose_plain_definition(Term const* u, std::string const& prefix,
+                                                std::size_t label) {
+  Symbol const* s = u->get_symbol();
+  std::string const& type = printer_.type_text(s->get_output_type());
+  std::string const& head = printer_.symbol_text(s);
+  std::size_t const arity = static_cast<std::size_t>(s->get_arity());
+  char* p = def_text_.room(24 + label + type.size() + head.size() + arity * (1 + label));
+  p = TextBuffer::put(p, "(define-fun ");
+  p = TextBuffer::put(p, prefix);
+  p = TextBuffer::put_number(p, u->get_id());
+  p = TextBuffer::put(p, " () ");
+  p = TextBuffer::put(p, type);
+  p = TextBuffer::put(p, ' ');
+  if (arity == 0) {
+    p = TextBuffer::put(p, head);
+  } else {
+    p = TextBuffer::put(p, '(');
+    p = TextBuffer::put(p, head);
+    Term const* const* args = u->args();
+    for (std::size_t i = 0; i < arity; ++i) {
+      p = TextBuffer::put(p, ' ');
+      p = TextBuffer::put(p, prefix);
+      p = TextBuffer::put_number(p, args[i]->get_id());
+    }
+    p = TextBuffer::put(p, ')');
+  }
+  p = TextBuffer::put(p, ")\n");
+  def_text_.commit(p);
+}
+
+void SmtLib2ApiTracer::compose_definition_in_stream(Term const* u, std::string const& prefix) {
+  Symbol const* s = u->get_symbol();
+  std::size_t const arity = static_cast<std::size_t>(s->get_arity());
+  def_stream_.clear();
+  def_stream_.str(std::string());
+  def_stream_ << "(define-fun " << prefix << static_cast<std::uint64_t>(u->get_id()) << " () "
+              << printer_.type_text(s->get_output_type()) << ' ';
+  if (arity == 0) {
+    def_stream_ << printer_.symbol_text(s);
+  } else {
+    def_stream_ << '(' << printer_.symbol_text(s);
+    Term const* const* args = u->args();
+    for (std::size_t i = 0; i < arity; ++i) {
+      def_stream_ << ' ' << prefix << static_cast<std::uint64_t>(args[i]->get_id());
+    }
+    def_stream_ << ')';
+  }
+  def_stream_ << ")\n";
+  std::string const line = def_stream_.str();
+  def_text_.commit(TextBuffer::put(def_text_.room(line.size()), line));
 }
 
 // Global mode: one walk finds what the assertion needs declared and defined; the declarations
@@ -512,7 +640,7 @@ void SmtLib2ApiTracer::trace_assert_formula(Term const* t) {
     line_.clear();  // the annotation
     if (itp_group_ >= 0) {
       line_ += ":interpolation-group .g";
-      line_ += std::to_string(itp_group_);
+      append_as_fresh_stream(line_, itp_group_);
     }
     printer_.apitracer_print_term(out_, t, line_);
   }
@@ -588,14 +716,38 @@ void SmtLib2ApiTracer::trace_reset_assertions() {
 
 // --------------------------------------------------------------------------------- queries
 
-void SmtLib2ApiTracer::append_term(Term const* t) {
+void SmtLib2ApiTracer::append_term(Term const* t, bool plain) {
   if (global_decls_) {
     std::string const& prefix = config_->printer.defines_prefix;
-    line_ += prefix.empty() ? "." : prefix;
-    append_number(line_, t->get_id());
+    line_ += prefix.empty() ? kDefaultDefinesPrefix : prefix;
+    append_stream_number(t->get_id(), plain);
   } else {
     line_ += printer_.term_text(t);
   }
+}
+
+// Labels in commands read exactly as outlabel writes them to out_, so their ids follow out_'s
+// number format; label_stream_ takes that format on when it is not plain decimal.
+void SmtLib2ApiTracer::append_stream_number(std::uint64_t n, bool plain) {
+  if (plain) {
+    append_number(line_, n);
+    return;
+  }
+  label_stream_.clear();
+  label_stream_.str(std::string());
+  label_stream_.flags(out_.flags());
+  std::locale const format = out_.getloc();
+  if (label_stream_.getloc() != format) {
+    label_stream_.imbue(format);
+  }
+  label_stream_ << n;
+  line_ += label_stream_.str();
+}
+
+void SmtLib2ApiTracer::write_line(std::size_t head) {
+  std::string_view const text(line_);
+  out_ << text.substr(0, head);
+  out_.write(text.data() + head, static_cast<std::streamsize>(text.size() - head));
 }
 
 void SmtLib2ApiTracer::trace_check() {
@@ -615,13 +767,15 @@ void SmtLib2ApiTracer::trace_check_allsat(std::vector<Term const*> const& terms)
       do_print_formula(t);
     }
   }
+  bool const plain = writes_plain_numbers(out_);
   line_ = "(check-allsat (";
+  std::size_t const head = line_.size();
   for (Term const* t : terms) {
-    append_term(t);
+    append_term(t, plain);
     line_ += ' ';
   }
   line_ += "))\n";
-  out_ << line_;
+  write_line(head);
   out_.flush();
 }
 
@@ -634,19 +788,21 @@ void SmtLib2ApiTracer::trace_check_with_assumptions(std::vector<TheoryLit> const
       do_print_formula(lit.get_term());
     }
   }
+  bool const plain = writes_plain_numbers(out_);
   line_ = "(check-sat-assuming (";
+  std::size_t const head = line_.size();
   for (TheoryLit const& lit : assumptions) {
     if (lit.is_negated()) {
       line_ += "(not ";
     }
-    append_term(lit.get_term());
+    append_term(lit.get_term(), plain);
     if (lit.is_negated()) {
       line_ += ')';
     }
     line_ += ' ';
   }
   line_ += "))\n";
-  out_ << line_;
+  write_line(head);
   out_.flush();
 }
 
@@ -691,9 +847,10 @@ void SmtLib2ApiTracer::trace_get_model_value(Term const* t) {
     do_print_formula(t);
   }
   line_ = "(get-value (";
-  append_term(t);
+  std::size_t const head = line_.size();
+  append_term(t, writes_plain_numbers(out_));
   line_ += "))\n";
-  out_ << line_;
+  write_line(head);
   out_.flush();
 }
 

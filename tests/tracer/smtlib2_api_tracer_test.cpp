@@ -9,8 +9,11 @@
 #include <cstdlib>
 #include <ctime>
 #include <fstream>
+#include <ios>
+#include <locale>
 #include <map>
 #include <memory>
+#include <set>
 #include <sstream>
 #include <string>
 #include <utility>
@@ -367,6 +370,164 @@ TEST_F(QueryTest, GrowingFormulasDeclareOnlyTheirNewSymbols) {
       EXPECT_EQ(text.rfind("(declare-fun "), 0u) << text;
     }
     EXPECT_EQ("", Access::record_fault(*tracer));
+  }
+}
+
+// Digits grouped one by one, with an apostrophe between two groups.
+struct GroupEveryDigit : std::numpunct<char> {
+  char do_thousands_sep() const override { return '\''; }
+  std::string do_grouping() const override { return "\1"; }
+};
+
+// A number as a stream with this locale and base writes it.
+std::string formatted(std::uint64_t n, std::locale const& locale, bool hex) {
+  std::ostringstream text;
+  text.imbue(locale);
+  text << (hex ? std::hex : std::dec) << n;
+  return text.str();
+}
+
+// Labels and group numbers that go to the trace stream take its number format, as the stream
+// writes them; define-fun lines and the scoped annotation are composed in string streams of
+// their own, in the global locale, whatever the format of the trace stream.
+TEST_F(TracerTest, NumbersFollowTheStreamThatComposesThem) {
+  std::locale const grouping(std::locale::classic(), new GroupEveryDigit);
+  auto shown = [&](std::uint64_t n) { return formatted(n, grouping, true); };
+  auto shown_label = [&](char const* name) { return "." + shown(t(name)->get_id()); };
+  ASSERT_GT(t("xy")->get_id(), 16u);  // so that hexadecimal and grouped digits differ
+  std::string const decl_uxy = "(declare-sort U 0)\n(declare-fun x () U)\n(declare-fun y () U)\n";
+  std::string const group_tail =
+      kGroupLine + shown(26) + "))\n(get-interpolant (.g" + shown(26) + " .g" + shown(27) + "))\n";
+  for (bool global : {false, true}) {
+    SCOPED_TRACE(global);
+    start(global);
+    out.imbue(grouping);
+    out << std::hex;
+    if (!global) {
+      run("group:26 assert:xy group:27 interpolant:26,27");
+      EXPECT_EQ(decl_uxy + "(assert (! (= x y) :interpolation-group .g26))\n" + group_tail, take());
+    } else {
+      run("group:26 assert:xy allsat:nxy,xa assume:ya,!xy group:27");
+      out.width(20);  // taken by the first piece of the command
+      run("value:x interpolant:26,27");
+      EXPECT_EQ(decl_uxy +
+                    expand("(define-fun {x} () U x)\n(define-fun {y} () U y)\n"
+                           "(define-fun {xy} () Bool (= {x} {y}))\n") +
+                    "(assert (! " + shown_label("xy") + " :interpolation-group .g" + shown(26) +
+                    "))\n(declare-fun a () U)\n" +
+                    expand("(define-fun {nxy} () Bool (not {xy}))\n(define-fun {a} () U a)\n"
+                           "(define-fun {xa} () Bool (= {x} {a}))\n") +
+                    "(check-allsat (" + shown_label("nxy") + " " + shown_label("xa") + " ))\n" +
+                    expand("(define-fun {ya} () Bool (= {y} {a}))\n") + "(check-sat-assuming (" +
+                    shown_label("ya") + " (not " + shown_label("xy") + ") ))\n" + kGroupLine +
+                    shown(26) + "))\n" + std::string(8, ' ') + "(get-value (" + shown_label("x") +
+                    "))\n(get-interpolant (.g" + shown(26) + " .g" + shown(27) + "))\n",
+                take());
+    }
+  }
+  // Under a global locale that groups digits, the tracer's own string streams group them too,
+  // while the trace stream keeps the classic format it is given back here.
+  out.imbue(std::locale::classic());
+  out << std::dec;
+  struct GlobalLocale {
+    std::locale const saved;
+    explicit GlobalLocale(std::locale const& l) : saved(std::locale::global(l)) {}
+    ~GlobalLocale() { std::locale::global(saved); }
+  };
+  auto grouped_label = [&](char const* name) {
+    return "." + formatted(t(name)->get_id(), grouping, false);
+  };
+  for (bool global : {false, true}) {
+    SCOPED_TRACE(global);
+    GlobalLocale const guard(grouping);
+    start(global);
+    run("group:26 assert:xy");
+    EXPECT_EQ(decl_uxy + (global ? "(define-fun .1 () U x)\n(define-fun .2 () U y)\n(define-fun " +
+                                       grouped_label("xy") + " () Bool (= .1 .2))\n(assert (! " +
+                                       label(t("xy")) + " :interpolation-group .g26))\n"
+                                 : "(assert (! (= x y) :interpolation-group .g2'6))\n"),
+              take());
+    tracer.reset();
+  }
+}
+
+// An override of trace_symbol_declaration that runs the public search on another term while
+// the tracer's own declaration pass is under way.
+class SearchingTracer : public SmtLib2ApiTracer {
+ public:
+  using SmtLib2ApiTracer::SmtLib2ApiTracer;
+  void trace_symbol_declaration(Symbol const* sym) override {
+    std::set<Symbol const*, TermPrinter::sym_ty_lt> symbols;
+    std::set<DataType const*, TermPrinter::sym_ty_lt> types;
+    find_symbols_and_types_to_declare(other, symbols, types);
+    found.emplace_back();
+    for (Symbol const* s : symbols) {
+      found.back() += s->get_name() + " ";
+    }
+    SmtLib2ApiTracer::trace_symbol_declaration(sym);
+  }
+  Term const* other = nullptr;
+  std::vector<std::string> found;
+};
+
+TEST_F(TracerTest, SearchFromADeclarationHookLeavesThePassAlone) {
+  auto sum = [&](char const* prefix) {
+    std::vector<Term const*> c;
+    for (int i = 0; i < 4; ++i) {
+      std::string const name = prefix + std::to_string(i);
+      c.push_back(m.make_constant(m.make_symbol(name, m.get_integer_type())));
+    }
+    return m.make_builtin("<=",
+                          {m.make_builtin("+", {c[0], c[1]}), m.make_builtin("+", {c[2], c[3]})});
+  };
+  Term const* xs = sum("x");
+  Term const* zs = sum("z");
+  for (bool global : {false, true}) {
+    SCOPED_TRACE(global);
+    start(global);
+    SearchingTracer hooked(&config, &m, out, global, false);
+    hooked.other = zs;
+    take();
+    hooked.trace_assert_formula(xs);
+    std::string const text = take();
+    std::string declared;
+    for (std::size_t at = 0; (at = text.find("(declare-fun ", at)) != std::string::npos;) {
+      declared += text.substr(at += 13, 2) + " ";
+    }
+    EXPECT_EQ("x0 x1 x2 x3 ", declared) << text;
+    EXPECT_EQ(std::vector<std::string>(4, "z0 z1 z2 z3 "), hooked.found);
+    EXPECT_EQ("", Access::record_fault(hooked));
+  }
+}
+
+// The definition lines of one call stand in ascending id order, each term once, whether the
+// new terms' ids are packed together or spread out among other terms.
+TEST_F(TracerTest, DefinitionsOfOneCallInAscendingIdOrder) {
+  for (int spread : {0, 1, 3}) {
+    SCOPED_TRACE(spread);
+    std::vector<Term const*> leaves;
+    for (int i = 0; i < 60; ++i) {
+      std::string const name = "d" + std::to_string(spread) + "_" + std::to_string(i);
+      leaves.push_back(m.make_constant(m.make_symbol(name, m.get_bool_type())));
+      for (int k = 0; k < spread; ++k) {  // terms of no interest between the leaves
+        m.make_not(m.make_not(leaves.back()));
+      }
+    }
+    Term const* conj = leaves.back();
+    for (std::size_t i = leaves.size() - 1; i-- > 0;) {
+      conj = m.make_or(leaves[i], conj);
+    }
+    start(true);
+    tracer->trace_assert_formula(conj);
+    std::string const text = take();
+    std::vector<std::uint64_t> ids;
+    for (std::size_t at = 0; (at = text.find("(define-fun .", at)) != std::string::npos;) {
+      ids.push_back(std::stoull(text.substr(at += 13)));
+    }
+    EXPECT_EQ(2 * leaves.size() - 1, ids.size());
+    EXPECT_TRUE(std::is_sorted(ids.begin(), ids.end())) << text;
+    EXPECT_EQ(ids.end(), std::adjacent_find(ids.begin(), ids.end())) << text;
+    EXPECT_EQ(conj->get_id(), ids.back());
   }
 }
 

@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <ostream>
 #include <set>
+#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -56,7 +57,9 @@ class SmtLib2ApiTracer : public ApiTracer {
   std::ostream& outlabel(Term const* t, std::ostream* os);
   // Writes one define-fun line, in id order, for each subterm of t without a definition yet.
   void do_print_formula(Term const* t);
-  // Fills the sets with the undeclared uninterpreted symbols and declarable sorts of term.
+  // Fills the sets with the undeclared uninterpreted symbols and declarable sorts of term, and
+  // touches no other set: it may be called from an override of a declaration operation while
+  // the tracer's own declaration pass runs.
   void find_symbols_and_types_to_declare(Term const* term,
                                          std::set<Symbol const*, TermPrinter::sym_ty_lt>& symbols,
                                          std::set<DataType const*, TermPrinter::sym_ty_lt>& types);
@@ -76,13 +79,25 @@ class SmtLib2ApiTracer : public ApiTracer {
   void search(Term const* term, std::vector<Symbol const*>& symbols,
               std::set<DataType const*, TermPrinter::sym_ty_lt>& types, bool define);
   void declare_and_define(Term const* t);  // global mode: declarations, then definitions
+  // Puts definitions_ in ascending id order.
+  void order_definitions();
   // Writes the lines of definitions_, in id order; on failure unmarks the unwritten ones.
   void write_definitions();
   void forget_definitions(std::size_t written);  // unmarks definitions_[written, end)
   bool is_symbol_declared(Symbol const* s) const;
   void forget_symbol(Symbol const* s);  // erases s from the declared record
-  // Appends t to line_: its label in global mode, the full term otherwise.
-  void append_term(Term const* t);
+  // Appends t to line_: its label in global mode, the full term otherwise. plain says that
+  // out_ writes numbers as plain decimal digits (see writes_plain_numbers).
+  void append_term(Term const* t, bool plain);
+  // Appends n to line_ as out_'s own insertion of an unsigned 64-bit number writes it.
+  void append_stream_number(std::uint64_t n, bool plain);
+  // Writes line_ as a command inserted piece by piece would reach out_: its first head bytes
+  // in one insertion, which takes the stream's field width, the rest after it.
+  void write_line(std::size_t head);
+  // Append u's definition line to def_text_: with plain decimal digits (label: room for one
+  // label), or with the numbers formatted by def_stream_.
+  void compose_plain_definition(Term const* u, std::string const& prefix, std::size_t label);
+  void compose_definition_in_stream(Term const* u, std::string const& prefix);
 
   Configuration* config_;
   TermManager* mgr_;
@@ -94,6 +109,8 @@ class SmtLib2ApiTracer : public ApiTracer {
   std::set<DataType const*, TermPrinter::sym_ty_lt> declared_types_;
   std::vector<DataType const*> type_decl_stack_;
   std::vector<Symbol const*> new_symbols_;  // in declaration order, each once
+  // Scratch of find_symbols_and_types_to_declare alone, so that it leaves new_symbols_ be.
+  std::vector<Symbol const*> found_symbols_;
   std::set<DataType const*, TermPrinter::sym_ty_lt> new_types_;
   std::int32_t itp_group_;
   bool global_decls_;
@@ -101,8 +118,23 @@ class SmtLib2ApiTracer : public ApiTracer {
   // arguments: a term is marked only when all its arguments are.
   std::vector<bool> defined_terms_;
   std::vector<Term const*> formula_stack_;
-  TextBuffer def_text_;                   // definition lines not yet written
-  std::vector<Term const*> definitions_;  // the terms defined by one call
+  TextBuffer def_text_;  // definition lines not yet written
+  // The string stream whose number formatting the definition lines follow: a stream of the
+  // tracer's own, in the global locale of the tracer's construction. When that locale is the
+  // classic one (plain_definitions_), the lines are composed directly in def_text_.
+  std::ostringstream def_stream_;
+  bool plain_definitions_;
+  // A term defined by the current call, with its id beside it: sorting by id then compares
+  // within the array instead of loading every term.
+  struct Definition {
+    std::uint64_t id;
+    Term const* term;
+  };
+  std::vector<Definition> definitions_;  // the terms defined by one call
+  // Scratch of order_definitions when one call's ids are dense: a bit per id of the range that
+  // a definition holds, and per 64 bits the number of definitions before them.
+  std::vector<std::uint64_t> id_bits_;
+  std::vector<std::uint32_t> id_ranks_;
   std::vector<bool> visit_marks_;
   // Global-declarations mode: per term id, set when everything the term's DAG needs is
   // declared, which then stays true since nothing is forgotten in that mode.
@@ -112,6 +144,8 @@ class SmtLib2ApiTracer : public ApiTracer {
   std::vector<Term const*> search_stack_;
   std::vector<Term const*> search_visited_;
   std::string line_;
+  // Formats the labels of query commands as out_ would when out_'s format is not plain.
+  std::ostringstream label_stream_;
 };
 
 }  // namespace tvx
