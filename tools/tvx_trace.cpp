@@ -42,9 +42,11 @@ void print_usage(std::ostream& os) {
         "script as a solver would: the responses (sat, values, models, cores, errors) go to\n"
         "standard output, and the trace, when wanted, to the file given with --trace.\n"
         "\n"
-        "  --solver NAME      answer through the engine NAME; built in: "
-     << (engines.empty() ? "none" : engines)
-     << "\n"
+        "  --solver NAME      answer through the engine NAME: one built in ("
+     << (engines.empty() ? "none here" : engines)
+     << "),\n"
+        "                     or the command line of any solver that reads SMT-LIB 2 on\n"
+        "                     standard input, such as 'z3 -in' or 'cvc5 --incremental'\n"
         "                     (model and unsat core generation are on; --set turns them off)\n"
         "  --global-decls     trace in global-declarations mode: every term is defined once\n"
         "                     and named by its label afterwards\n"

@@ -153,6 +153,11 @@ TEST_F(TvxTraceTest, SolverAnswersAndTracesTheSession) {
 
   EXPECT_EQ(run("--solver no-such-engine"), 1);
   EXPECT_NE(err_.find("no-such-engine"), std::string::npos) << err_;
+  // A solver process answers the same way.
+  EXPECT_EQ(run("--solver 'z3 -in'", "(declare-fun p () Bool)(assert p)(check-sat)(get-value (p))"),
+            0)
+      << err_;
+  EXPECT_EQ(out_, "sat\n((p true))\n");
   EXPECT_EQ(run("--help"), 0);
   EXPECT_NE(out_.find("z3"), std::string::npos) << out_;
 }
