@@ -1,0 +1,259 @@
+// The tracer's declarations: sorts and symbols declared by the application, and the search
+// that finds, before a call traces a term, the symbols and sorts the term needs declared. The
+// search walks the term DAG on an explicit stack and marks what it has seen by term id.
+#include <tvx/tracer/smtlib2_api_tracer.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include <tvx/support/sort.h>
+
+#include "tracer/reserve_one.h"
+
+namespace tvx {
+
+// ------------------------------------------------------------------------------ declarations
+
+// A declaration is recorded only if its command was written: a sort is taken out of the set
+// again when writing fails, a symbol's bit is set only after the write, and the stack has room
+// reserved before anything is recorded, so that record and stack always agree.
+void SmtLib2ApiTracer::trace_type_declaration(DataType const* type) {
+  if (!global_decls_) {
+    reserve_one(type_decl_stack_);
+  }
+  if (declared_types_.insert(type).second) {
+    try {
+      printer_.print_type_declaration(out_, type);
+    } catch (...) {
+      declared_types_.erase(type);
+      throw;
+    }
+    if (!global_decls_) {
+      type_decl_stack_.push_back(type);
+    }
+  }
+  out_.flush();
+}
+
+void SmtLib2ApiTracer::trace_symbol_declaration(Symbol const* sym) {
+  if (!global_decls_) {
+    reserve_one(symbol_decl_stack_);
+  }
+  std::size_t const id = static_cast<std::size_t>(sym->get_id());
+  if (id >= declared_symbols_.size()) {
+    declared_symbols_.resize(std::max(2 * declared_symbols_.size(), id + 1), false);
+  }
+  if (!declared_symbols_[id]) {
+    printer_.print_symbol_declaration(out_, sym);
+    declared_symbols_[id] = true;
+    if (!global_decls_) {
+      symbol_decl_stack_.push_back(sym);
+    }
+  }
+  out_.flush();
+}
+
+void SmtLib2ApiTracer::do_print_new_declarations(Term const* term) {
+  search(term, new_symbols_, new_types_, false);
+  for (DataType const* type : new_types_) {
+    trace_type_declaration(type);
+  }
+  for (Symbol const* sym : new_symbols_) {
+    trace_symbol_declaration(sym);
+  }
+}
+
+bool SmtLib2ApiTracer::is_symbol_declared(Symbol const* s) const {
+  std::size_t const id = static_cast<std::size_t>(s->get_id());
+  return id < declared_symbols_.size() && declared_symbols_[id];
+}
+
+void SmtLib2ApiTracer::forget_symbol(Symbol const* s) {
+  std::size_t const id = static_cast<std::size_t>(s->get_id());
+  if (id < declared_symbols_.size()) {
+    declared_symbols_[id] = false;
+  }
+}
+
+// Arguments are made before the terms that use them, so no subterm of a term has a larger id
+// than the term itself: sizing the per-id vectors for the root once makes every later index
+// valid.
+void SmtLib2ApiTracer::grow_marks(std::size_t top) {
+  if (2 * top + 1 >= visit_marks_.size()) {
+    visit_marks_.resize(std::max(2 * visit_marks_.size(), 2 * top + 2), false);
+  }
+  if (global_decls_ && top >= declared_closure_.size()) {
+    declared_closure_.resize(std::max(2 * declared_closure_.size(), top + 1), false);
+  }
+}
+
+bool SmtLib2ApiTracer::is_closed(std::size_t id) const {
+  return global_decls_ && id < declared_closure_.size() && declared_closure_[id];
+}
+
+void SmtLib2ApiTracer::find_symbols_and_types_to_declare(
+    Term const* term, std::set<Symbol const*, TermPrinter::sym_ty_lt>& symbols,
+    std::set<DataType const*, TermPrinter::sym_ty_lt>& types) {
+  symbols.clear();
+  try {
+    search(term, found_symbols_, types, false);
+  } catch (...) {
+    symbols.insert(found_symbols_.begin(), found_symbols_.end());
+    throw;
+  }
+  symbols.insert(found_symbols_.begin(), found_symbols_.end());
+}
+
+void SmtLib2ApiTracer::search(Term const* term, std::vector<Symbol const*>& symbols,
+                              std::set<DataType const*, TermPrinter::sym_ty_lt>& types,
+                              bool define) {
+  symbols.clear();
+  types.clear();
+  // Bit 2n is the done mark of the term with id n, bit 2n+1 its entered mark.
+  //
+  // In global-declarations mode nothing declared is ever forgotten, so a term whose whole DAG
+  // was found declared stays so: its closure bit is set when it is done, and later searches
+  // skip it. They would find nothing in it; skipping keeps a session that asserts ever larger
+  // formulas over old subterms linear instead of quadratic.
+  //
+  // With define set (global mode only), the same walk also lists in definitions_, and marks
+  // defined, every term without a definition: it then skips only the terms that are both
+  // closed and defined. Closed terms are walked for their definitions but not examined, and
+  // defined ones are examined but not listed, so the lists are those of the two separate walks.
+  std::size_t const top = static_cast<std::size_t>(term->get_id());
+  grow_marks(top);
+  std::vector<bool>& defined = defined_terms_;
+  if (define && top >= defined.size()) {
+    defined.resize(std::max(2 * defined.size(), top + 1), false);
+  }
+  // Whether the walk can leave the term with id n alone.
+  auto skip = [&](std::size_t n) {
+    return global_decls_ && declared_closure_[n] && (!define || defined[n]);
+  };
+  if (skip(top)) {
+    return;
+  }
+  std::vector<Term const*>& stack = search_stack_;
+  std::vector<Term const*>& visited = search_visited_;
+  std::vector<bool>& marks = visit_marks_;
+  std::vector<bool>& closure = declared_closure_;
+  bool const global = global_decls_;
+  stack.clear();
+  visited.clear();
+  stack.push_back(term);
+  // A term's closure bit holds "its own symbol and sort need nothing" from its examination on,
+  // and becomes final when the term is done.
+  auto finish = [&](Term const* t, std::size_t n) {
+    marks[2 * n] = true;
+    if (global && closure[n]) {
+      Term const* const* args = t->args();
+      for (std::size_t i = 0, arity = t->get_arity(); i < arity; ++i) {
+        if (!closure[static_cast<std::size_t>(args[i]->get_id())]) {
+          closure[n] = false;
+          break;
+        }
+      }
+    }
+    if (define && !defined[n]) {
+      definitions_.push_back({static_cast<std::uint64_t>(n), t});
+      defined[n] = true;
+    }
+  };
+  DataType const* last_sort = nullptr;
+  bool last_sort_undeclared = false;
+  try {
+    while (!stack.empty()) {
+      Term const* t = stack.back();
+      std::size_t const n = static_cast<std::size_t>(t->get_id());
+      if (marks[2 * n]) {
+        stack.pop_back();
+        continue;
+      }
+      if (marks[2 * n + 1]) {
+        stack.pop_back();
+        finish(t, n);
+        continue;
+      }
+      if (skip(n)) {
+        stack.pop_back();
+        continue;
+      }
+      // Listed before it is marked, so that a failure in between leaves no mark uncleared.
+      visited.push_back(t);
+      bool const examine = !(global && closure[n]);
+      Symbol const* s = t->get_symbol();
+      DataType const* ty = s->get_output_type();
+      bool own_declared = true;
+      if (!examine) {
+        // Closed: only its definition is wanted.
+      } else if (!mgr_->is_interpreted(s) && !is_symbol_declared(s)) {
+        symbols.push_back(s);
+        own_declared = false;
+      }
+      if (examine && ty->is_simple()) {
+        // The declarable sorts are the user's uninterpreted ones. Most terms share their sort
+        // with the term examined before: look the record up once per run of one sort.
+        if (ty != last_sort) {
+          last_sort = ty;
+          last_sort_undeclared =
+              ty->is_uninterpreted() && declared_types_.find(ty) == declared_types_.end();
+        }
+        if (last_sort_undeclared) {
+          types.insert(ty);
+          own_declared = false;
+        }
+      }
+      if (global) {
+        closure[n] = own_declared;
+      }
+      marks[2 * n + 1] = true;
+      bool pushed = false;
+      Term const* const* args = t->args();
+      for (std::size_t i = 0, arity = t->get_arity(); i < arity; ++i) {
+        std::size_t const m = static_cast<std::size_t>(args[i]->get_id());
+        if (!marks[2 * m] && !skip(m)) {
+          stack.push_back(args[i]);
+          pushed = true;
+        }
+      }
+      if (!pushed) {
+        // The term is still on top: nothing was pushed above it.
+        stack.pop_back();
+        finish(t, n);
+      }
+    }
+  } catch (...) {
+    // A closure bit of a term left unfinished is not final: drop it.
+    if (global) {
+      for (Term const* t : visited) {
+        std::size_t const n = static_cast<std::size_t>(t->get_id());
+        if (!marks[2 * n]) {
+          closure[n] = false;
+        }
+      }
+    }
+    clear_marks();
+    if (define) {
+      forget_definitions(0);
+    }
+    throw;
+  }
+  clear_marks();
+  // A function symbol heads many terms: the list is put in declaration order without repeats.
+  if (symbols.size() > 1) {
+    tvx::sort(symbols.data(), symbols.size(), TermPrinter::sym_ty_lt());
+    symbols.erase(std::unique(symbols.begin(), symbols.end()), symbols.end());
+  }
+}
+
+void SmtLib2ApiTracer::clear_marks() {
+  for (Term const* t : search_visited_) {
+    std::size_t const n = static_cast<std::size_t>(t->get_id());
+    visit_marks_[2 * n] = false;
+    visit_marks_[2 * n + 1] = false;
+  }
+}
+
+}  // namespace tvx
