@@ -76,7 +76,7 @@ def load(paths):
 
 
 WORKLOADS = ["dag_global", "dag_scoped", "chain_global", "chain_scoped", "small_calls",
-             "env_dag", "env_small", "reader"]
+             "env_dag", "env_small", "env_process", "reader"]
 
 
 def sizes(lo, hi):
@@ -108,6 +108,8 @@ def expected():
                      ("env_dag", "off", "z3api", n)})
     want.update({("env_small", "file", "tvx", env_calls), ("env_small", "off", "tvx", env_calls),
                  ("env_small", "off", "z3api", env_calls)})
+    want.update({("env_process", "off", "tvx", env_calls // 10),
+                 ("env_process", "off", "z3script", env_calls // 10)})
     if os.environ.get("TVX_BENCH_READER_MB", "20") != "0":
         want.update({("reader", "file", impl, None) for impl in ("tvx", "write", "cvc5parse")})
     return want
@@ -179,13 +181,18 @@ def main():
             z3 = per(runs.get((w, "off", "z3api", n)))
             if missing(w, "off", "z3api", n):
                 gone.add("z3_ns")
+        elif w == "env_process":
+            # z3 reading a script of the same commands, against tvx driving z3 over a pipe.
+            z3 = per(runs.get((w, "off", "z3script", n)))
+            if missing(w, "off", "z3script", n):
+                gone.add("z3_ns")
         elif w == "reader":
             cvc5 = per(runs.get((w, s, "cvc5parse", n)))
             if missing(w, s, "cvc5parse", n):
                 gone.add("cvc5_ns")
         hand = runs.get((w, s, "hand", n))
         limit, kind = (per(hand), "hand") if hand else (per(runs.get((w, s, "write", n))), "write")
-        if w in ("env_dag", "env_small"):
+        if w in ("env_dag", "env_small", "env_process"):
             limit, kind = None, "-"
         elif limit is None and (missing(w, s, "hand", n) or missing(w, s, "write", n)):
             gone.add("limit_ns")
@@ -224,7 +231,8 @@ def main():
     print("machine: " + desc)
     print("costs in ns per term (small_calls, env_small: per call; reader: per input byte); z3 in "
           "dag_global is the cost of its API log (log - no log); env rows: sink file = tvx::Solver "
-          "with the z3 engine tracing (global mode) to a file, off = not tracing, z3 = z3's C API")
+          "with the z3 engine tracing (global mode) to a file, off = not tracing, z3 = z3's C API; "
+          "env_process: the process engine over 'z3 -in', z3 = z3 reading the same commands")
     for c in cells:
         print("  ".join(x.rjust(widths[i]) for i, x in enumerate(c)))
 
@@ -285,6 +293,10 @@ def main():
                 else:
                     r["tvx/z3"] = None
                 ratio(r, "tvx/z3", "%s %-4s N=%-8d tvx::Solver / z3 API" % (w, s, r["N"]), bound)
+    for r in row("env_process", "off"):
+        r["tvx/z3"] = 1 / r["z3/tvx"] if r["z3/tvx"] is not None else None
+        ratio(r, "tvx/z3", "env_process N=%-8d tvx::Solver over 'z3 -in' / z3 on the script"
+              % r["N"], 1.5)
     if reader_big is None:
         print("  reader: MISSING")
     for r in row("reader", "file", reader_big):

@@ -1,6 +1,8 @@
 // Cost of the solver environment: the workloads of tracer_bench driven through tvx::Solver with
 // the z3 engine, tracing on (global-declarations mode, to a file) and off, against z3's own C
-// API making and asserting the same terms in the same order.
+// API making and asserting the same terms in the same order; and the small-call workload
+// through the process engine (z3 as a child process) against z3 reading a script of the same
+// commands.
 // Benchmark names are WORKLOAD/SINK/IMPLEMENTATION/N, as in tracer_bench: SINK "file" is tvx
 // tracing to a file, "off" tvx without tracing; z3's own runs are named "off" too.
 #include <benchmark/benchmark.h>
@@ -148,9 +150,9 @@ struct TvxSession {
   std::ofstream trace;
   std::unique_ptr<Solver> solver;
 
-  TvxSession(bool traced, bool models) {
+  TvxSession(bool traced, bool models, std::string const& engine_name = "z3") {
     config.model_generation = models;
-    std::unique_ptr<Engine> engine = make_engine("z3", mgr, config);
+    std::unique_ptr<Engine> engine = make_engine(engine_name, mgr, config);
     if (traced) {
       trace.open(sink_path("solver"), std::ios::binary | std::ios::trunc);
       solver = std::make_unique<Solver>(mgr, config, std::move(engine), trace, true, false);
@@ -266,10 +268,10 @@ void set_call_counters(benchmark::State& state, SmallScript const& s) {
   set_term_counters(state, static_cast<double>(s.calls.size()));
 }
 
-void bm_small_tvx(benchmark::State& state, bool traced) {
+void bm_small_tvx_engine(benchmark::State& state, bool traced, std::string const& engine) {
   SmallScript const& script = small_script(static_cast<std::size_t>(state.range(0)));
   for (auto _ : state) {
-    auto s = std::make_unique<TvxSession>(traced, true);
+    auto s = std::make_unique<TvxSession>(traced, true, engine);
     TermManager& m = s->mgr;
     DataType const* i = m.get_integer_type();
     std::vector<Symbol const*> syms;
@@ -315,6 +317,57 @@ void bm_small_tvx(benchmark::State& state, bool traced) {
     }
     state.SetIterationTime(seconds_since(start));
     s.reset();
+  }
+  set_call_counters(state, script);
+}
+
+void bm_small_tvx(benchmark::State& state, bool traced) {
+  bm_small_tvx_engine(state, traced, "z3");
+}
+
+// The process engine's peer: z3 reading the same calls as a script, started and run to the end.
+void bm_small_z3_script(benchmark::State& state) {
+  SmallScript const& script = small_script(static_cast<std::size_t>(state.range(0)));
+  std::string const path = sink_path("small_script");
+  {
+    std::ofstream out(path, std::ios::binary | std::ios::trunc);
+    // Declarations outlive the scope they were made in, as the term layer's symbols do.
+    out << "(set-option :global-decls true)\n(set-option :produce-models true)\n";
+    std::size_t declared = 8;
+    for (std::size_t k = 0; k < 8; ++k) {
+      out << "(declare-fun x" << k << " () Int)\n";
+    }
+    for (SmallScript::Call const& c : script.calls) {
+      switch (c.kind) {
+        case SmallScript::Declare:
+          out << "(declare-fun x" << declared++ << " () Int)\n";
+          break;
+        case SmallScript::Assert:
+          out << "(assert (<= (+ x" << c.a << " x" << c.b << ") " << c.c << "))\n";
+          break;
+        case SmallScript::Push:
+          out << "(push 1)\n";
+          break;
+        case SmallScript::Pop:
+          out << "(pop 1)\n";
+          break;
+        case SmallScript::Check:
+          out << "(check-sat)\n";
+          break;
+        case SmallScript::GetValue:
+          out << "(get-value (x" << c.a << "))\n";
+          break;
+      }
+    }
+  }
+  std::string const command = "z3 -smt2 '" + path + "' >/dev/null";
+  for (auto _ : state) {
+    Clock::time_point const start = Clock::now();
+    if (std::system(command.c_str()) != 0) {
+      state.SkipWithError("z3 failed on the script");
+      return;
+    }
+    state.SetIterationTime(seconds_since(start));
   }
   set_call_counters(state, script);
 }
@@ -403,6 +456,21 @@ int register_all() {
       ->Iterations(3)
       ->UseManualTime()
       ->Unit(benchmark::kMillisecond);
+  // The process engine and its peer: every call a round trip to the solver, so fewer calls.
+  if (std::system("command -v z3 >/dev/null") == 0) {
+    std::int64_t const process_calls = calls / 10;
+    benchmark::RegisterBenchmark("env_process/off/tvx", bm_small_tvx_engine, false,
+                                 std::string("z3 -in"))
+        ->Arg(process_calls)
+        ->Iterations(3)
+        ->UseManualTime()
+        ->Unit(benchmark::kMillisecond);
+    benchmark::RegisterBenchmark("env_process/off/z3script", bm_small_z3_script)
+        ->Arg(process_calls)
+        ->Iterations(3)
+        ->UseManualTime()
+        ->Unit(benchmark::kMillisecond);
+  }
   return 0;
 }
 
