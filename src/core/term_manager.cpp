@@ -1,6 +1,7 @@
 #include <tvx/core/term_manager.h>
 
 #include <algorithm>
+#include <cassert>
 #include <cstring>
 #include <new>
 #include <sstream>
@@ -408,6 +409,8 @@ Term const* TermManager::intern_term(Symbol const* s, Term const* const* args, s
   auto result = terms_.find_or_insert(probe, [&]() -> Term const* {
     Term* t = new (allocate_term(bytes)) Term(next_term_id_, s);
     std::copy(args, args + n, t->mutable_args());
+    // Every argument exists before the term, so ids order a DAG's terms bottom-up.
+    assert(std::all_of(args, args + n, [&](Term const* a) { return a->get_id() < next_term_id_; }));
     ++next_term_id_;
     return t;
   });
