@@ -1,0 +1,230 @@
+// The process engine's interpolants: a helper solver started with interpolation, in which A is
+// asserted and the interpolant of A and not B is asked, and its answer read back as a formula
+// over the session's symbols. See process_engine.h.
+#include <cstddef>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include <tvx/core/error.h>
+#include <tvx/support/str.h>
+
+#include "solver/process_engine.h"
+
+namespace tvx {
+
+Term const* ProcessEngine::interpolant(std::vector<Term const*> const& a,
+                                       std::vector<Term const*> const& b) {
+  if (solver_ != "cvc5") {
+    throw Unsupported("the engine of solver '" + name_ +
+                      "' cannot compute interpolants; the cvc5 engine, and cvc5 over a pipe, can");
+  }
+  // A solver of its own, in which A is asserted: an interpolant I of A and not B has A imply I
+  // and I imply not B, so I and B are unsatisfiable together.
+  Configuration config = config_;
+  config.model_generation = false;
+  config.unsat_core_generation = false;
+  ProcessEngine helper(mgr_, config, name_, true);
+  for (Term const* f : a) {
+    helper.assert_formula(f, false);
+  }
+  Term const* conjunction = b.empty()       ? mgr_.make_true()
+                            : b.size() == 1 ? b[0]
+                                            : mgr_.make_builtin("and", b);
+  return helper.interpolant_of(mgr_.make_not(conjunction));
+}
+
+Term const* ProcessEngine::interpolant_of(Term const* goal) {
+  declare_in(goal);
+  std::string const command =
+      "(get-interpolant " + fresh_name("itp") + " " + printer_.term_text(goal) + ")\n";
+  Sexpr const& a = ask(command);
+  if (!a.is_app(a.root(), "define-fun", 5)) {
+    unreadable(a, a.root(), "(define-fun NAME () Bool TERM)", command);
+  }
+  Term const* t = read_term(a, a.kid(a.root(), 4), command);
+  if (!t->get_type()->is_bool()) {
+    unreadable(a, a.root(), "a formula", command);
+  }
+  return t;
+}
+
+Term const* ProcessEngine::read_atom(Sexpr const& e, std::size_t node, std::string const& command) {
+  std::string const& a = e.node(node).atom;
+  if (a == "true" || a == "false") {
+    return a == "true" ? mgr_.make_true() : mgr_.make_false();
+  }
+  auto it = by_name_.find(a);
+  if (it != by_name_.end() && it->second->get_arity() == 0) {
+    return mgr_.make_constant(it->second);
+  }
+  if (str::all_digits(a)) {
+    return mgr_.make_number(a, mgr_.get_integer_type());
+  }
+  if (is_decimal(a)) {
+    return mgr_.make_number(a, mgr_.get_rational_type());
+  }
+  if (a.size() > 2 && a[0] == '#' && (a[1] == 'b' || a[1] == 'x')) {
+    std::size_t const width = (a.size() - 2) * (a[1] == 'b' ? 1 : 4);
+    return mgr_.make_number(a, mgr_.get_bv_type(width));
+  }
+  unreadable(e, node, "a term", command);
+}
+
+// Applies the head of the list at `node` to the terms read for its arguments. Int arguments
+// where Real ones are needed become Real (numerals) or to_real of themselves, as the solver's
+// own arithmetic mixes them.
+Term const* ProcessEngine::apply(Sexpr const& e, std::size_t node, std::vector<Term const*>& args,
+                                 std::string const& command) {
+  std::size_t const head = e.kid(node, 0);
+  std::string op;
+  std::vector<std::uint64_t> indices;
+  if (e.node(head).list) {
+    // (_ extract 7 0) and the like
+    if (e.size(head) < 3 || !e.is_atom(e.kid(head, 0), "_")) {
+      unreadable(e, node, "a term", command);
+    }
+    op = e.node(e.kid(head, 1)).atom;
+    for (std::size_t k = 2; k < e.size(head); ++k) {
+      std::string const& index = e.node(e.kid(head, k)).atom;
+      if (!str::all_digits(index) || index.size() > 18) {
+        unreadable(e, node, "a term", command);
+      }
+      indices.push_back(std::stoull(index));
+    }
+  } else {
+    op = e.node(head).atom;
+  }
+  auto to_real = [&](Term const*& t) {
+    if (!t->get_type()->is_int()) {
+      return;
+    }
+    Symbol const* s = t->get_symbol();
+    t = s->get_tag() == SymbolTag::NUMERAL
+            ? mgr_.make_number(s->get_name(), mgr_.get_rational_type())
+            : mgr_.make_builtin("to_real", {t});
+  };
+  try {
+    auto it = by_name_.find(op);
+    if (it != by_name_.end() && indices.empty()) {
+      Symbol const* s = it->second;
+      for (std::size_t i = 0; i < args.size() && i < s->get_arity(); ++i) {
+        if (s->get_type()->get_component(i)->is_real()) {
+          to_real(args[i]);
+        }
+      }
+      return mgr_.make_term(s, args);
+    }
+    bool const arith = op == "+" || op == "-" || op == "*" || op == "/" || op == "<" ||
+                       op == "<=" || op == ">" || op == ">=" || op == "=" || op == "distinct" ||
+                       op == "ite";
+    if (arith) {
+      std::size_t const first = op == "ite" ? 1 : 0;
+      bool real = op == "/";
+      for (std::size_t i = first; i < args.size(); ++i) {
+        real = real || args[i]->get_type()->is_real();
+      }
+      if (real) {
+        for (std::size_t i = first; i < args.size(); ++i) {
+          to_real(args[i]);
+        }
+      }
+      // Numerals: (- n) and (/ n d) are numerals of their own.
+      Symbol const* s0 = args.empty() ? nullptr : args[0]->get_symbol();
+      if (op == "-" && args.size() == 1 && s0->get_tag() == SymbolTag::NUMERAL) {
+        std::string const& v = s0->get_name();
+        return mgr_.make_number(v[0] == '-' ? v.substr(1) : "-" + v, args[0]->get_type());
+      }
+      if (op == "/" && args.size() == 2 && s0->get_tag() == SymbolTag::NUMERAL &&
+          args[1]->get_symbol()->get_tag() == SymbolTag::NUMERAL &&
+          args[1]->get_symbol()->get_name() != "0") {
+        std::string n = s0->get_name();
+        std::string d = args[1]->get_symbol()->get_name();
+        bool const negative = (n[0] == '-') != (d[0] == '-');
+        n.erase(0, n[0] == '-' ? 1 : 0);
+        d.erase(0, d[0] == '-' ? 1 : 0);
+        if (n.find('/') == std::string::npos && d.find('/') == std::string::npos) {
+          return mgr_.make_number((negative ? "-" : "") + fraction(n, d), args[0]->get_type());
+        }
+      }
+    }
+    return mgr_.make_builtin(op, args, indices);
+  } catch (Error const&) {
+    unreadable(e, node, "a well-sorted term", command);
+  }
+}
+
+// Reads a term without recursion: a frame per list, expanded into its arguments first and
+// applied when they are read. Let-bound names stand for their expressions.
+Term const* ProcessEngine::read_term(Sexpr const& e, std::size_t root, std::string const& command) {
+  struct Frame {
+    std::size_t node;
+    bool expanded;
+    std::size_t base;  // where its arguments start in `out`
+  };
+  std::vector<Frame> frames{{root, false, 0}};
+  std::vector<Term const*> out;
+  std::unordered_map<std::size_t, Term const*> memo;
+  std::vector<Term const*> args;
+  while (!frames.empty()) {
+    std::size_t const n = frames.back().node;
+    Sexpr::Node const& x = e.node(n);
+    if (frames.back().expanded) {
+      std::size_t const base = frames.back().base;
+      args.assign(out.begin() + static_cast<std::ptrdiff_t>(base), out.end());
+      out.resize(base);
+      Term const* t = apply(e, n, args, command);
+      memo.emplace(n, t);
+      out.push_back(t);
+      frames.pop_back();
+      continue;
+    }
+    auto known = memo.find(n);
+    if (known != memo.end()) {
+      out.push_back(known->second);
+      frames.pop_back();
+      continue;
+    }
+    if (!x.list) {
+      auto bound = lets_.find(x.atom);
+      if (bound != lets_.end()) {
+        frames.back().node = bound->second;
+      } else {
+        out.push_back(read_atom(e, n, command));
+        frames.pop_back();
+      }
+      continue;
+    }
+    if (x.kids.size() == 3 && e.is_atom(x.kids[0], "let") && e.node(x.kids[1]).list) {
+      for (std::size_t b : e.node(x.kids[1]).kids) {
+        if (!e.node(b).list || e.size(b) != 2 || e.node(e.kid(b, 0)).list) {
+          unreadable(e, n, "a let", command);
+        }
+        lets_[e.node(e.kid(b, 0)).atom] = e.kid(b, 1);
+      }
+      frames.back().node = x.kids[2];
+      continue;
+    }
+    if (x.kids.size() == 3 && e.is_atom(x.kids[0], "_") &&
+        e.node(x.kids[1]).atom.compare(0, 2, "bv") == 0 &&
+        str::all_digits(e.node(x.kids[1]).atom.substr(2)) &&
+        str::all_digits(e.node(x.kids[2]).atom)) {
+      // (_ bvN W)
+      out.push_back(mgr_.make_number(e.node(x.kids[1]).atom.substr(2),
+                                     mgr_.get_bv_type(std::stoull(e.node(x.kids[2]).atom))));
+      frames.pop_back();
+      continue;
+    }
+    if (x.kids.size() < 2) {
+      unreadable(e, n, "a term", command);
+    }
+    frames.back().expanded = true;
+    frames.back().base = out.size();
+    for (std::size_t k = x.kids.size(); k-- > 1;) {
+      frames.push_back(Frame{x.kids[k], false, 0});
+    }
+  }
+  return out.back();
+}
+
+}  // namespace tvx
