@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
+#include <spawn.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -127,15 +128,14 @@ Process::Process(std::vector<std::string> const& argv) {
   int in[2] = {-1, -1};
   int out[2] = {-1, -1};
   int err[2] = {-1, -1};
-  int status[2] = {-1, -1};  // reports a failed exec; closed on a successful one
   auto close_all = [&] {
-    for (int* p : {in, out, err, status}) {
+    for (int* p : {in, out, err}) {
       close_fd(p[0]);
       close_fd(p[1]);
     }
   };
   if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, in) != 0 || pipe2(out, O_CLOEXEC) != 0 ||
-      pipe2(err, O_CLOEXEC) != 0 || pipe2(status, O_CLOEXEC) != 0) {
+      pipe2(err, O_CLOEXEC) != 0) {
     int const e = errno;
     close_all();
     throw EngineError("cannot start '" + name_ + "': " + std::strerror(e));
@@ -145,41 +145,41 @@ Process::Process(std::vector<std::string> const& argv) {
     args.push_back(const_cast<char*>(a.c_str()));
   }
   args.push_back(nullptr);
-  pid_ = fork();
-  if (pid_ < 0) {
-    int const e = errno;
+  // posix_spawn rather than fork: it runs no fork handlers, which libraries in the same
+  // process install (z3's, for one, waits in them for its timer threads, and so can stall
+  // an application that forks while another thread solves), and it reports a failed exec as
+  // its result. Every descriptor is close-on-exec, so the child gets exactly these three;
+  // SIGPIPE goes back to its default, as a solver started from a shell would have it.
+  posix_spawn_file_actions_t actions;
+  posix_spawnattr_t attributes;
+  posix_spawn_file_actions_init(&actions);
+  posix_spawnattr_init(&attributes);
+  posix_spawn_file_actions_adddup2(&actions, in[1], 0);
+  posix_spawn_file_actions_adddup2(&actions, out[1], 1);
+  posix_spawn_file_actions_adddup2(&actions, err[1], 2);
+  sigset_t defaults;
+  sigemptyset(&defaults);
+  sigaddset(&defaults, SIGPIPE);
+  posix_spawnattr_setsigdefault(&attributes, &defaults);
+  posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGDEF);
+  pid_t pid = -1;
+  int const spawned = posix_spawnp(&pid, args[0], &actions, &attributes, args.data(), environ);
+  posix_spawn_file_actions_destroy(&actions);
+  posix_spawnattr_destroy(&attributes);
+  if (spawned != 0) {
     close_all();
-    throw EngineError("cannot start '" + name_ + "': " + std::strerror(e));
+    throw EngineError("cannot start '" + name_ + "': " + std::strerror(spawned));
   }
-  if (pid_ == 0) {
-    // The child: only async-signal-safe calls until exec.
-    dup2(in[1], 0);
-    dup2(out[1], 1);
-    dup2(err[1], 2);
-    signal(SIGPIPE, SIG_DFL);
-    execvp(args[0], args.data());
-    int const e = errno;
-    ssize_t ignored = write(status[1], &e, sizeof(e));
-    (void)ignored;
-    _exit(127);
-  }
+  pid_ = pid;
   close_fd(in[1]);
   close_fd(out[1]);
   close_fd(err[1]);
-  close_fd(status[1]);
-  int exec_errno = 0;
-  ssize_t const got = read(status[0], &exec_errno, sizeof(exec_errno));
-  close_fd(status[0]);
   in_ = in[0];
   out_ = out[0];
   err_ = err[0];
   out_open_ = err_open_ = true;
   fcntl(out_, F_SETFL, fcntl(out_, F_GETFL) | O_NONBLOCK);
   fcntl(err_, F_SETFL, fcntl(err_, F_GETFL) | O_NONBLOCK);
-  if (got == static_cast<ssize_t>(sizeof(exec_errno))) {
-    kill();
-    throw EngineError("cannot start '" + name_ + "': " + std::strerror(exec_errno));
-  }
 }
 
 Process::~Process() {
