@@ -61,12 +61,19 @@ void ResponseWriter::model(Model const& model) {
     }
     out_ << ") " << printer_.type_text(symbol->get_output_type()) << "\n    ";
     for (FunctionValue::Point const& p : value.points) {
-      out_ << "(ite " << (arity > 1 ? "(and" : "");
-      for (std::size_t i = 0; i < arity; ++i) {
-        out_ << (arity > 1 ? " " : "") << "(= x!" << i << ' ' << printer_.term_text(p.args[i])
-             << ')';
+      // The condition fixes the arguments the point fixes; a free one (null) matches any value.
+      std::size_t fixed = 0;
+      for (Term const* arg : p.args) {
+        fixed += arg != nullptr ? 1 : 0;
       }
-      out_ << (arity > 1 ? ")" : "") << ' ' << printer_.term_text(p.value) << ' ';
+      out_ << "(ite " << (fixed > 1 ? "(and" : "");
+      for (std::size_t i = 0; i < arity; ++i) {
+        if (p.args[i] != nullptr) {
+          out_ << (fixed > 1 ? " " : "") << "(= x!" << i << ' ' << printer_.term_text(p.args[i])
+               << ')';
+        }
+      }
+      out_ << (fixed > 1 ? ")" : "") << ' ' << printer_.term_text(p.value) << ' ';
     }
     out_ << printer_.term_text(value.otherwise) << std::string(value.points.size(), ')') << ')';
   }

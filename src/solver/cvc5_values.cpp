@@ -320,8 +320,10 @@ Term const* Cvc5Session::to_term(cvc5::Term const& root) {
 }
 
 // A function's value from cvc5's lambda: a tree of if-then-else over equalities of its
-// arguments with values, whose leaves are values. Leaves reached with every argument fixed are
-// the table's points; the leaf reached with none fixed is the value everywhere else.
+// arguments with values, whose leaves are values. The tree is read then-branch first, so the
+// leaves come out in the order in which it tries them: each is a point that fixes the arguments
+// its path fixes (a one-level test of a two-argument function leaves the other free), and the
+// leaf reached with none fixed is the value everywhere else.
 FunctionValue Cvc5Session::function_value(Symbol const* s, cvc5::Term const& lambda) {
   auto fail = [&]() -> FunctionValue {
     throw EngineError("cvc5: the value of '" + s->get_name() + "', " + lambda.toString() +
@@ -379,7 +381,6 @@ FunctionValue Cvc5Session::function_value(Symbol const* s, cvc5::Term const& lam
     std::vector<cvc5::Term> fixed;  // per argument; null: not fixed on this path
   };
   FunctionValue fv;
-  std::vector<std::pair<std::vector<cvc5::Term>, cvc5::Term>> partial;  // other leaves
   std::vector<Branch> stack{{lambda[1], std::vector<cvc5::Term>(arity)}};
   std::vector<std::pair<std::size_t, cvc5::Term>> fixed;
   while (!stack.empty()) {
@@ -424,38 +425,26 @@ FunctionValue Cvc5Session::function_value(Symbol const* s, cvc5::Term const& lam
       }
       continue;
     }
-    bool const all = std::none_of(b.fixed.begin(), b.fixed.end(),
-                                  [](cvc5::Term const& v) { return v.isNull(); });
-    bool const none =
-        std::all_of(b.fixed.begin(), b.fixed.end(), [](cvc5::Term const& v) { return v.isNull(); });
-    if (all) {
-      FunctionValue::Point p;
-      for (cvc5::Term const& v : b.fixed) {
-        p.args.push_back(to_term(v));
-      }
-      // The tree is read first branch first; a later leaf at the same point is unreachable.
-      bool const seen =
-          std::any_of(fv.points.begin(), fv.points.end(),
-                      [&](FunctionValue::Point const& q) { return q.args == p.args; });
-      if (!seen) {
-        p.value = to_term(node);
-        fv.points.push_back(std::move(p));
-      }
-    } else if (none && fv.otherwise == nullptr) {
+    if (std::all_of(b.fixed.begin(), b.fixed.end(),
+                    [](cvc5::Term const& v) { return v.isNull(); })) {
+      // Reached through else-branches only: the rest of the tree is read already.
       fv.otherwise = to_term(node);
-    } else if (!none) {
-      partial.emplace_back(std::move(b.fixed), node);
+      break;
+    }
+    FunctionValue::Point p;
+    for (cvc5::Term const& v : b.fixed) {
+      p.args.push_back(v.isNull() ? nullptr : to_term(v));
+    }
+    // The tree is read first branch first; a later leaf at the same point is unreachable.
+    bool const seen = std::any_of(fv.points.begin(), fv.points.end(),
+                                  [&](FunctionValue::Point const& q) { return q.args == p.args; });
+    if (!seen) {
+      p.value = to_term(node);
+      fv.points.push_back(std::move(p));
     }
   }
   if (fv.otherwise == nullptr) {
     return fail();
-  }
-  // A leaf reached with some arguments fixed, and not others, must agree with the value
-  // everywhere else: a finite table has no entry for a whole slice of its domain.
-  for (auto const& leaf_value : partial) {
-    if (to_term(leaf_value.second) != fv.otherwise) {
-      return fail();
-    }
   }
   return fv;
 }

@@ -1,5 +1,7 @@
 #include <tvx/solver/engine.h>
 
+#include <cstddef>
+
 #include <tvx/core/error.h>
 
 #include "solver/engines.h"
@@ -18,6 +20,19 @@ char const* to_string(CheckResult result) {
       break;
   }
   return "unknown";
+}
+
+Term const* FunctionValue::at(std::vector<Term const*> const& args) const {
+  for (Point const& p : points) {
+    bool match = p.args.size() == args.size();
+    for (std::size_t i = 0; match && i < args.size(); ++i) {
+      match = p.args[i] == nullptr || p.args[i] == args[i];
+    }
+    if (match) {
+      return p.value;
+    }
+  }
+  return otherwise;
 }
 
 std::vector<std::string> builtin_engine_names() {

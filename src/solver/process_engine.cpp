@@ -254,6 +254,7 @@ Sexpr const& ProcessEngine::ask(std::string const& command) {
   std::string const answer = receive(command);
   refuse(answer, command, false);
   lets_.clear();
+  definitions_.clear();
   if (!answer_.parse(answer)) {
     fail("answered '" + answer.substr(0, kCommandShown) + "', which is not an s-expression",
          command);

@@ -109,18 +109,32 @@ class ProcessEngine final : public Engine {
                       std::string const& command);
   bool read_number(Sexpr const& e, std::size_t node, DataType const* sort, std::string& out);
   Term const* element(DataType const* sort, std::string const& engine_name);
-  FunctionValue function_value(Sexpr const& e, std::size_t def, Symbol const* s,
-                               std::string const& command);
-  bool read_point(Sexpr const& e, std::size_t cond, std::vector<std::string> const& params,
-                  Symbol const* s, std::vector<Term const*>& args, std::string const& command);
   // What a condition says of the parameters: one slot per parameter, the value's node (literal
-  // -1) or false (0) or true (1) for a Bool parameter written p or (not p).
+  // -1), false (0) or true (1) for a Bool parameter written p or (not p), or nothing: the
+  // parameter is free (-2).
   struct Slot {
     std::size_t node;
     int literal;
   };
+  static constexpr Slot kFree{0, -2};
   bool match_point(Sexpr const& e, std::size_t cond, std::vector<std::string> const& params,
                    std::vector<Slot>& slots);
+  // The expression a let-bound name stands for (the node itself when it is no such name).
+  std::size_t resolve(Sexpr const& e, std::size_t node) const;
+  // Whether two nodes are the same expression, once let-bound names are replaced.
+  bool same(Sexpr const& e, std::size_t a, std::size_t b) const;
+  // A table as the solver wrote it: points in the order the solver tries them, each a slot per
+  // parameter and the value's slot, and the value everywhere else.
+  struct Table {
+    std::vector<std::pair<std::vector<Slot>, Slot>> points;
+    Slot otherwise;
+  };
+  // Reads the body of a function's definition (or of a lambda) over `params`; false when it
+  // is not a table.
+  bool read_table(Sexpr const& e, std::size_t body, std::vector<std::string> const& params,
+                  bool predicate, Table& table);
+  FunctionValue function_value(Sexpr const& e, std::size_t def, Symbol const* s,
+                               std::string const& command);
   Term const* any_value(DataType const* sort);
   // Reads a formula of the solver's into the term layer (an interpolant).
   Term const* read_term(Sexpr const& e, std::size_t root, std::string const& command);
@@ -181,6 +195,8 @@ class ProcessEngine final : public Engine {
 
   // The let-bound names of the answer being read, each to the expression it stands for.
   std::unordered_map<std::string, std::size_t> lets_;
+  // The definitions of the model just read, by name, for arrays written (_ as-array f).
+  std::unordered_map<std::string, std::size_t> definitions_;
 
   std::vector<Term const*> stack_;  // scratch of declare_in
 };

@@ -137,8 +137,7 @@ Term const* ProcessEngine::to_term(Sexpr const& e, std::size_t root, DataType co
                                    slot.literal != 0 ? mgr_.make_true() : mgr_.make_false()};
   };
   std::vector<std::string> params(1);
-  std::vector<Slot> slots;
-  std::vector<std::pair<Slot, Slot>> points;
+  Table table;
   while (!tasks.empty()) {
     Task const task = tasks.back();
     tasks.pop_back();
@@ -239,44 +238,50 @@ Term const* ProcessEngine::to_term(Sexpr const& e, std::size_t root, DataType co
                  e.is_atom(e.kid(x.kids[0], 0), "as") && e.is_atom(e.kid(x.kids[0], 1), "const")) {
         tasks.push_back(Task{Step::kConstArray, 0, sort, nullptr});
         tasks.push_back(Task{Step::kRead, x.kids[1], sort->get_array_element(), nullptr});
-      } else if (x.kids.size() == 3 && e.is_atom(x.kids[0], "lambda") && e.size(x.kids[1]) == 1 &&
-                 e.node(e.kid(x.kids[1], 0)).list && e.size(e.kid(x.kids[1], 0)) == 2) {
-        // (lambda ((p I)) body): a table, read as the function tables of models are.
-        params[0] = e.node(e.kid(e.kid(x.kids[1], 0), 0)).atom;
-        DataType const* element = sort->get_array_element();
-        points.clear();
-        std::size_t body = x.kids[2];
-        while (e.is_app(body, "ite", 4) && match_point(e, e.kid(body, 1), params, slots)) {
-          points.emplace_back(slots[0], Slot{e.kid(body, 2), -1});
-          body = e.kid(body, 3);
+      } else {
+        // A table: (lambda ((p I)) body), or (_ as-array f) for a function f that the model
+        // being read defines; read as the function tables of models are.
+        std::size_t key = n;
+        std::size_t param_list = 0;
+        std::size_t body = 0;
+        bool found = false;
+        if (x.kids.size() == 3 && e.is_atom(x.kids[0], "lambda")) {
+          found = true;
+          param_list = x.kids[1];
+          body = x.kids[2];
+        } else if (x.kids.size() == 3 && e.is_atom(x.kids[0], "_") &&
+                   e.is_atom(x.kids[1], "as-array")) {
+          auto d = definitions_.find(e.node(x.kids[2]).atom);
+          if (d != definitions_.end()) {
+            found = true;
+            key = d->second;  // read once, however often it is named
+            param_list = e.kid(key, 2);
+            body = e.kid(key, 4);
+          }
         }
-        Slot otherwise{body, -1};
-        if (element->is_bool() && !e.is_atom(body, "true") && !e.is_atom(body, "false")) {
-          int const positive = e.is_app(body, "not", 2) ? 0 : 1;
-          std::size_t const c = positive != 0 ? body : e.kid(body, 1);
-          std::vector<std::size_t> conditions{c};
-          if (e.node(c).list && e.size(c) > 1 && e.is_atom(e.kid(c, 0), "or")) {
-            conditions.assign(e.node(c).kids.begin() + 1, e.node(c).kids.end());
-          }
-          for (std::size_t k : conditions) {
-            if (!match_point(e, k, params, slots)) {
-              unreadable(e, n, "an array value", command);
-            }
-            points.emplace_back(slots[0], Slot{0, positive});
-          }
-          otherwise = Slot{0, 1 - positive};
+        if (!found || !e.node(param_list).list || e.size(param_list) != 1 ||
+            !e.node(e.kid(param_list, 0)).list || e.size(e.kid(param_list, 0)) != 2) {
+          unreadable(e, n, "an array value", command);
+        }
+        auto done = memo.find(key);
+        if (done != memo.end()) {
+          results.push_back(done->second);
+          continue;
+        }
+        params[0] = e.node(e.kid(e.kid(param_list, 0), 0)).atom;
+        DataType const* element = sort->get_array_element();
+        if (!read_table(e, body, params, element->is_bool(), table)) {
+          unreadable(e, n, "an array value", command);
         }
         // The first point is stored last, so that it wins as the first ite branch does.
-        tasks.push_back(Task{Step::kMemo, n, sort, nullptr});
-        for (auto const& [index, value] : points) {
+        tasks.push_back(Task{Step::kMemo, key, sort, nullptr});
+        for (auto const& [index, value] : table.points) {
           tasks.push_back(Task{Step::kStore, 0, sort, nullptr});
           tasks.push_back(slot_task(value, element));
-          tasks.push_back(slot_task(index, sort->get_array_index()));
+          tasks.push_back(slot_task(index[0], sort->get_array_index()));
         }
         tasks.push_back(Task{Step::kConstArray, 0, sort, nullptr});
-        tasks.push_back(slot_task(otherwise, element));
-      } else {
-        unreadable(e, n, "an array value", command);
+        tasks.push_back(slot_task(table.otherwise, element));
       }
     } else {
       unreadable(e, n, "a value", command);
@@ -296,21 +301,24 @@ Term const* ProcessEngine::value(Term const* term) {
   return to_term(a, a.kid(a.kid(r, 0), 1), term->get_type(), command);
 }
 
-// A condition of a function's table: (= p v) for each parameter p, or their conjunction.
+// A condition of a function's table: (= p v) for a parameter p, p or (not p) for a Bool
+// parameter, or a conjunction of these; parameters it does not name stay free.
 bool ProcessEngine::match_point(Sexpr const& e, std::size_t cond,
                                 std::vector<std::string> const& params, std::vector<Slot>& slots) {
-  slots.assign(params.size(), Slot{0, -2});
+  slots.assign(params.size(), kFree);
   auto param_of = [&](std::size_t k) {
     return e.node(k).list
                ? params.size()
                : static_cast<std::size_t>(std::find(params.begin(), params.end(), e.node(k).atom) -
                                           params.begin());
   };
+  cond = resolve(e, cond);
   std::vector<std::size_t> conjuncts{cond};
   if (e.node(cond).list && e.size(cond) > 1 && e.is_atom(e.kid(cond, 0), "and")) {
     conjuncts.assign(e.node(cond).kids.begin() + 1, e.node(cond).kids.end());
   }
   for (std::size_t c : conjuncts) {
+    c = resolve(e, c);
     std::size_t p = params.size();
     if (e.is_app(c, "=", 3)) {
       for (std::size_t side = 1; side <= 2 && p == params.size(); ++side) {
@@ -328,31 +336,124 @@ bool ProcessEngine::match_point(Sexpr const& e, std::size_t cond,
       return false;
     }
   }
-  return std::all_of(slots.begin(), slots.end(),
-                     [](Slot const& slot) { return slot.literal > -2; });
+  return true;
 }
 
-// A point of a function's table, read from a condition (see match_point).
-bool ProcessEngine::read_point(Sexpr const& e, std::size_t cond,
-                               std::vector<std::string> const& params, Symbol const* s,
-                               std::vector<Term const*>& args, std::string const& command) {
-  std::vector<Slot> slots;
-  if (!match_point(e, cond, params, slots)) {
-    return false;
+std::size_t ProcessEngine::resolve(Sexpr const& e, std::size_t node) const {
+  for (std::size_t steps = 0; !e.node(node).list && steps <= lets_.size(); ++steps) {
+    auto bound = lets_.find(e.node(node).atom);
+    if (bound == lets_.end()) {
+      break;
+    }
+    node = bound->second;
   }
-  args.clear();
-  for (std::size_t i = 0; i < slots.size(); ++i) {
-    args.push_back(slots[i].literal < 0
-                       ? to_term(e, slots[i].node, s->get_type()->get_component(i), command)
-                   : slots[i].literal != 0 ? mgr_.make_true()
-                                           : mgr_.make_false());
+  return node;
+}
+
+bool ProcessEngine::same(Sexpr const& e, std::size_t a, std::size_t b) const {
+  std::vector<std::pair<std::size_t, std::size_t>> pairs{{a, b}};
+  while (!pairs.empty()) {
+    auto const [x, y] = pairs.back();
+    pairs.pop_back();
+    Sexpr::Node const& nx = e.node(resolve(e, x));
+    Sexpr::Node const& ny = e.node(resolve(e, y));
+    if (nx.list != ny.list || nx.atom != ny.atom || nx.kids.size() != ny.kids.size()) {
+      return false;
+    }
+    for (std::size_t k = 0; k < nx.kids.size(); ++k) {
+      pairs.emplace_back(nx.kids[k], ny.kids[k]);
+    }
   }
   return true;
 }
 
-// A function's table from its definition (define-fun f ((p S) ...) R body), whose body is a
-// chain of (ite condition value else) over equalities of the parameters with values, or for a
-// Bool result a condition, its negation or a disjunction of conditions.
+// The body is a tree: (ite condition then else) whose condition fixes some parameters (see
+// match_point), with values at its leaves; for a predicate, a leaf may also be a condition, its
+// negation, or a disjunction of conditions, true where one holds. z3 writes chains of ites
+// that fix every parameter; cvc5 writes trees that fix one parameter per level. The tree is
+// read then-branch first, keeping the parameters fixed on the way down, so that its leaves
+// come out in the order in which the tree tries them: the first point that fixes what a tuple
+// of arguments has gives the tuple's value. The first leaf reached with every parameter free
+// is the value everywhere else; what is left of the tree is unreachable. A then-branch that
+// fixes a parameter to a second value is unreachable too, and left out.
+bool ProcessEngine::read_table(Sexpr const& e, std::size_t body,
+                               std::vector<std::string> const& params, bool predicate,
+                               Table& table) {
+  while (e.node(body).list && e.size(body) == 3 && e.is_atom(e.kid(body, 0), "let") &&
+         e.node(e.kid(body, 1)).list) {
+    for (std::size_t b : e.node(e.kid(body, 1)).kids) {
+      if (!e.node(b).list || e.size(b) != 2 || e.node(e.kid(b, 0)).list) {
+        return false;
+      }
+      lets_[e.node(e.kid(b, 0)).atom] = e.kid(b, 1);
+    }
+    body = e.kid(body, 2);
+  }
+  struct Branch {
+    Slot leaf;
+    std::vector<Slot> fixed;
+  };
+  // Fixes what `slots` says in `fixed`; false when it contradicts what is fixed already.
+  auto narrow = [&](std::vector<Slot>& fixed, std::vector<Slot> const& slots) {
+    for (std::size_t i = 0; i < slots.size(); ++i) {
+      if (slots[i].literal == kFree.literal) {
+        continue;
+      }
+      if (fixed[i].literal != kFree.literal &&
+          (fixed[i].literal != slots[i].literal ||
+           (slots[i].literal < 0 && !same(e, fixed[i].node, slots[i].node)))) {
+        return false;
+      }
+      fixed[i] = slots[i];
+    }
+    return true;
+  };
+  table.points.clear();
+  std::vector<Slot> slots;
+  std::vector<Branch> stack{{Slot{body, -1}, std::vector<Slot>(params.size(), kFree)}};
+  while (!stack.empty()) {
+    Branch b = std::move(stack.back());
+    stack.pop_back();
+    std::size_t const n = b.leaf.literal < 0 ? resolve(e, b.leaf.node) : 0;
+    if (b.leaf.literal < 0 && e.is_app(n, "ite", 4) && match_point(e, e.kid(n, 1), params, slots)) {
+      Branch then_branch{Slot{e.kid(n, 2), -1}, b.fixed};
+      bool const reachable = narrow(then_branch.fixed, slots);
+      stack.push_back(Branch{Slot{e.kid(n, 3), -1}, std::move(b.fixed)});
+      if (reachable) {
+        stack.push_back(std::move(then_branch));
+      }
+      continue;
+    }
+    if (b.leaf.literal < 0 && predicate && !e.is_atom(n, "true") && !e.is_atom(n, "false")) {
+      int const positive = e.is_app(n, "not", 2) ? 0 : 1;
+      std::size_t const c = positive != 0 ? n : resolve(e, e.kid(n, 1));
+      std::vector<std::size_t> conditions{c};
+      if (e.node(c).list && e.size(c) > 1 && e.is_atom(e.kid(c, 0), "or")) {
+        conditions.assign(e.node(c).kids.begin() + 1, e.node(c).kids.end());
+      }
+      stack.push_back(Branch{Slot{0, 1 - positive}, b.fixed});
+      for (std::size_t k = conditions.size(); k-- > 0;) {
+        if (!match_point(e, conditions[k], params, slots)) {
+          return false;
+        }
+        Branch hit{Slot{0, positive}, b.fixed};
+        if (narrow(hit.fixed, slots)) {
+          stack.push_back(std::move(hit));
+        }
+      }
+      continue;
+    }
+    if (std::all_of(b.fixed.begin(), b.fixed.end(),
+                    [](Slot const& slot) { return slot.literal == kFree.literal; })) {
+      table.otherwise = b.leaf;
+      return true;
+    }
+    table.points.emplace_back(std::move(b.fixed), b.leaf);
+  }
+  return false;  // not reached: the else-branches from the root fix nothing
+}
+
+// A function's table from its definition (define-fun f ((p S) ...) R body); see read_table.
 FunctionValue ProcessEngine::function_value(Sexpr const& e, std::size_t def, Symbol const* s,
                                             std::string const& command) {
   std::vector<std::string> params;
@@ -362,48 +463,28 @@ FunctionValue ProcessEngine::function_value(Sexpr const& e, std::size_t def, Sym
     }
     params.push_back(e.node(e.kid(p, 0)).atom);
   }
-  if (params.size() != s->get_arity()) {
-    unreadable(e, def, "a function definition", command);
-  }
   DataType const* result = s->get_output_type();
+  Table table;
+  if (params.size() != s->get_arity() ||
+      !read_table(e, e.kid(def, 4), params, result->is_bool(), table)) {
+    unreadable(e, def, "a table of values", command);
+  }
+  auto read = [&](Slot const& slot, DataType const* sort) -> Term const* {
+    return slot.literal == kFree.literal ? nullptr
+           : slot.literal < 0            ? to_term(e, slot.node, sort, command)
+           : slot.literal != 0           ? mgr_.make_true()
+                                         : mgr_.make_false();
+  };
   FunctionValue fv;
-  std::vector<Term const*> args;
-  std::size_t body = e.kid(def, 4);
-  while (e.node(body).list && e.size(body) == 3 && e.is_atom(e.kid(body, 0), "let") &&
-         e.node(e.kid(body, 1)).list) {
-    for (std::size_t b : e.node(e.kid(body, 1)).kids) {
-      if (!e.node(b).list || e.size(b) != 2 || e.node(e.kid(b, 0)).list) {
-        unreadable(e, body, "a let", command);
-      }
-      lets_[e.node(e.kid(b, 0)).atom] = e.kid(b, 1);
+  for (auto const& [fixed, value] : table.points) {
+    FunctionValue::Point p;
+    for (std::size_t i = 0; i < fixed.size(); ++i) {
+      p.args.push_back(read(fixed[i], s->get_type()->get_component(i)));
     }
-    body = e.kid(body, 2);
+    p.value = read(value, result);
+    fv.points.push_back(std::move(p));
   }
-  while (e.is_app(body, "ite", 4) && read_point(e, e.kid(body, 1), params, s, args, command)) {
-    fv.points.push_back(FunctionValue::Point{args, to_term(e, e.kid(body, 2), result, command)});
-    body = e.kid(body, 3);
-  }
-  if (result->is_bool() && !e.is_atom(body, "true") && !e.is_atom(body, "false")) {
-    bool positive = true;
-    if (e.is_app(body, "not", 2)) {
-      positive = false;
-      body = e.kid(body, 1);
-    }
-    std::vector<std::size_t> conditions{body};
-    if (e.node(body).list && e.size(body) > 1 && e.is_atom(e.kid(body, 0), "or")) {
-      conditions.assign(e.node(body).kids.begin() + 1, e.node(body).kids.end());
-    }
-    for (std::size_t c : conditions) {
-      if (!read_point(e, c, params, s, args, command)) {
-        unreadable(e, c, "a table of values", command);
-      }
-      fv.points.push_back(
-          FunctionValue::Point{args, positive ? mgr_.make_true() : mgr_.make_false()});
-    }
-    fv.otherwise = positive ? mgr_.make_false() : mgr_.make_true();
-    return fv;
-  }
-  fv.otherwise = to_term(e, body, result, command);
+  fv.otherwise = read(table.otherwise, result);
   return fv;
 }
 
@@ -464,15 +545,14 @@ Model ProcessEngine::model() {
   if (!a.node(r).list) {
     unreadable(a, r, "a model", command);
   }
-  std::unordered_map<std::string, std::size_t> definitions;  // by name
   for (std::size_t k : a.node(r).kids) {
     if (a.is_app(k, "define-fun", 5) && !a.node(a.kid(k, 1)).list) {
-      definitions.emplace(a.node(a.kid(k, 1)).atom, k);
+      definitions_.emplace(a.node(a.kid(k, 1)).atom, k);
     }
   }
   for (Symbol const* s : functions) {
-    auto it = definitions.find(kNamePrefix + s->get_name());
-    if (it != definitions.end()) {
+    auto it = definitions_.find(kNamePrefix + s->get_name());
+    if (it != definitions_.end()) {
       result.functions.emplace_back(s, function_value(a, it->second, s, command));
     } else {
       result.functions.emplace_back(s, FunctionValue{});

@@ -19,6 +19,7 @@
 #include <vector>
 
 #include <tvx/core/error.h>
+#include <tvx/smt2/response_writer.h>
 #include <tvx/solver/solver.h>
 
 namespace tvx {
@@ -232,14 +233,7 @@ TEST_P(ProcessEngineTest, ValuesInEveryShapeTheSolversPrintReadBack) {
   Model const model = s.get_model();
   ASSERT_EQ(model.functions.size(), 1u);
   FunctionValue const& pv = model.functions[0].second;
-  auto apply = [&](std::vector<Term const*> const& args) {
-    for (FunctionValue::Point const& point : pv.points) {
-      if (point.args == args) {
-        return point.value;
-      }
-    }
-    return pv.otherwise;
-  };
+  auto apply = [&](std::vector<Term const*> const& args) { return pv.at(args); };
   EXPECT_EQ(apply({f, f}), t);
   EXPECT_EQ(apply({t, f}), f);
   EXPECT_EQ(apply({f, t}), f);
@@ -284,12 +278,7 @@ TEST_P(ProcessEngineTest, ModelsGiveTablesOfFunctions) {
   EXPECT_EQ(m.functions[3].first, h);
   // The table applied to the asserted points gives the asserted values.
   auto apply = [](FunctionValue const& fv, std::vector<Term const*> const& args) {
-    for (FunctionValue::Point const& p : fv.points) {
-      if (p.args == args) {
-        return p.value;
-      }
-    }
-    return fv.otherwise;
+    return fv.at(args);
   };
   EXPECT_EQ(apply(m.functions[0].second, {num("1")}), num("3"));
   EXPECT_EQ(apply(m.functions[0].second, {num("2")}), num("4"));
@@ -303,10 +292,15 @@ TEST_P(ProcessEngineTest, ModelsGiveTablesOfFunctions) {
   EXPECT_EQ(s.get_model_value(u1), e1);
   EXPECT_EQ(apply(m.functions[3].second, {e1}), e2);
   EXPECT_EQ(apply(m.functions[3].second, {e2}), e1);
-  // Every point of every table, asserted, keeps the session satisfiable.
+  // Every point of every table, asserted, keeps the session satisfiable (a free argument
+  // asserted at the value 0).
   for (auto const& [fn, fv] : m.functions) {
     for (FunctionValue::Point const& p : fv.points) {
-      s.assert_formula(mgr_.make_equal(fx(fn, p.args), p.value));
+      std::vector<Term const*> args = p.args;
+      for (Term const*& a : args) {
+        a = a != nullptr ? a : num("0");
+      }
+      s.assert_formula(mgr_.make_equal(fx(fn, args), fv.at(args)));
     }
   }
   EXPECT_EQ(s.check(), CheckResult::Sat);
@@ -476,8 +470,9 @@ class FakeSolverTest : public ::testing::Test {
     fds_ = open_fds();
   }
   void TearDown() override { std::system(("rm -rf " + dir_).c_str()); }
+  // `more`: further cases, each "PATTERN) COMMANDS ;;".
   std::string fake(std::string const& name, std::string const& on_check,
-                   std::string const& when = "*check-sat*") {
+                   std::string const& when = "*check-sat*", std::string const& more = "") {
     std::string const path = dir_ + "/" + name;
     std::ofstream out(path);
     out << "#!/bin/sh\n"
@@ -485,7 +480,7 @@ class FakeSolverTest : public ::testing::Test {
         << "  case \"$line\" in\n"
         << "    *'(get-info :name)'*) echo '(:name \"fake\")' ;;\n"
         << "    " << when << ") " << on_check << " ;;\n"
-        << "    *) echo success ;;\n"
+        << more << "    *) echo success ;;\n"
         << "  esac\n"
         << "done\n";
     out.close();
@@ -584,6 +579,71 @@ TEST_F(FakeSolverTest, OutputClosedEarlyEndsTheSolver) {
   // Still running, with its output closed: it is killed and reaped.
   message = check_fails<EngineError>(fake("mute", "exec 1>&-; exec sleep 1000"));
   EXPECT_THAT(message, HasSubstr("closed its output"));
+}
+
+TEST_F(FakeSolverTest, ModelsInEveryShapeSolversWriteBecomeTables) {
+  // cvc5 writes a function as a tree that tests one argument per level, with formulas over
+  // the arguments at a predicate's leaves; z3 writes an array argument as (_ as-array k!N),
+  // with k!N defined in the same model, and names conditions with lets.
+  std::ofstream(dir_ + "/model")
+      << "(\n(define-fun tvx.f ((_arg_1 Int) (_arg_2 Int)) Int (ite (= _arg_1 1) (ite (= _arg_2 2) "
+         "12 10) (ite (= 5 _arg_2) 5 0)))\n"
+         "(define-fun tvx.p ((_arg_1 Int) (_arg_2 Int)) Bool (ite (= _arg_1 (- 6)) (= _arg_2 6) "
+         "(and (= _arg_1 (- 10)) (= _arg_2 0))))\n"
+         "(define-fun tvx.g ((x!0 (Array Int Int))) Int (ite (= x!0 (_ as-array k!1)) 7 (ite (= "
+         "x!0 (_ as-array k!2)) 8 (ite (= x!0 (_ as-array k!1)) 0 9))))\n"
+         "(define-fun tvx.q ((x!0 Int) (x!1 Int)) Bool (let ((a!1 (= x!0 3))) (or (and a!1 (= "
+         "x!1 4)) (and (= x!1 1) a!1))))\n"
+         "(define-fun k!1 ((x!0 Int)) Int (ite (= x!0 3) 4 5))\n"
+         "(define-fun k!2 ((x!0 Int)) Int (let ((a!1 4)) (ite (= x!0 3) a!1 (ite (= x!0 1) a!1 "
+         "6))))\n)\n";
+  std::string const path =
+      fake("models", "echo sat", "*check-sat*", "    *get-model*) cat " + dir_ + "/model ;;\n");
+  {
+    Solver s(mgr_, config_, make_engine(path, mgr_, config_));
+    DataType const* I = mgr_.get_integer_type();
+    DataType const* A = mgr_.get_array_type(I, I);
+    s.declare_fun("f", {I, I}, I);
+    s.declare_fun("p", {I, I}, mgr_.get_bool_type());
+    s.declare_fun("g", {A}, I);
+    s.declare_fun("q", {I, I}, mgr_.get_bool_type());
+    ASSERT_EQ(s.check(), CheckResult::Sat);
+    Model const m = s.get_model();
+    ASSERT_EQ(m.functions.size(), 4u);
+    auto n = [&](char const* v) { return mgr_.make_number(v, I); };
+    FunctionValue const& f = m.functions[0].second;
+    EXPECT_EQ(f.at({n("1"), n("2")}), n("12"));
+    EXPECT_EQ(f.at({n("1"), n("5")}), n("10")) << "the outer test comes first";
+    EXPECT_EQ(f.at({n("3"), n("5")}), n("5"));
+    EXPECT_EQ(f.at({n("3"), n("3")}), n("0"));
+    FunctionValue const& p = m.functions[1].second;
+    EXPECT_EQ(p.at({n("-6"), n("6")}), mgr_.make_true());
+    EXPECT_EQ(p.at({n("-6"), n("0")}), mgr_.make_false());
+    EXPECT_EQ(p.at({n("-10"), n("0")}), mgr_.make_true());
+    EXPECT_EQ(p.at({n("-10"), n("1")}), mgr_.make_false());
+    EXPECT_EQ(p.at({n("0"), n("0")}), mgr_.make_false());
+    auto store = [&](Term const* a, char const* i, char const* v) {
+      return mgr_.make_builtin("store", {a, n(i), n(v)});
+    };
+    Term const* k1 = store(mgr_.make_const_array(A, n("5")), "3", "4");
+    Term const* k2 = store(store(mgr_.make_const_array(A, n("6")), "1", "4"), "3", "4");
+    FunctionValue const& g = m.functions[2].second;
+    EXPECT_EQ(g.at({k1}), n("7"));
+    EXPECT_EQ(g.at({k2}), n("8"));
+    EXPECT_EQ(g.at({mgr_.make_const_array(A, n("5"))}), n("9"));
+    FunctionValue const& q = m.functions[3].second;
+    EXPECT_EQ(q.at({n("3"), n("4")}), mgr_.make_true());
+    EXPECT_EQ(q.at({n("3"), n("1")}), mgr_.make_true());
+    EXPECT_EQ(q.at({n("3"), n("0")}), mgr_.make_false());
+    EXPECT_EQ(q.at({n("4"), n("4")}), mgr_.make_false());
+    // Written as a model, a point that leaves an argument free does not test it.
+    std::ostringstream out;
+    smt2::ResponseWriter(mgr_, config_, out).model(m);
+    EXPECT_THAT(
+        out.str(),
+        HasSubstr("(ite (and (= x!0 1) (= x!1 2)) 12 (ite (= x!0 1) 10 (ite (= x!1 5) 5 0)))"));
+  }
+  EXPECT_TRUE(no_child_left());
 }
 
 TEST_F(FakeSolverTest, ASolverThatCannotStartIsAnError) {

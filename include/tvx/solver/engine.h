@@ -20,7 +20,10 @@ enum class CheckResult { Sat, Unsat, Unknown };
 // "sat", "unsat" or "unknown".
 char const* to_string(CheckResult result);
 
-// The value of a function symbol: a finite table and a value everywhere else.
+// The value of a function symbol: a table and a value everywhere else. A point may leave some
+// arguments free (null in `args`: any value matches), so the table is read in order: the
+// value at a tuple of arguments is that of the first point that matches it, or `otherwise`
+// when none does. Every point fixes at least one argument.
 struct FunctionValue {
   struct Point {
     std::vector<Term const*> args;
@@ -28,6 +31,9 @@ struct FunctionValue {
   };
   std::vector<Point> points;
   Term const* otherwise = nullptr;
+
+  // The value at `args` (values, compared as terms): the first matching point's, or otherwise.
+  Term const* at(std::vector<Term const*> const& args) const;
 };
 
 // A model: a value for each constant and function symbol that the engine knows, in symbol id
