@@ -86,24 +86,14 @@ bool TermManager::is_foreign_theory_name(std::string const& name, bool sort) {
          std::end(kForeignFunctions);
 }
 
-std::uint64_t TermManager::StructuralHash::operator()(Term const* t) const {
-  // Hashes the symbol and argument addresses, not their ids, so that hashing a term reads
-  // nothing but the term itself. The table's layout never reaches any output.
-  std::uint64_t h = reinterpret_cast<std::uintptr_t>(t->get_symbol()) * 0x9E3779B97F4A7C15ULL;
-  Term const* const* args = t->args();
-  for (std::size_t i = 0, n = t->get_arity(); i < n; ++i) {
+std::uint64_t TermManager::structural_hash(Symbol const* s, Term const* const* args,
+                                           std::size_t n) {
+  std::uint64_t h = reinterpret_cast<std::uintptr_t>(s) * 0x9E3779B97F4A7C15ULL;
+  for (std::size_t i = 0; i < n; ++i) {
     h = (h ^ reinterpret_cast<std::uintptr_t>(args[i])) * 0xFF51AFD7ED558CCDULL;
     h ^= h >> 32;
   }
-  return h ^ (h >> 29);
-}
-
-bool TermManager::StructuralEqual::operator()(Term const* a, Term const* b) const {
-  if (a->get_symbol() != b->get_symbol()) {
-    return false;
-  }
-  std::size_t const n = a->get_arity();
-  return n == 0 || std::memcmp(a->args(), b->args(), n * sizeof(Term const*)) == 0;
+  return (h ^ (h >> 29)) * 0x9E3779B97F4A7C15ULL;  // the top bits choose the slot
 }
 
 TermManager::TermManager() {
@@ -399,22 +389,59 @@ void* TermManager::allocate_term(std::size_t bytes) {
   return p;
 }
 
+std::size_t TermManager::find_slot(std::uint64_t hash, Symbol const* s, Term const* const* args,
+                                   std::size_t n) const {
+  std::size_t const mask = term_slots_.size() - 1;
+  for (std::size_t i = static_cast<std::size_t>(hash >> term_shift_);; i = (i + 1) & mask) {
+    TermSlot const& slot = term_slots_[i];
+    if (slot.term == nullptr) {
+      return i;
+    }
+    if (slot.hash == hash && slot.term->get_symbol() == s && slot.term->get_arity() == n &&
+        std::equal(args, args + n, slot.term->args())) {
+      return i;
+    }
+  }
+}
+
+void TermManager::grow_terms() {
+  std::size_t const size = term_slots_.empty() ? 1024 : 2 * term_slots_.size();
+  std::vector<TermSlot> slots(size, TermSlot{0, nullptr});
+  unsigned shift = 64;
+  for (std::size_t k = size; k > 1; k >>= 1) {
+    --shift;
+  }
+  // Moved by their stored hashes: no term is read.
+  for (TermSlot const& slot : term_slots_) {
+    if (slot.term != nullptr) {
+      std::size_t i = static_cast<std::size_t>(slot.hash >> shift);
+      while (slots[i].term != nullptr) {
+        i = (i + 1) & (size - 1);
+      }
+      slots[i] = slot;
+    }
+  }
+  term_slots_.swap(slots);
+  term_shift_ = shift;
+}
+
 Term const* TermManager::intern_term(Symbol const* s, Term const* const* args, std::size_t n) {
-  // Look the structure up through a probe term in scratch storage, so that nothing is
-  // allocated for a term that exists already.
-  probe_.resize(2 + n);
-  Term* probe = new (probe_.data()) Term(0, s);
-  std::copy(args, args + n, probe->mutable_args());
-  std::size_t const bytes = sizeof(Term) + n * sizeof(Term const*);
-  auto result = terms_.find_or_insert(probe, [&]() -> Term const* {
-    Term* t = new (allocate_term(bytes)) Term(next_term_id_, s);
-    std::copy(args, args + n, t->mutable_args());
-    // Every argument exists before the term, so ids order a DAG's terms bottom-up.
-    assert(std::all_of(args, args + n, [&](Term const* a) { return a->get_id() < next_term_id_; }));
-    ++next_term_id_;
-    return t;
-  });
-  return *result.first;
+  if (2 * (term_count_ + 1) > term_slots_.size()) {
+    grow_terms();
+  }
+  std::uint64_t const hash = structural_hash(s, args, n);
+  std::size_t const i = find_slot(hash, s, args, n);
+  if (term_slots_[i].term != nullptr) {
+    return term_slots_[i].term;
+  }
+  Term* t = new (allocate_term(sizeof(Term) + n * sizeof(Term const*))) Term(next_term_id_, s);
+  std::copy(args, args + n, t->mutable_args());
+  // Every argument exists before the term, so ids order a DAG's terms bottom-up.
+  assert(std::all_of(args, args + n, [&](Term const* a) { return a->get_id() < next_term_id_; }));
+  ++next_term_id_;
+  term_slots_[i] = TermSlot{hash, t};
+  ++term_count_;
+  return t;
 }
 
 Term const* TermManager::make_constant(Symbol const* s) {
@@ -435,8 +462,12 @@ bool TermManager::owns(Term const* t) const {
   if (t == nullptr || !owns(t->get_symbol())) {
     return false;
   }
-  auto found = terms_.find(t);
-  return found != terms_.end() && *found == t;
+  if (term_slots_.empty()) {
+    return false;
+  }
+  std::size_t const n = t->get_arity();
+  std::uint64_t const hash = structural_hash(t->get_symbol(), t->args(), n);
+  return term_slots_[find_slot(hash, t->get_symbol(), t->args(), n)].term == t;
 }
 
 }  // namespace tvx

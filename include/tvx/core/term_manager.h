@@ -16,7 +16,6 @@
 #include <tvx/core/error.h>
 #include <tvx/core/symbol.h>
 #include <tvx/core/term.h>
-#include <tvx/support/hashtable.h>
 
 namespace tvx {
 
@@ -132,14 +131,15 @@ class TermManager {
   static constexpr std::uint64_t kMaxBvWidth = std::uint64_t{1} << 24;
 
  private:
-  struct StructuralHash {
-    std::uint64_t operator()(Term const* t) const;
-  };
-  struct StructuralEqual {
-    bool operator()(Term const* a, Term const* b) const;
-  };
-  using TermTable = hsh::Hashtable<Term const*, hsh::GetKey_identity<Term const*>, Term const*,
-                                   StructuralHash, StructuralEqual>;
+  // A hash of a term's structure: its symbol's and arguments' addresses (not their ids, so
+  // that hashing reads nothing but the arguments given). The table's layout never reaches any
+  // output.
+  static std::uint64_t structural_hash(Symbol const* s, Term const* const* args, std::size_t n);
+  // The slot of the term table where a term with this structure is, or the empty slot where
+  // it would go.
+  std::size_t find_slot(std::uint64_t hash, Symbol const* s, Term const* const* args,
+                        std::size_t n) const;
+  void grow_terms();
 
   DataType const* intern_type(DataType::Kind kind, std::string name, std::uint64_t width,
                               std::vector<DataType const*> components);
@@ -196,9 +196,17 @@ class TermManager {
   std::vector<std::unique_ptr<char[]>> term_chunks_;
   char* chunk_pos_ = nullptr;
   char* chunk_end_ = nullptr;
-  TermTable terms_;
-  // Scratch term used as the lookup key before a term is created.
-  std::vector<std::uint64_t> probe_;
+  // Every term, hash-consed, in an open-addressing table of (hash, term) slots with linear
+  // probing, at most half full; its size is a power of two, and a hash's first slot is given
+  // by its top bits. A lookup compares stored hashes first, so it reads a term only when the
+  // term's hash matches, and a new term costs no allocation besides the term itself.
+  struct TermSlot {
+    std::uint64_t hash;
+    Term const* term;  // null: empty
+  };
+  std::vector<TermSlot> term_slots_;
+  unsigned term_shift_ = 64;  // 64 - log2(slots)
+  std::size_t term_count_ = 0;
 };
 
 }  // namespace tvx
