@@ -429,15 +429,15 @@ void SmtLib2TermPrinter::append_let_name(std::string const& prefix, std::uint64_
   }
 }
 
-void SmtLib2TermPrinter::render_body(Term const* t, std::string const& prefix, bool annotate) {
+void SmtLib2TermPrinter::render_body(Term const* t, std::string const* prefix, bool annotate) {
   frames_.clear();
   frames_.push_back({t, 0});
   while (!frames_.empty()) {
     Frame& f = frames_.back();
     Term const* u = f.term;
     if (f.next_arg == 0) {
-      if (u != t && info_[u->get_id()] != 0) {
-        append_let_name(prefix, info_[u->get_id()] - 1);
+      if (prefix != nullptr && u != t && info_[u->get_id()] != 0) {
+        append_let_name(*prefix, info_[u->get_id()] - 1);
         frames_.pop_back();
         continue;
       }
@@ -473,7 +473,39 @@ void SmtLib2TermPrinter::render_body(Term const* t, std::string const& prefix, b
   }
 }
 
+namespace {
+
+// Whether the term's only subterms with arguments are itself and at most one argument whose own
+// arguments are all leaves: then no term with arguments is reached twice, so nothing is bound.
+// Small atoms, the bulk of many sessions' assertions, are such terms.
+bool nothing_to_share(Term const* root) {
+  Term const* compound = nullptr;
+  for (std::size_t i = 0, n = root->get_arity(); i < n; ++i) {
+    Term const* a = root->get_arg(i);
+    if (a->get_arity() > 0) {
+      if (compound != nullptr) {
+        return false;
+      }
+      compound = a;
+    }
+  }
+  if (compound != nullptr) {
+    for (std::size_t i = 0, n = compound->get_arity(); i < n; ++i) {
+      if (compound->get_arg(i)->get_arity() > 0) {
+        return false;
+      }
+    }
+  }
+  return true;
+}
+
+}  // namespace
+
 void SmtLib2TermPrinter::render_shared(Term const* root, bool annotate) {
+  if (nothing_to_share(root)) {
+    render_body(root, nullptr, annotate);  // as it is, without the sharing pass
+    return;
+  }
   compute_sharing(root);
 
   // Names: a counter per call, or the term id in global-declarations mode; the prefix grows
@@ -498,13 +530,13 @@ void SmtLib2TermPrinter::render_shared(Term const* root, bool annotate) {
       text_ += first ? "(" : " (";
       append_let_name(prefix, info_[bound_[k].id] - 1);
       text_ += ' ';
-      render_body(bound_[k].term, prefix, annotate);
+      render_body(bound_[k].term, &prefix, annotate);
       text_ += ')';
     }
     text_ += ") ";
     ++open;
   }
-  render_body(root, prefix, annotate);
+  render_body(root, &prefix, annotate);
   text_.append(open, ')');
   for (Term const* t : order_) {
     info_[t->get_id()] = 0;

@@ -131,7 +131,9 @@ class SmtLib2TermPrinter : public SmtLibTermPrinter {
   void compute_sharing(Term const* root);
   void render_term(Term const* root, bool annotate);  // appends the term's text to text_
   void render_shared(Term const* root, bool annotate);
-  void render_body(Term const* t, std::string const& prefix, bool annotate);
+  // Writes t, with a let name for each bound subterm (per-id words in info_) under `prefix`;
+  // with no prefix nothing is bound and info_ is not read.
+  void render_body(Term const* t, std::string const* prefix, bool annotate);
   void append_let_name(std::string const& prefix, std::uint64_t n);
   std::string const& let_name_prefix();
   bool let_names_clash(std::string const& prefix);
