@@ -249,6 +249,9 @@ void Process::drain(int fd, std::string& into, bool& open) {
       if (&into == &errors_ && errors_.size() > 2 * kErrorTail) {
         errors_.erase(0, errors_.size() - kErrorTail);
       }
+      if (static_cast<std::size_t>(n) < sizeof(buf)) {
+        return;  // a pipe gives all it holds: it is empty now
+      }
       continue;
     }
     if (n == 0) {
@@ -279,14 +282,26 @@ void Process::send(std::string const& text) {
   if (in_ < 0) {
     fail("is not running");
   }
+  // Written without waiting while the socket takes it; when it is full, the child's output is
+  // read while waiting, so that a child blocked on a full output pipe cannot stall both.
   std::size_t done = 0;
   while (done < text.size()) {
+    ssize_t const n =
+        ::send(in_, text.data() + done, text.size() - done, MSG_NOSIGNAL | MSG_DONTWAIT);
+    if (n > 0) {
+      done += static_cast<std::size_t>(n);
+      continue;
+    }
+    if (n < 0 && errno == EINTR) {
+      continue;
+    }
+    if (n < 0 && errno != EAGAIN && errno != EWOULDBLOCK) {
+      fail(errno == EPIPE ? "closed its input (has it died?)"
+                          : std::string("cannot be written to: ") + std::strerror(errno));
+    }
     pollfd fds[3] = {
         {in_, POLLOUT, 0}, {out_open_ ? out_ : -1, POLLIN, 0}, {err_open_ ? err_ : -1, POLLIN, 0}};
-    if (poll(fds, 3, -1) < 0) {
-      if (errno == EINTR) {
-        continue;
-      }
+    if (poll(fds, 3, -1) < 0 && errno != EINTR) {
       fail(std::string("cannot be written to: ") + std::strerror(errno));
     }
     if (fds[1].revents != 0) {
@@ -298,19 +313,6 @@ void Process::send(std::string const& text) {
     if ((fds[0].revents & (POLLERR | POLLHUP)) != 0 && (fds[0].revents & POLLOUT) == 0) {
       fail("closed its input");
     }
-    if ((fds[0].revents & POLLOUT) == 0) {
-      continue;
-    }
-    ssize_t const n =
-        ::send(in_, text.data() + done, text.size() - done, MSG_NOSIGNAL | MSG_DONTWAIT);
-    if (n < 0) {
-      if (errno == EAGAIN || errno == EINTR) {
-        continue;
-      }
-      fail(errno == EPIPE ? "closed its input (has it died?)"
-                          : std::string("cannot be written to: ") + std::strerror(errno));
-    }
-    done += static_cast<std::size_t>(n);
   }
 }
 
@@ -358,6 +360,12 @@ std::string Process::receive(double timeout) {
         fail(std::string("gave no answer within ") + seconds + " s and was stopped");
       }
       wait_ms = static_cast<int>(left < 1000000 ? left : 1000000);
+    }
+    // The answer is often there already (the commands went in one batch): read before waiting.
+    std::size_t const had = output_.size();
+    drain(out_, output_, out_open_);
+    if (output_.size() != had || !out_open_) {
+      continue;
     }
     read_available(true, wait_ms);
   }

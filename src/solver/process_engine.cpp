@@ -171,6 +171,7 @@ void ProcessEngine::fail(std::string const& what, std::string const& command) {
   }
   ended_ = message;
   pending_.clear();
+  outbox_.clear();
   throw EngineError(message);
 }
 
@@ -181,6 +182,7 @@ void ProcessEngine::write(std::string const& command) {
   } catch (EngineError const& e) {
     ended_ = std::string(e.what()) + "; the command: " + shown(command);
     pending_.clear();
+    outbox_.clear();
     throw EngineError(ended_);
   }
 }
@@ -191,6 +193,7 @@ std::string ProcessEngine::receive(std::string const& command) {
   } catch (EngineError const& e) {
     ended_ = std::string(e.what()) + "; the command: " + shown(command);
     pending_.clear();
+    outbox_.clear();
     throw EngineError(ended_);
   }
 }
@@ -215,6 +218,7 @@ void ProcessEngine::refuse(std::string const& answer, std::string const& command
 }
 
 void ProcessEngine::sync() {
+  flush();
   std::string unsupported;
   while (!pending_.empty()) {
     std::string const command = pending_.front();
@@ -241,16 +245,36 @@ void ProcessEngine::sync() {
 }
 
 void ProcessEngine::send(std::string const& command) {
-  write(command);
+  check_running();
+  outbox_ += command;
   pending_.push_back(shown(command));
   if (pending_.size() >= kMaxPending) {
+    flush();
     sync();
   }
 }
 
+void ProcessEngine::flush() {
+  if (!outbox_.empty()) {
+    std::string batch;
+    batch.swap(outbox_);
+    write(batch);
+  }
+}
+
 Sexpr const& ProcessEngine::ask(std::string const& command) {
-  sync();
-  write(command);
+  // The commands waiting in the outbox go with the query, in one write: one round trip.
+  check_running();
+  outbox_ += command;
+  flush();
+  try {
+    sync();
+  } catch (Unsupported const&) {
+    // The solver runs on and has answered the query too: its answer is read and dropped, so
+    // that the next command meets its own.
+    receive(command);
+    throw;
+  }
   std::string const answer = receive(command);
   refuse(answer, command, false);
   lets_.clear();

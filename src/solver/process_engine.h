@@ -77,8 +77,10 @@ class ProcessEngine final : public Engine {
   static std::string fraction(std::string const& a, std::string const& b);
 
   // --- talking to the solver ---
-  // Sends a command whose answer must be "success"; the answer is read later.
+  // Sends a command whose answer must be "success"; the answer is read later. The command waits
+  // in the outbox until a query or a full outbox sends the batch in one write.
   void send(std::string const& command);
+  void flush();
   // Sends a command and returns its answer, parsed into answer_. An (error ...) answer throws
   // EngineError and `unsupported` throws Unsupported; the solver goes on running.
   Sexpr const& ask(std::string const& command);
@@ -158,6 +160,7 @@ class ProcessEngine final : public Engine {
   bool global_decls_ = false;        // declarations outlive scopes and reset-assertions
   std::string probe_;                // without global declarations: a symbol declared at the bottom
   std::deque<std::string> pending_;  // commands sent, answers not read yet (as shown)
+  std::string outbox_;               // commands sent and not yet written
   std::ostringstream text_;
   Sexpr answer_;
 

@@ -565,12 +565,30 @@ TEST_F(FakeSolverTest, AnErrorAnswerIsReportedWithItsText) {
 }
 
 TEST_F(FakeSolverTest, AnErrorAnswerToAnAssertionEndsTheSolver) {
-  // The assertion's answer is read before the check is sent; the solver's state no longer
-  // mirrors the session's, so it is ended and the check fails with the assertion's error.
+  // The assertion's answer is read before the check's; the solver's state no longer mirrors
+  // the session's, so it is ended and the check fails with the assertion's error.
   std::string const message =
       check_fails<EngineError>(fake("reject", "echo '(error \"bad assert\")'", "*assert*"));
   EXPECT_THAT(message, HasSubstr("(error \"bad assert\")"));
   EXPECT_THAT(message, HasSubstr("the command: (assert tvx.x)"));
+}
+
+TEST_F(FakeSolverTest, ARefusedCommandInABatchLeavesTheAnswersInStep) {
+  // The push waits in the outbox and goes with the check, in one write; the solver refuses it
+  // and answers the check (unknown): the refusal is reported, and that answer does not become
+  // the answer of the next check (sat).
+  std::string const path =
+      fake("batch", "n=$((n+1)); if [ $n = 1 ]; then echo unknown; else echo sat; fi",
+           "*check-sat*", "    *'(push'*) echo unsupported ;;\n");
+  {
+    Solver s(mgr_, config_, make_engine(path, mgr_, config_));
+    s.push(1);
+    EXPECT_THAT([&] { s.check(); },
+                ::testing::ThrowsMessage<Unsupported>(HasSubstr("the command: (push 1)")));
+    EXPECT_EQ(s.check(), CheckResult::Sat);
+    EXPECT_EQ(s.check(), CheckResult::Sat);
+  }
+  EXPECT_TRUE(no_child_left());
 }
 
 TEST_F(FakeSolverTest, OutputClosedEarlyEndsTheSolver) {
