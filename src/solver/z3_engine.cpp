@@ -14,6 +14,7 @@
 
 #include <tvx/core/error.h>
 #include <tvx/solver/engine.h>
+#include <tvx/support/str.h>
 
 #include "solver/engines.h"
 #include "solver/z3_engine.h"
@@ -232,8 +233,19 @@ Z3_ast Z3Engine::build(Term const* t) {
     case SymbolTag::NUMERAL: {
       DataType const* type = s->get_output_type();
       std::string const& v = s->get_name();
+      std::uint64_t small = 0;
+      if (type->is_bv() && v.size() - 2 <= 64) {
+        // "#b" and the bits, most significant first: up to 64 bits, one machine word.
+        for (std::size_t i = 2; i < v.size(); ++i) {
+          small = (small << 1) | (v[i] == '1' ? 1 : 0);
+        }
+        return Z3_mk_unsigned_int64(c, small, sort_of(type));
+      }
+      if (type->is_int() && str::parse_decimal(v, &small)) {
+        return Z3_mk_unsigned_int64(c, small, sort_of(type));
+      }
       if (type->is_bv()) {
-        // "#b" and the bits, most significant first; z3 takes them least significant first.
+        // z3 takes the bits least significant first.
         std::size_t const width = v.size() - 2;
         std::unique_ptr<bool[]> bits(new bool[width]);
         for (std::size_t i = 0; i < width; ++i) {
