@@ -223,7 +223,12 @@ void Process::fail(std::string const& what) {
   throw EngineError(message);
 }
 
-std::string Process::last_words() const {
+std::string Process::last_words() {
+  // What the solver wrote to its error stream before its answer is there by now, though the
+  // answer may have been read without waiting on that stream.
+  if (err_ >= 0) {
+    drain(err_, errors_, err_open_);
+  }
   std::string words = errors_;
   std::string const unread = output_.substr(0, 500);
   if (!unread.empty()) {

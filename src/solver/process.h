@@ -52,7 +52,7 @@ class Process {
   // (0: no limit) pass first, in which case the child is ended.
   std::string receive(double timeout);
   // The last lines the child wrote to its standard error and any unread output, for messages.
-  std::string last_words() const;
+  std::string last_words();
   // Ends the child now and reaps it; later calls fail with EngineError.
   void kill();
 
