@@ -475,25 +475,30 @@ void SmtLib2TermPrinter::render_body(Term const* t, std::string const* prefix, b
 
 namespace {
 
-// Whether the term's only subterms with arguments are itself and at most one argument whose own
-// arguments are all leaves: then no term with arguments is reached twice, so nothing is bound.
-// Small atoms, the bulk of many sessions' assertions, are such terms.
+// Whether no subterm with arguments is reached twice in the term, so that nothing is bound:
+// decided for terms with at most kSmall subterms with arguments, by a walk that keeps them in a
+// small array instead of reading the per-id words (cache misses, for terms made long before).
+// Larger terms answer false and get the sharing pass. Most assertions are small.
 bool nothing_to_share(Term const* root) {
-  Term const* compound = nullptr;
-  for (std::size_t i = 0, n = root->get_arity(); i < n; ++i) {
-    Term const* a = root->get_arg(i);
-    if (a->get_arity() > 0) {
-      if (compound != nullptr) {
-        return false;
+  constexpr std::size_t kSmall = 16;
+  Term const* seen[kSmall];
+  Term const* stack[kSmall];  // never holds more than `seen`
+  std::size_t count = 0;
+  std::size_t top = 0;
+  seen[count++] = root;
+  stack[top++] = root;
+  while (top > 0) {
+    Term const* t = stack[--top];
+    for (std::size_t i = 0, n = t->get_arity(); i < n; ++i) {
+      Term const* a = t->get_arg(i);
+      if (a->get_arity() == 0) {
+        continue;
       }
-      compound = a;
-    }
-  }
-  if (compound != nullptr) {
-    for (std::size_t i = 0, n = compound->get_arity(); i < n; ++i) {
-      if (compound->get_arg(i)->get_arity() > 0) {
-        return false;
+      if (std::find(seen, seen + count, a) != seen + count || count == kSmall) {
+        return false;  // reached twice, or not small
       }
+      seen[count++] = a;
+      stack[top++] = a;
     }
   }
   return true;

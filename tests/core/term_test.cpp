@@ -225,6 +225,17 @@ TEST_F(TermTest, SharedSubtermsAreWrittenOnceSoSquaringChainsStayLinear) {
   std::string const text = print(mgr.make_builtin("*", {s, s}));
   EXPECT_TRUE(text.find("(+ i 5)") == text.rfind("(+ i 5)") && text.find("(let ") == 0) << text;
   EXPECT_EQ(print(mgr.make_builtin("+", {i, i})), "(+ i i)");  // leaves are never bound
+  // Reached twice below the top, in a small term and in one with more than 16 compound subterms.
+  Term const* deep =
+      mgr.make_builtin("-", {mgr.make_builtin("+", {s, i}), mgr.make_builtin("*", {i, s})});
+  EXPECT_EQ(print(deep), "(let ((_let_1 (+ i 5))) (- (+ _let_1 i) (* i _let_1)))");
+  Term const* chain = i;
+  for (int k = 0; k < 20; ++k) {
+    chain = mgr.make_builtin("+", {chain, mgr.make_number(std::to_string(k), integer)});
+  }
+  std::string const wide = print(mgr.make_builtin("-", {mgr.make_builtin("*", {chain, s}), s}));
+  EXPECT_EQ(wide.find("(let ((_let_1 (+ i 5)))"), 0u) << wide;
+  EXPECT_EQ(print(mgr.make_builtin("-", {chain, s})).find("(let"), std::string::npos);
   Term const* t = i;
   std::size_t sizes[2];  // after 10^4 and 10^5 squarings
   for (std::size_t k = 1; k <= 100000; ++k) {
