@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <string>
 #include <unordered_map>
+#include <unordered_set>
 #include <vector>
 
 #include <tvx/core/error.h>
@@ -165,7 +166,12 @@ Term const* ProcessEngine::read_term(Sexpr const& e, std::size_t root, std::stri
   std::vector<Frame> frames{{root, false, 0}};
   std::vector<Term const*> out;
   std::unordered_map<std::size_t, Term const*> memo;
+  std::unordered_set<std::size_t> open;  // let-bound expressions being read
   std::vector<Term const*> args;
+  auto done = [&]() {
+    open.erase(frames.back().node);
+    frames.pop_back();
+  };
   while (!frames.empty()) {
     std::size_t const n = frames.back().node;
     Sexpr::Node const& x = e.node(n);
@@ -176,22 +182,28 @@ Term const* ProcessEngine::read_term(Sexpr const& e, std::size_t root, std::stri
       Term const* t = apply(e, n, args, command);
       memo.emplace(n, t);
       out.push_back(t);
-      frames.pop_back();
+      done();
       continue;
     }
     auto known = memo.find(n);
     if (known != memo.end()) {
       out.push_back(known->second);
-      frames.pop_back();
+      done();
       continue;
     }
     if (!x.list) {
       auto bound = lets_.find(x.atom);
       if (bound != lets_.end()) {
-        frames.back().node = bound->second;
+        // The expression the name stands for, through names bound to names.
+        std::size_t const target = resolve(e, n);
+        if ((!e.node(target).list && lets_.count(e.node(target).atom) != 0) ||
+            !open.insert(target).second) {
+          unreadable(e, n, "a let whose names do not stand for themselves", command);
+        }
+        frames.back().node = target;
       } else {
         out.push_back(read_atom(e, n, command));
-        frames.pop_back();
+        done();
       }
       continue;
     }
@@ -212,7 +224,7 @@ Term const* ProcessEngine::read_term(Sexpr const& e, std::size_t root, std::stri
       // (_ bvN W)
       out.push_back(mgr_.make_number(e.node(x.kids[1]).atom.substr(2),
                                      mgr_.get_bv_type(std::stoull(e.node(x.kids[2]).atom))));
-      frames.pop_back();
+      done();
       continue;
     }
     if (x.kids.size() < 2) {

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <string>
 #include <unordered_map>
+#include <unordered_set>
 #include <utility>
 #include <vector>
 
@@ -131,6 +132,7 @@ Term const* ProcessEngine::to_term(Sexpr const& e, std::size_t root, DataType co
   std::vector<Task> tasks{{Step::kRead, root, root_sort, nullptr}};
   std::vector<Term const*> results;
   std::unordered_map<std::size_t, Term const*> memo;
+  std::unordered_set<std::size_t> open;  // let-bound expressions being read
   auto slot_task = [&](Slot const& slot, DataType const* sort) {
     return slot.literal < 0 ? Task{Step::kRead, slot.node, sort, nullptr}
                             : Task{Step::kConst, 0, sort,
@@ -148,6 +150,7 @@ Term const* ProcessEngine::to_term(Sexpr const& e, std::size_t root, DataType co
     }
     if (task.step == Step::kMemo) {
       memo.emplace(task.node, results.back());
+      open.erase(task.node);
       continue;
     }
     if (task.step == Step::kConstArray) {
@@ -175,6 +178,9 @@ Term const* ProcessEngine::to_term(Sexpr const& e, std::size_t root, DataType co
         if (done != memo.end()) {
           results.push_back(done->second);
         } else {
+          if (!open.insert(bound->second).second) {
+            unreadable(e, n, "a let whose names do not stand for themselves", command);
+          }
           tasks.push_back(Task{Step::kMemo, bound->second, sort, nullptr});
           tasks.push_back(Task{Step::kRead, bound->second, sort, nullptr});
         }
@@ -351,8 +357,14 @@ std::size_t ProcessEngine::resolve(Sexpr const& e, std::size_t node) const {
 }
 
 bool ProcessEngine::same(Sexpr const& e, std::size_t a, std::size_t b) const {
+  // A bound on the work: lets may share (or, from a broken solver, refer to themselves), and
+  // values compared here are small. Beyond it the two are taken as different.
+  constexpr std::size_t kMaxSteps = 1 << 20;
   std::vector<std::pair<std::size_t, std::size_t>> pairs{{a, b}};
-  while (!pairs.empty()) {
+  for (std::size_t steps = 0; !pairs.empty(); ++steps) {
+    if (steps == kMaxSteps) {
+      return false;
+    }
     auto const [x, y] = pairs.back();
     pairs.pop_back();
     Sexpr::Node const& nx = e.node(resolve(e, x));

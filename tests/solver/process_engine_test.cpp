@@ -591,6 +591,22 @@ TEST_F(FakeSolverTest, ARefusedCommandInABatchLeavesTheAnswersInStep) {
   EXPECT_TRUE(no_child_left());
 }
 
+TEST_F(FakeSolverTest, ALetThatRefersToItselfIsAnErrorNotAHang) {
+  std::string const path =
+      fake("cyclic", "echo sat", "*check-sat*",
+           "    *get-value*) echo '((tvx.a (let ((b (store b 0 1))) b)))' ;;\n");
+  {
+    Solver s(mgr_, config_, make_engine(path, mgr_, config_));
+    DataType const* I = mgr_.get_integer_type();
+    Term const* a = mgr_.make_constant(s.declare_fun("a", {}, mgr_.get_array_type(I, I)));
+    ASSERT_EQ(s.check(), CheckResult::Sat);
+    EXPECT_THAT([&] { s.get_model_value(a); },
+                ::testing::ThrowsMessage<EngineError>(HasSubstr("a let whose names")));
+    EXPECT_EQ(s.check(), CheckResult::Sat) << "the solver runs on";
+  }
+  EXPECT_TRUE(no_child_left());
+}
+
 TEST_F(FakeSolverTest, OutputClosedEarlyEndsTheSolver) {
   std::string message = check_fails<EngineError>(fake("cut", "printf '(sat'; exit 0"));
   EXPECT_THAT(message, HasSubstr("in the middle of an answer"));
