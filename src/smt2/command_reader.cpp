@@ -30,7 +30,7 @@ void ScriptReader::Impl::read(std::istream& in, std::string const& filename) {
     }
   } reset{this};
   for (;;) {
-    if (lex.peek().kind == TokenKind::kEof) {
+    if (lex.peek_kind() == TokenKind::kEof) {
       return;
     }
     // The term layer and the solver report misuse with tvx::Error; the commands turn the ones
@@ -244,7 +244,7 @@ void ScriptReader::Impl::cmd_get_unsat_assumptions() {
 void ScriptReader::Impl::cmd_get_interpolant() {
   expect_lparen(" starting the list of interpolation groups");
   std::vector<int> groups;
-  while (lex_->peek().kind != TokenKind::kRParen) {
+  while (lex_->peek_kind() != TokenKind::kRParen) {
     groups.push_back(group_number(expect_symbol("an interpolation group name or ')'")));
   }
   lex_->next();
@@ -276,7 +276,7 @@ void ScriptReader::Impl::cmd_set_logic() {
 }
 
 void ScriptReader::Impl::cmd_set_info() {
-  if (lex_->peek().kind != TokenKind::kKeyword) {
+  if (lex_->peek_kind() != TokenKind::kKeyword) {
     expected("a keyword");
   }
   lex_->next();
@@ -285,7 +285,7 @@ void ScriptReader::Impl::cmd_set_info() {
 }
 
 void ScriptReader::Impl::cmd_get_info(bool info) {
-  if (lex_->peek().kind != TokenKind::kKeyword) {
+  if (lex_->peek_kind() != TokenKind::kKeyword) {
     expected("a keyword");
   }
   std::string const key = lex_->peek().text;
@@ -297,7 +297,7 @@ void ScriptReader::Impl::cmd_get_info(bool info) {
 }
 
 void ScriptReader::Impl::cmd_echo() {
-  if (lex_->peek().kind != TokenKind::kString) {
+  if (lex_->peek_kind() != TokenKind::kString) {
     expected("a string literal");
   }
   std::string const text = lex_->peek().text;
@@ -343,7 +343,7 @@ void ScriptReader::Impl::cmd_define_sort() {
   Token const name_tok = lex_->peek();
   std::string const name = expect_symbol("a sort name");
   expect_lparen(" starting the sort parameters");
-  if (lex_->peek().kind != TokenKind::kRParen) {
+  if (lex_->peek_kind() != TokenKind::kRParen) {
     error_at(lex_->peek(),
              "parametric sorts are not supported (define-sort '" + name + "' has parameters)");
   }
@@ -363,7 +363,7 @@ void ScriptReader::Impl::cmd_declare_fun(bool is_const) {
   std::vector<DataType const*> args;
   if (!is_const) {
     expect_lparen(" starting the argument sorts");
-    while (lex_->peek().kind != TokenKind::kRParen) {
+    while (lex_->peek_kind() != TokenKind::kRParen) {
       args.push_back(parse_sort());
     }
     lex_->next();
@@ -404,7 +404,7 @@ void ScriptReader::Impl::cmd_define_fun(bool is_const) {
   if (!is_const) {
     expect_lparen(" starting the parameter list");
     std::uint64_t const stamp = ++let_stamp_;
-    while (lex_->peek().kind != TokenKind::kRParen) {
+    while (lex_->peek_kind() != TokenKind::kRParen) {
       expect_lparen(" starting a parameter (NAME SORT)");
       Token const param_tok = lex_->peek();
       std::string param = expect_symbol("a parameter name");
@@ -569,7 +569,7 @@ void ScriptReader::Impl::cmd_term_list(std::vector<Term const*>& out, bool allow
                                        char const* command) {
   out.clear();
   expect_lparen(" starting the list of terms");
-  while (lex_->peek().kind != TokenKind::kRParen) {
+  while (lex_->peek_kind() != TokenKind::kRParen) {
     Token const term_tok = lex_->peek();
     Term const* t = parse_term(false);
     if (std::strcmp(command, "get-value") != 0 && t->get_type() != mgr_.get_bool_type()) {
@@ -606,7 +606,7 @@ void ScriptReader::Impl::skip_sexpr() {
 }
 
 void ScriptReader::Impl::skip_attribute_value() {
-  TokenKind const k = lex_->peek().kind;
+  TokenKind const k = lex_->peek_kind();
   if (k != TokenKind::kRParen && k != TokenKind::kKeyword) {
     skip_sexpr();
   }

@@ -43,13 +43,20 @@ class Lexer {
   Lexer(Lexer const&) = delete;
   Lexer& operator=(Lexer const&) = delete;
 
-  // The current token; lexed on first use, so that the text after a command is not read
-  // before the command has been carried out.
-  Token const& peek() {
+  // The current token, by value; lexed on first use, so that the text after a command is not
+  // read before the command has been carried out.
+  Token peek() {
     if (!have_token_) {
       lex();
     }
     return token_;
+  }
+  // The current token's kind, without a copy of its text.
+  TokenKind peek_kind() {
+    if (!have_token_) {
+      lex();
+    }
+    return token_.kind;
   }
   // Consumes the current token.
   void next() {

@@ -187,20 +187,20 @@ class ScriptReader::Impl {
     lex_->error_here("expected " + what + ", found " + Lexer::describe(lex_->peek()));
   }
   void expect_rparen(char const* context) {
-    if (lex_->peek().kind != TokenKind::kRParen) {
+    if (lex_->peek_kind() != TokenKind::kRParen) {
       expected(std::string("')'") + context);
     }
     lex_->next();
   }
   void expect_lparen(char const* context) {
-    if (lex_->peek().kind != TokenKind::kLParen) {
+    if (lex_->peek_kind() != TokenKind::kLParen) {
       expected(std::string("'('") + context);
     }
     lex_->next();
   }
   // The name of a symbol token, consumed.
   std::string expect_symbol(char const* what) {
-    if (lex_->peek().kind != TokenKind::kSymbol) {
+    if (lex_->peek_kind() != TokenKind::kSymbol) {
       expected(what);
     }
     std::string name = lex_->peek().text;

@@ -154,7 +154,7 @@ void ScriptReader::Impl::open_application() {
     error_at(t, "unknown function symbol '" + name + "'");
   }
   lex_->next();
-  if (lex_->peek().kind == TokenKind::kRParen) {
+  if (lex_->peek_kind() == TokenKind::kRParen) {
     // Not `name`: that is the head token's text, which lexing the ')' has overwritten.
     expected("an argument of '" + *e.text + "'");
   }
@@ -188,9 +188,9 @@ void ScriptReader::Impl::open_indexed_application() {
   std::size_t const indices_begin = indices_.size();
   do {
     indices_.push_back(expect_numeral("a numeral index"));
-  } while (lex_->peek().kind != TokenKind::kRParen);
+  } while (lex_->peek_kind() != TokenKind::kRParen);
   lex_->next();
-  if (lex_->peek().kind == TokenKind::kRParen) {
+  if (lex_->peek_kind() == TokenKind::kRParen) {
     expected("an argument of '" + *e.text + "'");
   }
   frames_.push_back(
@@ -381,7 +381,7 @@ void ScriptReader::Impl::bind_let(Frame& f) {
 
 void ScriptReader::Impl::close_annotation(Term const* value, bool outermost, bool assertion) {
   bool any = false;
-  while (lex_->peek().kind != TokenKind::kRParen) {
+  while (lex_->peek_kind() != TokenKind::kRParen) {
     Token const key = lex_->peek();
     if (key.kind != TokenKind::kKeyword) {
       expected(any ? "an attribute or ')'" : "an attribute");
@@ -428,7 +428,7 @@ Term const* ScriptReader::Impl::parse_term(bool assertion) {
       if (h.kind == TokenKind::kSymbol && !h.quoted && eq(h.text, "let")) {
         lex_->next();
         expect_lparen(" starting the let bindings");
-        if (lex_->peek().kind == TokenKind::kRParen) {
+        if (lex_->peek_kind() == TokenKind::kRParen) {
           expected("a binding (NAME TERM)");
         }
         expect_lparen(" starting a binding (NAME TERM)");
@@ -474,7 +474,7 @@ Term const* ScriptReader::Impl::parse_term(bool assertion) {
       Frame& f = frames_.back();
       if (f.state == State::kApply) {
         values_.push_back(value);
-        if (lex_->peek().kind != TokenKind::kRParen) {
+        if (lex_->peek_kind() != TokenKind::kRParen) {
           break;  // the next argument
         }
         lex_->next();
@@ -484,7 +484,7 @@ Term const* ScriptReader::Impl::parse_term(bool assertion) {
       if (f.state == State::kLetBinding) {
         values_.push_back(value);
         expect_rparen(" closing the binding (NAME TERM)");
-        if (lex_->peek().kind == TokenKind::kLParen) {
+        if (lex_->peek_kind() == TokenKind::kLParen) {
           lex_->next();
           Token const& nt = lex_->peek();
           if (nt.kind != TokenKind::kSymbol) {
@@ -494,7 +494,7 @@ Term const* ScriptReader::Impl::parse_term(bool assertion) {
           lex_->next();
           break;  // the next bound term
         }
-        if (lex_->peek().kind != TokenKind::kRParen) {
+        if (lex_->peek_kind() != TokenKind::kRParen) {
           expected("'(' starting a binding or ')' ending the bindings");
         }
         lex_->next();
