@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cassert>
-#include <cstring>
 #include <new>
 #include <sstream>
 #include <stdexcept>

@@ -589,7 +589,7 @@ void ScriptReader::Impl::cmd_term_list(std::vector<Term const*>& out, bool allow
 void ScriptReader::Impl::skip_sexpr() {
   std::uint64_t depth = 0;
   do {
-    Token const& t = lex_->peek();
+    Token const t = lex_->peek();
     if (t.kind == TokenKind::kEof) {
       expected("')'");
     }

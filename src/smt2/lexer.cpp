@@ -109,7 +109,7 @@ void Lexer::error(std::uint64_t line, std::uint64_t column, std::string const& m
 }
 
 void Lexer::error_here(std::string const& message) {
-  Token const& t = peek();
+  Token const t = peek();
   error(t.line, t.column, message);
 }
 

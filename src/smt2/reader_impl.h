@@ -208,7 +208,7 @@ class ScriptReader::Impl {
     return name;
   }
   std::uint64_t expect_numeral(char const* what) {
-    Token const& t = lex_->peek();
+    Token const t = lex_->peek();
     if (t.kind != TokenKind::kNumeral) {
       expected(what);
     }

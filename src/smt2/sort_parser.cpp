@@ -37,7 +37,7 @@ DataType const* ScriptReader::Impl::parse_sort() {
   std::vector<Pending> stack;
   for (;;) {
     DataType const* sort = nullptr;
-    Token const& t = lex_->peek();
+    Token const t = lex_->peek();
     if (t.kind == TokenKind::kSymbol) {
       sort = resolve_sort(t);
       lex_->next();

@@ -110,7 +110,7 @@ Term const* ScriptReader::Impl::atom(Token const& t) {
 
 // The head token is current; pushes a kApply frame for it.
 void ScriptReader::Impl::open_application() {
-  Token const& t = lex_->peek();
+  Token const t = lex_->peek();
   std::string const& name = t.text;
   Frame f{State::kApply, HeadKind::kBuiltin, nullptr, values_.size(), indices_.size(), t.line,
           t.column};
@@ -155,15 +155,14 @@ void ScriptReader::Impl::open_application() {
   }
   lex_->next();
   if (lex_->peek_kind() == TokenKind::kRParen) {
-    // Not `name`: that is the head token's text, which lexing the ')' has overwritten.
-    expected("an argument of '" + *e.text + "'");
+    expected("an argument of '" + name + "'");
   }
   frames_.push_back(f);
 }
 
 // "((" is read; parses "_ OP INDEX+)" and pushes a kApply frame with the indices.
 void ScriptReader::Impl::open_indexed_application() {
-  Token const& u = lex_->peek();
+  Token const u = lex_->peek();
   if (u.kind != TokenKind::kSymbol || !eq(u.text, "_")) {
     if (u.kind == TokenKind::kSymbol && eq(u.text, "as")) {
       error_at(u, "qualified terms (as) are not supported");
@@ -171,7 +170,7 @@ void ScriptReader::Impl::open_indexed_application() {
     expected("'_' starting an indexed operator");
   }
   lex_->next();
-  Token const& op = lex_->peek();
+  Token const op = lex_->peek();
   if (op.kind != TokenKind::kSymbol) {
     expected("an indexed operator name");
   }
@@ -199,7 +198,7 @@ void ScriptReader::Impl::open_indexed_application() {
 
 // "(_" is read; parses "bvN W)".
 Term const* ScriptReader::Impl::indexed_constant() {
-  Token const& id = lex_->peek();
+  Token const id = lex_->peek();
   if (id.kind != TokenKind::kSymbol) {
     expected("'bvN' of a bit-vector literal (_ bvN W)");
   }
@@ -419,12 +418,12 @@ Term const* ScriptReader::Impl::parse_term(bool assertion) {
   std::size_t const base = frames_.size();
   for (;;) {
     Term const* value = nullptr;
-    Token const& t = lex_->peek();
+    Token const t = lex_->peek();
     if (t.kind == TokenKind::kLParen) {
       std::uint64_t const line = t.line;
       std::uint64_t const column = t.column;
       lex_->next();
-      Token const& h = lex_->peek();
+      Token const h = lex_->peek();
       if (h.kind == TokenKind::kSymbol && !h.quoted && eq(h.text, "let")) {
         lex_->next();
         expect_lparen(" starting the let bindings");
@@ -432,7 +431,7 @@ Term const* ScriptReader::Impl::parse_term(bool assertion) {
           expected("a binding (NAME TERM)");
         }
         expect_lparen(" starting a binding (NAME TERM)");
-        Token const& nt = lex_->peek();
+        Token const nt = lex_->peek();
         if (nt.kind != TokenKind::kSymbol) {
           expected("a name to bind");
         }
@@ -486,7 +485,7 @@ Term const* ScriptReader::Impl::parse_term(bool assertion) {
         expect_rparen(" closing the binding (NAME TERM)");
         if (lex_->peek_kind() == TokenKind::kLParen) {
           lex_->next();
-          Token const& nt = lex_->peek();
+          Token const nt = lex_->peek();
           if (nt.kind != TokenKind::kSymbol) {
             expected("a name to bind");
           }

@@ -249,7 +249,6 @@ void ProcessEngine::send(std::string const& command) {
   outbox_ += command;
   pending_.push_back(shown(command));
   if (pending_.size() >= kMaxPending) {
-    flush();
     sync();
   }
 }
@@ -263,10 +262,10 @@ void ProcessEngine::flush() {
 }
 
 Sexpr const& ProcessEngine::ask(std::string const& command) {
-  // The commands waiting in the outbox go with the query, in one write: one round trip.
+  // The commands waiting in the outbox go with the query, in one write (sync sends them):
+  // one round trip.
   check_running();
   outbox_ += command;
-  flush();
   try {
     sync();
   } catch (Unsupported const&) {

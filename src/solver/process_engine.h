@@ -80,13 +80,14 @@ class ProcessEngine final : public Engine {
   // Sends a command whose answer must be "success"; the answer is read later. The command waits
   // in the outbox until a query or a full outbox sends the batch in one write.
   void send(std::string const& command);
+  // Writes the commands waiting in the outbox, in one write.
   void flush();
   // Sends a command and returns its answer, parsed into answer_. An (error ...) answer throws
   // EngineError and `unsupported` throws Unsupported; the solver goes on running.
   Sexpr const& ask(std::string const& command);
   // Sets an option; true when the solver accepted it. With `required`, refusal throws.
   bool set_option(std::string const& option, std::string const& value, bool required);
-  // Reads the answers of every command sent and not answered yet.
+  // Writes the outbox, then reads the answers of every command sent and not answered yet.
   void sync();
   void write(std::string const& command);
   std::string receive(std::string const& command);
