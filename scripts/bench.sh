@@ -20,9 +20,18 @@ bash "$root/scripts/deps.sh" libz3-dev libcvc5-dev libbenchmark-dev python3
 
 cmake -S "$root" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DTVX_BUILD_BENCHMARKS=ON \
   -DTVX_BUILD_TESTS=OFF -DTVX_BUILD_TOOLS=ON >/dev/null
-targets=(tracer_bench)
-for t in solver_bench z3_peer cvc5_peer tvx-trace; do
-  if ninja -C "$build" -t targets all 2>/dev/null | grep -q "^$t:"; then targets+=("$t"); fi
+# Every program is expected: deps.sh installed z3 and cvc5, so a program missing from the build
+# means its library was not found, which is an error, not a row to leave out. The target list
+# is read whole before it is searched (a pipe into `grep -q` would end ninja early and fail).
+known="$(ninja -C "$build" -t targets all)"
+targets=()
+for t in tracer_bench solver_bench z3_peer cvc5_peer tvx-trace; do
+  if grep -q "^$t:" <<<"$known"; then
+    targets+=("$t")
+  else
+    echo "error: $t is not a target of the build; is its solver library installed?" >&2
+    exit 1
+  fi
 done
 ninja -C "$build" "${targets[@]}"
 
