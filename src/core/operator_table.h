@@ -47,79 +47,101 @@ enum class Sig : std::uint8_t {
   Store,       // (Array I E) I E -> (Array I E)
 };
 
+// How an application of more arguments than an engine's constructor takes is spelled with
+// fewer, as SMT-LIB defines each operator: folded from the left ((a op b) op c) or from the
+// right (a op (b op c)), as a conjunction of each neighbouring pair (chainable) or of every
+// pair (pairwise). None: the operator takes a fixed number of arguments.
+enum class Assoc : std::uint8_t { None, Left, Right, Chainable, Pairwise };
+
+// Attribute bits of a row.
+enum Attr : std::uint8_t {
+  kNoAttr = 0,
+  // Takes Int and Real arguments together, the Ints read as Reals (as solvers write them in
+  // answers): +, -, *, /, the comparisons, =, distinct, and the branches of ite.
+  kMixesArith = 1,
+};
+
 struct OpInfo {
   char const* name;
   SymbolTag::tag tag;
   Sig sig;
+  Assoc assoc;
+  std::uint8_t attrs;  // Attr bits
 };
 
 // Every operator of the supported theories: its name, tag and signature rule.
 constexpr OpInfo kOps[] = {
-    {"true", SymbolTag::TRUE, Sig::Const},
-    {"false", SymbolTag::FALSE, Sig::Const},
-    {"not", SymbolTag::NOT, Sig::BoolUnary},
-    {"and", SymbolTag::AND, Sig::BoolNary},
-    {"or", SymbolTag::OR, Sig::BoolNary},
-    {"xor", SymbolTag::XOR, Sig::BoolNary},
-    {"=>", SymbolTag::IMPLIES, Sig::BoolNary},
-    {"=", SymbolTag::EQUAL, Sig::Chain},
-    {"distinct", SymbolTag::DISTINCT, Sig::Chain},
-    {"ite", SymbolTag::ITE, Sig::Ite},
-    {"+", SymbolTag::ADD, Sig::ArithNary},
-    {"-", SymbolTag::SUB, Sig::Minus},
-    {"-", SymbolTag::NEG, Sig::Minus},  // unary minus; found by name through SUB's row
-    {"*", SymbolTag::MUL, Sig::ArithNary},
-    {"/", SymbolTag::DIV, Sig::RealNary},
-    {"div", SymbolTag::IDIV, Sig::IntNary},
-    {"mod", SymbolTag::MOD, Sig::IntBinary},
-    {"abs", SymbolTag::ABS, Sig::IntUnary},
-    {"<", SymbolTag::LT, Sig::ArithChain},
-    {"<=", SymbolTag::LE, Sig::ArithChain},
-    {">", SymbolTag::GT, Sig::ArithChain},
-    {">=", SymbolTag::GE, Sig::ArithChain},
-    {"to_real", SymbolTag::TO_REAL, Sig::ToReal},
-    {"to_int", SymbolTag::TO_INT, Sig::ToInt},
-    {"is_int", SymbolTag::IS_INT, Sig::IsInt},
-    {"concat", SymbolTag::CONCAT, Sig::Concat},
-    {"extract", SymbolTag::EXTRACT, Sig::Extract},
-    {"repeat", SymbolTag::REPEAT, Sig::Repeat},
-    {"zero_extend", SymbolTag::ZERO_EXTEND, Sig::Extend},
-    {"sign_extend", SymbolTag::SIGN_EXTEND, Sig::Extend},
-    {"rotate_left", SymbolTag::ROTATE_LEFT, Sig::Rotate},
-    {"rotate_right", SymbolTag::ROTATE_RIGHT, Sig::Rotate},
-    {"bvnot", SymbolTag::BVNOT, Sig::BvUnary},
-    {"bvneg", SymbolTag::BVNEG, Sig::BvUnary},
-    {"bvand", SymbolTag::BVAND, Sig::BvNary},
-    {"bvor", SymbolTag::BVOR, Sig::BvNary},
-    {"bvxor", SymbolTag::BVXOR, Sig::BvNary},
-    {"bvnand", SymbolTag::BVNAND, Sig::BvBinary},
-    {"bvnor", SymbolTag::BVNOR, Sig::BvBinary},
-    {"bvxnor", SymbolTag::BVXNOR, Sig::BvBinary},
-    {"bvcomp", SymbolTag::BVCOMP, Sig::BvComp},
-    {"bvadd", SymbolTag::BVADD, Sig::BvNary},
-    {"bvsub", SymbolTag::BVSUB, Sig::BvNary},
-    {"bvmul", SymbolTag::BVMUL, Sig::BvNary},
-    {"bvudiv", SymbolTag::BVUDIV, Sig::BvBinary},
-    {"bvurem", SymbolTag::BVUREM, Sig::BvBinary},
-    {"bvsdiv", SymbolTag::BVSDIV, Sig::BvBinary},
-    {"bvsrem", SymbolTag::BVSREM, Sig::BvBinary},
-    {"bvsmod", SymbolTag::BVSMOD, Sig::BvBinary},
-    {"bvshl", SymbolTag::BVSHL, Sig::BvBinary},
-    {"bvlshr", SymbolTag::BVLSHR, Sig::BvBinary},
-    {"bvashr", SymbolTag::BVASHR, Sig::BvBinary},
-    {"bvult", SymbolTag::BVULT, Sig::BvPred},
-    {"bvule", SymbolTag::BVULE, Sig::BvPred},
-    {"bvugt", SymbolTag::BVUGT, Sig::BvPred},
-    {"bvuge", SymbolTag::BVUGE, Sig::BvPred},
-    {"bvslt", SymbolTag::BVSLT, Sig::BvPred},
-    {"bvsle", SymbolTag::BVSLE, Sig::BvPred},
-    {"bvsgt", SymbolTag::BVSGT, Sig::BvPred},
-    {"bvsge", SymbolTag::BVSGE, Sig::BvPred},
-    {"select", SymbolTag::SELECT, Sig::Select},
-    {"store", SymbolTag::STORE, Sig::Store},
+    {"true", SymbolTag::TRUE, Sig::Const, Assoc::None, kNoAttr},
+    {"false", SymbolTag::FALSE, Sig::Const, Assoc::None, kNoAttr},
+    {"not", SymbolTag::NOT, Sig::BoolUnary, Assoc::None, kNoAttr},
+    {"and", SymbolTag::AND, Sig::BoolNary, Assoc::Left, kNoAttr},
+    {"or", SymbolTag::OR, Sig::BoolNary, Assoc::Left, kNoAttr},
+    {"xor", SymbolTag::XOR, Sig::BoolNary, Assoc::Left, kNoAttr},
+    {"=>", SymbolTag::IMPLIES, Sig::BoolNary, Assoc::Right, kNoAttr},
+    {"=", SymbolTag::EQUAL, Sig::Chain, Assoc::Chainable, kMixesArith},
+    {"distinct", SymbolTag::DISTINCT, Sig::Chain, Assoc::Pairwise, kMixesArith},
+    {"ite", SymbolTag::ITE, Sig::Ite, Assoc::None, kMixesArith},
+    {"+", SymbolTag::ADD, Sig::ArithNary, Assoc::Left, kMixesArith},
+    {"-", SymbolTag::SUB, Sig::Minus, Assoc::Left, kMixesArith},
+    // unary minus; found by name through SUB's row
+    {"-", SymbolTag::NEG, Sig::Minus, Assoc::None, kMixesArith},
+    {"*", SymbolTag::MUL, Sig::ArithNary, Assoc::Left, kMixesArith},
+    {"/", SymbolTag::DIV, Sig::RealNary, Assoc::Left, kMixesArith},
+    {"div", SymbolTag::IDIV, Sig::IntNary, Assoc::Left, kNoAttr},
+    {"mod", SymbolTag::MOD, Sig::IntBinary, Assoc::None, kNoAttr},
+    {"abs", SymbolTag::ABS, Sig::IntUnary, Assoc::None, kNoAttr},
+    {"<", SymbolTag::LT, Sig::ArithChain, Assoc::Chainable, kMixesArith},
+    {"<=", SymbolTag::LE, Sig::ArithChain, Assoc::Chainable, kMixesArith},
+    {">", SymbolTag::GT, Sig::ArithChain, Assoc::Chainable, kMixesArith},
+    {">=", SymbolTag::GE, Sig::ArithChain, Assoc::Chainable, kMixesArith},
+    {"to_real", SymbolTag::TO_REAL, Sig::ToReal, Assoc::None, kNoAttr},
+    {"to_int", SymbolTag::TO_INT, Sig::ToInt, Assoc::None, kNoAttr},
+    {"is_int", SymbolTag::IS_INT, Sig::IsInt, Assoc::None, kNoAttr},
+    {"concat", SymbolTag::CONCAT, Sig::Concat, Assoc::Left, kNoAttr},
+    {"extract", SymbolTag::EXTRACT, Sig::Extract, Assoc::None, kNoAttr},
+    {"repeat", SymbolTag::REPEAT, Sig::Repeat, Assoc::None, kNoAttr},
+    {"zero_extend", SymbolTag::ZERO_EXTEND, Sig::Extend, Assoc::None, kNoAttr},
+    {"sign_extend", SymbolTag::SIGN_EXTEND, Sig::Extend, Assoc::None, kNoAttr},
+    {"rotate_left", SymbolTag::ROTATE_LEFT, Sig::Rotate, Assoc::None, kNoAttr},
+    {"rotate_right", SymbolTag::ROTATE_RIGHT, Sig::Rotate, Assoc::None, kNoAttr},
+    {"bvnot", SymbolTag::BVNOT, Sig::BvUnary, Assoc::None, kNoAttr},
+    {"bvneg", SymbolTag::BVNEG, Sig::BvUnary, Assoc::None, kNoAttr},
+    {"bvand", SymbolTag::BVAND, Sig::BvNary, Assoc::Left, kNoAttr},
+    {"bvor", SymbolTag::BVOR, Sig::BvNary, Assoc::Left, kNoAttr},
+    {"bvxor", SymbolTag::BVXOR, Sig::BvNary, Assoc::Left, kNoAttr},
+    {"bvnand", SymbolTag::BVNAND, Sig::BvBinary, Assoc::None, kNoAttr},
+    {"bvnor", SymbolTag::BVNOR, Sig::BvBinary, Assoc::None, kNoAttr},
+    {"bvxnor", SymbolTag::BVXNOR, Sig::BvBinary, Assoc::None, kNoAttr},
+    {"bvcomp", SymbolTag::BVCOMP, Sig::BvComp, Assoc::None, kNoAttr},
+    {"bvadd", SymbolTag::BVADD, Sig::BvNary, Assoc::Left, kNoAttr},
+    {"bvsub", SymbolTag::BVSUB, Sig::BvNary, Assoc::Left, kNoAttr},
+    {"bvmul", SymbolTag::BVMUL, Sig::BvNary, Assoc::Left, kNoAttr},
+    {"bvudiv", SymbolTag::BVUDIV, Sig::BvBinary, Assoc::None, kNoAttr},
+    {"bvurem", SymbolTag::BVUREM, Sig::BvBinary, Assoc::None, kNoAttr},
+    {"bvsdiv", SymbolTag::BVSDIV, Sig::BvBinary, Assoc::None, kNoAttr},
+    {"bvsrem", SymbolTag::BVSREM, Sig::BvBinary, Assoc::None, kNoAttr},
+    {"bvsmod", SymbolTag::BVSMOD, Sig::BvBinary, Assoc::None, kNoAttr},
+    {"bvshl", SymbolTag::BVSHL, Sig::BvBinary, Assoc::None, kNoAttr},
+    {"bvlshr", SymbolTag::BVLSHR, Sig::BvBinary, Assoc::None, kNoAttr},
+    {"bvashr", SymbolTag::BVASHR, Sig::BvBinary, Assoc::None, kNoAttr},
+    {"bvult", SymbolTag::BVULT, Sig::BvPred, Assoc::None, kNoAttr},
+    {"bvule", SymbolTag::BVULE, Sig::BvPred, Assoc::None, kNoAttr},
+    {"bvugt", SymbolTag::BVUGT, Sig::BvPred, Assoc::None, kNoAttr},
+    {"bvuge", SymbolTag::BVUGE, Sig::BvPred, Assoc::None, kNoAttr},
+    {"bvslt", SymbolTag::BVSLT, Sig::BvPred, Assoc::None, kNoAttr},
+    {"bvsle", SymbolTag::BVSLE, Sig::BvPred, Assoc::None, kNoAttr},
+    {"bvsgt", SymbolTag::BVSGT, Sig::BvPred, Assoc::None, kNoAttr},
+    {"bvsge", SymbolTag::BVSGE, Sig::BvPred, Assoc::None, kNoAttr},
+    {"select", SymbolTag::SELECT, Sig::Select, Assoc::None, kNoAttr},
+    {"store", SymbolTag::STORE, Sig::Store, Assoc::None, kNoAttr},
 };
 
 constexpr std::size_t kNumOps = sizeof(kOps) / sizeof(kOps[0]);
+
+// One-line queries on a row.
+constexpr bool mixes_arith(OpInfo const& op) {
+  return (op.attrs & kMixesArith) != 0;
+}
 
 // Rows are in tag order from TRUE on, one per tag, so a tag finds its row by subtraction.
 // UNINTERPRETED, NUMERAL and CONST_ARRAY (made by make_const_array, since its sort cannot be
