@@ -169,233 +169,114 @@ Z3_func_decl Z3Engine::decl_of(Symbol const* s) {
 // ------------------------------------------------------------------------ terms
 
 Z3_ast Z3Engine::translate(Term const* root) {
-  std::size_t const root_id = static_cast<std::size_t>(root->get_id());
-  if (root_id < terms_.size() && terms_[root_id] != nullptr) {
-    return terms_[root_id];
-  }
-  if (terms_.size() <= root_id) {
-    terms_.resize(root_id + 1, nullptr);  // no argument has a larger id
-  }
-  frames_.clear();
-  frames_.push_back(Frame{root, 0});
-  while (!frames_.empty()) {
-    Frame& f = frames_.back();
-    Term const* t = f.term;
-    if (f.next_arg < t->get_arity()) {
-      Term const* arg = t->get_arg(f.next_arg++);
-      if (terms_[arg->get_id()] == nullptr) {
-        frames_.push_back(Frame{arg, 0});
-      }
-      continue;
-    }
-    if (terms_[t->get_id()] == nullptr) {
-      terms_[t->get_id()] = keep(build(t));
-      release_held();
-    }
-    frames_.pop_back();
-  }
-  return terms_[root_id];
+  return dag_.translate(root, [this](Term const* t, std::vector<Z3_ast> const& args) {
+    Z3_ast const a = keep(build(t, args.data()));
+    release_held();
+    return a;
+  });
 }
 
-// The z3 AST of t, whose arguments are translated.
-Z3_ast Z3Engine::build(Term const* t) {
+// The z3 AST of t, whose arguments' ASTs are `args`.
+Z3_ast Z3Engine::build(Term const* t, Z3_ast const* args) {
   Symbol const* s = t->get_symbol();
-  std::size_t const n = t->get_arity();
-  args_.clear();
-  for (std::size_t i = 0; i < n; ++i) {
-    args_.push_back(terms_[t->get_arg(i)->get_id()]);
-  }
-  Z3_context const c = ctx_;
-  Z3_ast const* a = args_.data();
-  unsigned const un = static_cast<unsigned>(n);
-  // Left-associative folds of binary constructors, and chains of binary relations.
-  auto fold = [&](Z3_ast (*mk)(Z3_context, Z3_ast, Z3_ast)) {
-    Z3_ast r = a[0];
-    for (std::size_t i = 1; i < n; ++i) {
-      r = hold(mk(c, r, a[i]));
-    }
-    return r;
-  };
-  auto chain = [&](Z3_ast (*mk)(Z3_context, Z3_ast, Z3_ast)) {
-    if (n == 2) {
-      return mk(c, a[0], a[1]);
-    }
-    std::vector<Z3_ast> links;
-    for (std::size_t i = 0; i + 1 < n; ++i) {
-      links.push_back(hold(mk(c, a[i], a[i + 1])));
-    }
-    return Z3_mk_and(c, static_cast<unsigned>(links.size()), links.data());
-  };
-  auto index = [&](std::size_t i) { return static_cast<unsigned>(s->get_index(i)); };
   switch (s->get_tag()) {
     case SymbolTag::UNINTERPRETED:
-      return Z3_mk_app(c, decl_of(s), un, a);
-    case SymbolTag::NUMERAL: {
-      DataType const* type = s->get_output_type();
-      std::string const& v = s->get_name();
-      std::uint64_t small = 0;
-      if (type->is_bv() && v.size() - 2 <= 64) {
-        // "#b" and the bits, most significant first: up to 64 bits, one machine word.
-        for (std::size_t i = 2; i < v.size(); ++i) {
-          small = (small << 1) | (v[i] == '1' ? 1 : 0);
-        }
-        return Z3_mk_unsigned_int64(c, small, sort_of(type));
-      }
-      if (type->is_int() && str::parse_decimal(v, &small)) {
-        return Z3_mk_unsigned_int64(c, small, sort_of(type));
-      }
-      if (type->is_bv()) {
-        // z3 takes the bits least significant first.
-        std::size_t const width = v.size() - 2;
-        std::unique_ptr<bool[]> bits(new bool[width]);
-        for (std::size_t i = 0; i < width; ++i) {
-          bits[i] = v[v.size() - 1 - i] == '1';
-        }
-        return Z3_mk_bv_numeral(c, static_cast<unsigned>(width), bits.get());
-      }
-      return Z3_mk_numeral(c, v.c_str(), sort_of(type));
-    }
-    case SymbolTag::TRUE:
-      return Z3_mk_true(c);
-    case SymbolTag::FALSE:
-      return Z3_mk_false(c);
-    case SymbolTag::NOT:
-      return Z3_mk_not(c, a[0]);
-    case SymbolTag::AND:
-      return Z3_mk_and(c, un, a);
-    case SymbolTag::OR:
-      return Z3_mk_or(c, un, a);
-    case SymbolTag::XOR:
-      return fold(Z3_mk_xor);
-    case SymbolTag::IMPLIES: {
-      Z3_ast r = a[n - 1];  // right-associative
-      for (std::size_t i = n - 1; i-- > 0;) {
-        r = hold(Z3_mk_implies(c, a[i], r));
-      }
-      return r;
-    }
-    case SymbolTag::EQUAL:
-      return chain(Z3_mk_eq);
-    case SymbolTag::DISTINCT:
-      return Z3_mk_distinct(c, un, a);
-    case SymbolTag::ITE:
-      return Z3_mk_ite(c, a[0], a[1], a[2]);
-    case SymbolTag::ADD:
-      return Z3_mk_add(c, un, a);
-    case SymbolTag::SUB:
-      return Z3_mk_sub(c, un, a);
-    case SymbolTag::NEG:
-      return Z3_mk_unary_minus(c, a[0]);
-    case SymbolTag::MUL:
-      return Z3_mk_mul(c, un, a);
-    case SymbolTag::DIV:
-    case SymbolTag::IDIV:
-      return fold(Z3_mk_div);
-    case SymbolTag::MOD:
-      return Z3_mk_mod(c, a[0], a[1]);
-    case SymbolTag::ABS: {
-      Z3_ast const zero = hold(Z3_mk_int(c, 0, sort_of(s->get_output_type())));
-      Z3_ast const nonnegative = hold(Z3_mk_ge(c, a[0], zero));
-      return Z3_mk_ite(c, nonnegative, a[0], hold(Z3_mk_unary_minus(c, a[0])));
-    }
-    case SymbolTag::LT:
-      return chain(Z3_mk_lt);
-    case SymbolTag::LE:
-      return chain(Z3_mk_le);
-    case SymbolTag::GT:
-      return chain(Z3_mk_gt);
-    case SymbolTag::GE:
-      return chain(Z3_mk_ge);
-    case SymbolTag::TO_REAL:
-      return Z3_mk_int2real(c, a[0]);
-    case SymbolTag::TO_INT:
-      return Z3_mk_real2int(c, a[0]);
-    case SymbolTag::IS_INT:
-      return Z3_mk_is_int(c, a[0]);
-    case SymbolTag::CONCAT:
-      return fold(Z3_mk_concat);
-    case SymbolTag::EXTRACT:
-      return Z3_mk_extract(c, index(0), index(1), a[0]);
-    case SymbolTag::REPEAT:
-      return Z3_mk_repeat(c, index(0), a[0]);
-    case SymbolTag::ZERO_EXTEND:
-      return Z3_mk_zero_ext(c, index(0), a[0]);
-    case SymbolTag::SIGN_EXTEND:
-      return Z3_mk_sign_ext(c, index(0), a[0]);
-    case SymbolTag::ROTATE_LEFT:
-      return Z3_mk_rotate_left(c, index(0), a[0]);
-    case SymbolTag::ROTATE_RIGHT:
-      return Z3_mk_rotate_right(c, index(0), a[0]);
-    case SymbolTag::BVNOT:
-      return Z3_mk_bvnot(c, a[0]);
-    case SymbolTag::BVNEG:
-      return Z3_mk_bvneg(c, a[0]);
-    case SymbolTag::BVAND:
-      return fold(Z3_mk_bvand);
-    case SymbolTag::BVOR:
-      return fold(Z3_mk_bvor);
-    case SymbolTag::BVXOR:
-      return fold(Z3_mk_bvxor);
-    case SymbolTag::BVNAND:
-      return Z3_mk_bvnand(c, a[0], a[1]);
-    case SymbolTag::BVNOR:
-      return Z3_mk_bvnor(c, a[0], a[1]);
-    case SymbolTag::BVXNOR:
-      return Z3_mk_bvxnor(c, a[0], a[1]);
-    case SymbolTag::BVCOMP: {
-      Z3_sort const bit = sort_of(s->get_output_type());
-      Z3_ast const same = hold(Z3_mk_eq(c, a[0], a[1]));
-      Z3_ast const one = hold(Z3_mk_int(c, 1, bit));
-      return Z3_mk_ite(c, same, one, hold(Z3_mk_int(c, 0, bit)));
-    }
-    case SymbolTag::BVADD:
-      return fold(Z3_mk_bvadd);
-    case SymbolTag::BVSUB:
-      return fold(Z3_mk_bvsub);
-    case SymbolTag::BVMUL:
-      return fold(Z3_mk_bvmul);
-    case SymbolTag::BVUDIV:
-      return Z3_mk_bvudiv(c, a[0], a[1]);
-    case SymbolTag::BVUREM:
-      return Z3_mk_bvurem(c, a[0], a[1]);
-    case SymbolTag::BVSDIV:
-      return Z3_mk_bvsdiv(c, a[0], a[1]);
-    case SymbolTag::BVSREM:
-      return Z3_mk_bvsrem(c, a[0], a[1]);
-    case SymbolTag::BVSMOD:
-      return Z3_mk_bvsmod(c, a[0], a[1]);
-    case SymbolTag::BVSHL:
-      return Z3_mk_bvshl(c, a[0], a[1]);
-    case SymbolTag::BVLSHR:
-      return Z3_mk_bvlshr(c, a[0], a[1]);
-    case SymbolTag::BVASHR:
-      return Z3_mk_bvashr(c, a[0], a[1]);
-    case SymbolTag::BVULT:
-      return Z3_mk_bvult(c, a[0], a[1]);
-    case SymbolTag::BVULE:
-      return Z3_mk_bvule(c, a[0], a[1]);
-    case SymbolTag::BVUGT:
-      return Z3_mk_bvugt(c, a[0], a[1]);
-    case SymbolTag::BVUGE:
-      return Z3_mk_bvuge(c, a[0], a[1]);
-    case SymbolTag::BVSLT:
-      return Z3_mk_bvslt(c, a[0], a[1]);
-    case SymbolTag::BVSLE:
-      return Z3_mk_bvsle(c, a[0], a[1]);
-    case SymbolTag::BVSGT:
-      return Z3_mk_bvsgt(c, a[0], a[1]);
-    case SymbolTag::BVSGE:
-      return Z3_mk_bvsge(c, a[0], a[1]);
-    case SymbolTag::SELECT:
-      return Z3_mk_select(c, a[0], a[1]);
-    case SymbolTag::STORE:
-      return Z3_mk_store(c, a[0], a[1], a[2]);
+      return Z3_mk_app(ctx_, decl_of(s), static_cast<unsigned>(t->get_arity()), args);
+    case SymbolTag::NUMERAL:
+      return build_numeral(s);
     case SymbolTag::CONST_ARRAY:
-      return Z3_mk_const_array(c, sort_of(s->get_output_type()->get_array_index()), a[0]);
-    case SymbolTag::NUM_TAGS:
+      return Z3_mk_const_array(ctx_, sort_of(s->get_output_type()->get_array_index()), args[0]);
+    default:
       break;
   }
-  throw Error("z3: no translation for the operator '" + s->get_name() + "'");
+  z3ops::Z3Op const* op = z3ops::op_of_tag(s->get_tag());
+  if (op == nullptr) {
+    throw Error("z3: no translation for the operator '" + s->get_name() + "'");
+  }
+  if (op->shape == z3ops::Shape::Special) {
+    return build_special(s, args);
+  }
+  return build_by_row(*op, s, args, t->get_arity());
+}
+
+Z3_ast Z3Engine::build_numeral(Symbol const* s) {
+  DataType const* type = s->get_output_type();
+  std::string const& v = s->get_name();
+  std::uint64_t small = 0;
+  if (type->is_bv() && v.size() - 2 <= 64) {
+    // "#b" and the bits, most significant first: up to 64 bits, one machine word.
+    for (std::size_t i = 2; i < v.size(); ++i) {
+      small = (small << 1) | (v[i] == '1' ? 1 : 0);
+    }
+    return Z3_mk_unsigned_int64(ctx_, small, sort_of(type));
+  }
+  if (type->is_int() && str::parse_decimal(v, &small)) {
+    return Z3_mk_unsigned_int64(ctx_, small, sort_of(type));
+  }
+  if (type->is_bv()) {
+    // z3 takes the bits least significant first.
+    std::size_t const width = v.size() - 2;
+    std::unique_ptr<bool[]> bits(new bool[width]);
+    for (std::size_t i = 0; i < width; ++i) {
+      bits[i] = v[v.size() - 1 - i] == '1';
+    }
+    return Z3_mk_bv_numeral(ctx_, static_cast<unsigned>(width), bits.get());
+  }
+  return Z3_mk_numeral(ctx_, v.c_str(), sort_of(type));
+}
+
+// The operators z3 has no function for, spelled with ite: (abs x) as (ite (>= x 0) x (- x)),
+// (bvcomp x y) as (ite (= x y) #b1 #b0).
+Z3_ast Z3Engine::build_special(Symbol const* s, Z3_ast const* a) {
+  Z3_sort const sort = sort_of(s->get_output_type());
+  switch (s->get_tag()) {
+    case SymbolTag::ABS: {
+      Z3_ast const nonnegative = hold(Z3_mk_ge(ctx_, a[0], hold(Z3_mk_int(ctx_, 0, sort))));
+      return Z3_mk_ite(ctx_, nonnegative, a[0], hold(Z3_mk_unary_minus(ctx_, a[0])));
+    }
+    case SymbolTag::BVCOMP: {
+      Z3_ast const same = hold(Z3_mk_eq(ctx_, a[0], a[1]));
+      Z3_ast const one = hold(Z3_mk_int(ctx_, 1, sort));
+      return Z3_mk_ite(ctx_, same, one, hold(Z3_mk_int(ctx_, 0, sort)));
+    }
+    default:
+      throw Error("z3: no translation for the operator '" + s->get_name() + "'");
+  }
+}
+
+// The application of a row's function to the n arguments `a`.
+Z3_ast Z3Engine::build_by_row(z3ops::Z3Op const& op, Symbol const* s, Z3_ast const* a,
+                              std::size_t n) {
+  Z3_context const c = ctx_;
+  auto index = [&](std::size_t i) { return static_cast<unsigned>(s->get_index(i)); };
+  switch (op.shape) {
+    case z3ops::Shape::Const:
+      return op.make_const(c);
+    case z3ops::Shape::Unary:
+      return op.make_unary(c, a[0]);
+    case z3ops::Shape::Binary:
+      if (n == 2) {
+        return op.make_binary(c, a[0], a[1]);
+      }
+      return spell_nary(
+          optable::op_of_tag(op.tag)->assoc, a, n,
+          [&](Z3_ast x, Z3_ast y) { return hold(op.make_binary(c, x, y)); },
+          [&](std::vector<Z3_ast> const& links) {
+            return Z3_mk_and(c, static_cast<unsigned>(links.size()), links.data());
+          },
+          links_);
+    case z3ops::Shape::Ternary:
+      return op.make_ternary(c, a[0], a[1], a[2]);
+    case z3ops::Shape::Nary:
+      return op.make_nary(c, static_cast<unsigned>(n), a);
+    case z3ops::Shape::Indexed1:
+      return op.make_indexed1(c, index(0), a[0]);
+    case z3ops::Shape::Indexed2:
+      return op.make_indexed2(c, index(0), index(1), a[0]);
+    case z3ops::Shape::Special:
+      break;
+  }
+  return build_special(s, a);
 }
 
 // ------------------------------------------------------------------------ assertions

@@ -14,6 +14,9 @@
 
 #include <tvx/solver/engine.h>
 
+#include "solver/dag_translation.h"
+#include "solver/z3_ops.h"
+
 namespace tvx {
 
 class Z3Engine final : public Engine {
@@ -51,7 +54,11 @@ class Z3Engine final : public Engine {
   Z3_sort sort_of(DataType const* t);
   Z3_func_decl decl_of(Symbol const* s);
   Z3_ast translate(Term const* t);
-  Z3_ast build(Term const* t);
+  // The z3 AST of t from the ASTs of its arguments; build() holds the intermediate ASTs.
+  Z3_ast build(Term const* t, Z3_ast const* args);
+  Z3_ast build_numeral(Symbol const* s);
+  Z3_ast build_special(Symbol const* s, Z3_ast const* args);
+  Z3_ast build_by_row(z3ops::Z3Op const& op, Symbol const* s, Z3_ast const* args, std::size_t n);
   // z3 keeps an AST without references alive only until the next call; build() holds each
   // intermediate AST of one term here until the term's own AST has its reference.
   Z3_ast hold(Z3_ast a) {
@@ -87,7 +94,6 @@ class Z3Engine final : public Engine {
   // Every AST the engine references; released with the context.
   std::vector<Z3_ast> kept_;
   std::vector<Z3_ast> held_;          // see hold()
-  std::vector<Z3_ast> terms_;         // by term id; null: not translated yet
   std::vector<Z3_sort> sorts_;        // by sort id
   std::vector<Z3_func_decl> decls_;   // by symbol id, uninterpreted symbols only
   std::vector<Symbol const*> known_;  // the uninterpreted symbols translated, in order
@@ -114,13 +120,9 @@ class Z3Engine final : public Engine {
   std::unordered_map<unsigned, std::uint64_t> elements_;
   std::unordered_map<std::uint64_t, std::uint64_t> next_element_;  // by sort id
 
-  // Scratch of translate and to_term, reused from call to call.
-  struct Frame {
-    Term const* term;
-    std::size_t next_arg;
-  };
-  std::vector<Frame> frames_;
-  std::vector<Z3_ast> args_;
+  // Terms translated, by term id, each with a reference of its own (in kept_).
+  DagTranslation<Z3_ast> dag_;
+  std::vector<Z3_ast> links_;  // scratch of build_by_row
 };
 
 }  // namespace tvx
