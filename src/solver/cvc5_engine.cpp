@@ -163,223 +163,76 @@ cvc5::Term Cvc5Session::decl_of(Symbol const* s) {
 // ------------------------------------------------------------------------ terms
 
 cvc5::Term Cvc5Session::translate(Term const* root) {
-  std::size_t const root_id = static_cast<std::size_t>(root->get_id());
-  if (root_id < terms_.size() && !terms_[root_id].isNull()) {
-    return terms_[root_id];
-  }
-  if (terms_.size() <= root_id) {
-    terms_.resize(root_id + 1);  // no argument has a larger id
-  }
-  frames_.clear();
-  frames_.push_back(Frame{root, 0});
-  while (!frames_.empty()) {
-    Frame& f = frames_.back();
-    Term const* t = f.term;
-    if (f.next_arg < t->get_arity()) {
-      Term const* arg = t->get_arg(f.next_arg++);
-      if (terms_[arg->get_id()].isNull()) {
-        frames_.push_back(Frame{arg, 0});
-      }
-      continue;
-    }
-    if (terms_[t->get_id()].isNull()) {
-      terms_[t->get_id()] = build(t);
-    }
-    frames_.pop_back();
-  }
-  return terms_[root_id];
+  return dag_.translate(
+      root, [this](Term const* t, std::vector<cvc5::Term> const& args) { return build(t, args); });
 }
 
-// The cvc5 term of t, whose arguments are translated.
-cvc5::Term Cvc5Session::build(Term const* t) {
+// The cvc5 term of t, whose arguments' terms are `a`.
+cvc5::Term Cvc5Session::build(Term const* t, std::vector<cvc5::Term> const& a) {
   Symbol const* s = t->get_symbol();
-  std::size_t const n = t->get_arity();
-  args_.clear();
-  for (std::size_t i = 0; i < n; ++i) {
-    args_.push_back(terms_[t->get_arg(i)->get_id()]);
-  }
-  std::vector<cvc5::Term> const& a = args_;
-  auto mk = [&](Kind k) { return solver_.mkTerm(k, a); };
-  // Left-associative folds of binary operators, and chains of binary relations.
-  auto fold = [&](Kind k) {
-    cvc5::Term r = a[0];
-    for (std::size_t i = 1; i < n; ++i) {
-      r = solver_.mkTerm(k, {r, a[i]});
-    }
-    return r;
-  };
-  auto chain = [&](Kind k) {
-    if (n == 2) {
-      return solver_.mkTerm(k, {a[0], a[1]});
-    }
-    std::vector<cvc5::Term> links;
-    for (std::size_t i = 0; i + 1 < n; ++i) {
-      links.push_back(solver_.mkTerm(k, {a[i], a[i + 1]}));
-    }
-    return solver_.mkTerm(Kind::AND, links);
-  };
-  auto indexed = [&](Kind k) {
-    std::vector<std::uint32_t> indices;
-    for (std::size_t i = 0; i < s->get_num_indices(); ++i) {
-      indices.push_back(static_cast<std::uint32_t>(s->get_index(i)));
-    }
-    return solver_.mkTerm(solver_.mkOp(k, indices), a);
-  };
   switch (s->get_tag()) {
     case SymbolTag::UNINTERPRETED: {
       cvc5::Term const d = decl_of(s);
-      if (n == 0) {
+      if (a.empty()) {
         return d;
       }
       std::vector<cvc5::Term> app{d};
       app.insert(app.end(), a.begin(), a.end());
       return solver_.mkTerm(Kind::APPLY_UF, app);
     }
-    case SymbolTag::NUMERAL: {
-      DataType const* type = s->get_output_type();
-      std::string const& v = s->get_name();
-      if (type->is_bv()) {
-        // "#b" and the bits, most significant first.
-        return solver_.mkBitVector(static_cast<std::uint32_t>(type->get_bv_width()), v.substr(2),
-                                   2);
-      }
-      return type->is_int() ? solver_.mkInteger(v) : solver_.mkReal(v);
-    }
-    case SymbolTag::TRUE:
-      return solver_.mkTrue();
-    case SymbolTag::FALSE:
-      return solver_.mkFalse();
-    case SymbolTag::NOT:
-      return mk(Kind::NOT);
-    case SymbolTag::AND:
-      return mk(Kind::AND);
-    case SymbolTag::OR:
-      return mk(Kind::OR);
-    case SymbolTag::XOR:
-      return fold(Kind::XOR);
-    case SymbolTag::IMPLIES: {
-      cvc5::Term r = a[n - 1];  // right-associative
-      for (std::size_t i = n - 1; i-- > 0;) {
-        r = solver_.mkTerm(Kind::IMPLIES, {a[i], r});
-      }
-      return r;
-    }
-    case SymbolTag::EQUAL:
-      return chain(Kind::EQUAL);
-    case SymbolTag::DISTINCT:
-      return mk(Kind::DISTINCT);
-    case SymbolTag::ITE:
-      return mk(Kind::ITE);
-    case SymbolTag::ADD:
-      return mk(Kind::ADD);
-    case SymbolTag::SUB:
-      return fold(Kind::SUB);
-    case SymbolTag::NEG:
-      return mk(Kind::NEG);
-    case SymbolTag::MUL:
-      return mk(Kind::MULT);
-    case SymbolTag::DIV:
-      return fold(Kind::DIVISION);
-    case SymbolTag::IDIV:
-      return fold(Kind::INTS_DIVISION);
-    case SymbolTag::MOD:
-      return mk(Kind::INTS_MODULUS);
-    case SymbolTag::ABS:
-      return mk(Kind::ABS);
-    case SymbolTag::LT:
-      return chain(Kind::LT);
-    case SymbolTag::LE:
-      return chain(Kind::LEQ);
-    case SymbolTag::GT:
-      return chain(Kind::GT);
-    case SymbolTag::GE:
-      return chain(Kind::GEQ);
-    case SymbolTag::TO_REAL:
-      return mk(Kind::TO_REAL);
-    case SymbolTag::TO_INT:
-      return mk(Kind::TO_INTEGER);
-    case SymbolTag::IS_INT:
-      return mk(Kind::IS_INTEGER);
-    case SymbolTag::CONCAT:
-      return fold(Kind::BITVECTOR_CONCAT);
-    case SymbolTag::EXTRACT:
-      return indexed(Kind::BITVECTOR_EXTRACT);
-    case SymbolTag::REPEAT:
-      return indexed(Kind::BITVECTOR_REPEAT);
-    case SymbolTag::ZERO_EXTEND:
-      return indexed(Kind::BITVECTOR_ZERO_EXTEND);
-    case SymbolTag::SIGN_EXTEND:
-      return indexed(Kind::BITVECTOR_SIGN_EXTEND);
-    case SymbolTag::ROTATE_LEFT:
-      return indexed(Kind::BITVECTOR_ROTATE_LEFT);
-    case SymbolTag::ROTATE_RIGHT:
-      return indexed(Kind::BITVECTOR_ROTATE_RIGHT);
-    case SymbolTag::BVNOT:
-      return mk(Kind::BITVECTOR_NOT);
-    case SymbolTag::BVNEG:
-      return mk(Kind::BITVECTOR_NEG);
-    case SymbolTag::BVAND:
-      return fold(Kind::BITVECTOR_AND);
-    case SymbolTag::BVOR:
-      return fold(Kind::BITVECTOR_OR);
-    case SymbolTag::BVXOR:
-      return fold(Kind::BITVECTOR_XOR);
-    case SymbolTag::BVNAND:
-      return mk(Kind::BITVECTOR_NAND);
-    case SymbolTag::BVNOR:
-      return mk(Kind::BITVECTOR_NOR);
-    case SymbolTag::BVXNOR:
-      return mk(Kind::BITVECTOR_XNOR);
-    case SymbolTag::BVCOMP:
-      return mk(Kind::BITVECTOR_COMP);
-    case SymbolTag::BVADD:
-      return fold(Kind::BITVECTOR_ADD);
-    case SymbolTag::BVSUB:
-      return fold(Kind::BITVECTOR_SUB);
-    case SymbolTag::BVMUL:
-      return fold(Kind::BITVECTOR_MULT);
-    case SymbolTag::BVUDIV:
-      return mk(Kind::BITVECTOR_UDIV);
-    case SymbolTag::BVUREM:
-      return mk(Kind::BITVECTOR_UREM);
-    case SymbolTag::BVSDIV:
-      return mk(Kind::BITVECTOR_SDIV);
-    case SymbolTag::BVSREM:
-      return mk(Kind::BITVECTOR_SREM);
-    case SymbolTag::BVSMOD:
-      return mk(Kind::BITVECTOR_SMOD);
-    case SymbolTag::BVSHL:
-      return mk(Kind::BITVECTOR_SHL);
-    case SymbolTag::BVLSHR:
-      return mk(Kind::BITVECTOR_LSHR);
-    case SymbolTag::BVASHR:
-      return mk(Kind::BITVECTOR_ASHR);
-    case SymbolTag::BVULT:
-      return mk(Kind::BITVECTOR_ULT);
-    case SymbolTag::BVULE:
-      return mk(Kind::BITVECTOR_ULE);
-    case SymbolTag::BVUGT:
-      return mk(Kind::BITVECTOR_UGT);
-    case SymbolTag::BVUGE:
-      return mk(Kind::BITVECTOR_UGE);
-    case SymbolTag::BVSLT:
-      return mk(Kind::BITVECTOR_SLT);
-    case SymbolTag::BVSLE:
-      return mk(Kind::BITVECTOR_SLE);
-    case SymbolTag::BVSGT:
-      return mk(Kind::BITVECTOR_SGT);
-    case SymbolTag::BVSGE:
-      return mk(Kind::BITVECTOR_SGE);
-    case SymbolTag::SELECT:
-      return mk(Kind::SELECT);
-    case SymbolTag::STORE:
-      return mk(Kind::STORE);
+    case SymbolTag::NUMERAL:
+      return build_numeral(s);
     case SymbolTag::CONST_ARRAY:
       return const_array(s->get_output_type(), a[0]);
-    case SymbolTag::NUM_TAGS:
+    default:
       break;
   }
-  throw Error("cvc5: no translation for the operator '" + s->get_name() + "'");
+  cvc5ops::Cvc5Op const* op = cvc5ops::op_of_tag(s->get_tag());
+  if (op == nullptr) {
+    throw Error("cvc5: no translation for the operator '" + s->get_name() + "'");
+  }
+  return build_by_row(*op, s, a);
+}
+
+cvc5::Term Cvc5Session::build_numeral(Symbol const* s) {
+  DataType const* type = s->get_output_type();
+  std::string const& v = s->get_name();
+  if (type->is_bv()) {
+    // "#b" and the bits, most significant first.
+    return solver_.mkBitVector(static_cast<std::uint32_t>(type->get_bv_width()), v.substr(2), 2);
+  }
+  return type->is_int() ? solver_.mkInteger(v) : solver_.mkReal(v);
+}
+
+// The application of a row's kind to the arguments `a`.
+cvc5::Term Cvc5Session::build_by_row(cvc5ops::Cvc5Op const& op, Symbol const* s,
+                                     std::vector<cvc5::Term> const& a) {
+  switch (op.arity) {
+    case cvc5ops::Arity::None:
+      return solver_.mkBoolean(op.tag == SymbolTag::TRUE);
+    case cvc5ops::Arity::Given:
+      break;
+    case cvc5ops::Arity::Two:
+      if (a.size() == 2) {
+        break;
+      }
+      return spell_nary(
+          optable::op_of_tag(op.tag)->assoc, a.data(), a.size(),
+          [&](cvc5::Term const& x, cvc5::Term const& y) {
+            pair_.assign({x, y});
+            return solver_.mkTerm(op.kind, pair_);
+          },
+          [&](std::vector<cvc5::Term> const& links) { return solver_.mkTerm(Kind::AND, links); },
+          links_);
+  }
+  if (!op.indexed) {
+    return solver_.mkTerm(op.kind, a);
+  }
+  indices_.clear();
+  for (std::size_t i = 0; i < s->get_num_indices(); ++i) {
+    indices_.push_back(static_cast<std::uint32_t>(s->get_index(i)));
+  }
+  return solver_.mkTerm(solver_.mkOp(op.kind, indices_), a);
 }
 
 // cvc5 makes constant arrays of values only: an element that simplifies to a value (closed

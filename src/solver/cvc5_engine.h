@@ -24,6 +24,8 @@
 #include <tvx/core/error.h>
 #include <tvx/solver/engine.h>
 
+#include "solver/cvc5_ops.h"
+#include "solver/dag_translation.h"
 #include "solver/deep_stack.h"
 #include "solver/engines.h"
 
@@ -47,13 +49,20 @@ class Cvc5Session {
   Term const* value(Term const* term);
   Model model();
   Term const* interpolant(std::vector<Term const*> const& a, std::vector<Term const*> const& b);
+  // The term layer's reading of the engine's cvc5 term for t: t itself when each operator in it
+  // has its own kind, as the operator table both ways makes it (tests check the table with it).
+  Term const* read_back(Term const* t) { return to_term(translate(t)); }
 
  private:
   cvc5::Sort sort_of(DataType const* t);
   DataType const* sort_back(cvc5::Sort const& s);
   cvc5::Term decl_of(Symbol const* s);
   cvc5::Term translate(Term const* t);
-  cvc5::Term build(Term const* t);
+  // The cvc5 term of t from the terms of its arguments.
+  cvc5::Term build(Term const* t, std::vector<cvc5::Term> const& args);
+  cvc5::Term build_numeral(Symbol const* s);
+  cvc5::Term build_by_row(cvc5ops::Cvc5Op const& op, Symbol const* s,
+                          std::vector<cvc5::Term> const& args);
   cvc5::Term const_array(DataType const* sort, cvc5::Term const& value);
   Term const* to_term(cvc5::Term const& root);
   Term const* leaf(cvc5::Term const& t);
@@ -69,7 +78,6 @@ class Cvc5Session {
   bool cores_;
   std::string time_limit_;  // cvc5's "tlimit-per" in milliseconds; empty for none
   cvc5::Result last_;
-  std::vector<cvc5::Term> terms_;     // by term id; null: not translated yet
   std::vector<cvc5::Sort> sorts_;     // by sort id
   std::vector<cvc5::Term> decls_;     // by symbol id, uninterpreted symbols only
   std::vector<Symbol const*> known_;  // the uninterpreted symbols translated, in order
@@ -90,13 +98,11 @@ class Cvc5Session {
   std::unordered_map<cvc5::Term, std::uint64_t> elements_;
   std::unordered_map<std::uint64_t, std::uint64_t> next_element_;  // by sort id
 
-  // Scratch of translate, reused from call to call.
-  struct Frame {
-    Term const* term;
-    std::size_t next_arg;
-  };
-  std::vector<Frame> frames_;
-  std::vector<cvc5::Term> args_;
+  DagTranslation<cvc5::Term> dag_;  // terms translated, by term id
+  // Scratch of build_by_row, reused from call to call.
+  std::vector<cvc5::Term> pair_;
+  std::vector<cvc5::Term> links_;
+  std::vector<std::uint32_t> indices_;
 };
 
 }  // namespace tvx

@@ -17,134 +17,6 @@ namespace {
 
 using cvc5::Kind;
 
-// The term layer's name of each cvc5 operator that answers can hold; null for others.
-char const* op_name(Kind k) {
-  switch (k) {
-    case Kind::NOT:
-      return "not";
-    case Kind::AND:
-      return "and";
-    case Kind::OR:
-      return "or";
-    case Kind::XOR:
-      return "xor";
-    case Kind::IMPLIES:
-      return "=>";
-    case Kind::EQUAL:
-      return "=";
-    case Kind::DISTINCT:
-      return "distinct";
-    case Kind::ITE:
-      return "ite";
-    case Kind::ADD:
-      return "+";
-    case Kind::SUB:
-      return "-";
-    case Kind::NEG:
-      return "-";
-    case Kind::MULT:
-      return "*";
-    case Kind::DIVISION:
-      return "/";
-    case Kind::INTS_DIVISION:
-      return "div";
-    case Kind::INTS_MODULUS:
-      return "mod";
-    case Kind::ABS:
-      return "abs";
-    case Kind::LT:
-      return "<";
-    case Kind::LEQ:
-      return "<=";
-    case Kind::GT:
-      return ">";
-    case Kind::GEQ:
-      return ">=";
-    case Kind::TO_REAL:
-      return "to_real";
-    case Kind::TO_INTEGER:
-      return "to_int";
-    case Kind::IS_INTEGER:
-      return "is_int";
-    case Kind::BITVECTOR_CONCAT:
-      return "concat";
-    case Kind::BITVECTOR_EXTRACT:
-      return "extract";
-    case Kind::BITVECTOR_REPEAT:
-      return "repeat";
-    case Kind::BITVECTOR_ZERO_EXTEND:
-      return "zero_extend";
-    case Kind::BITVECTOR_SIGN_EXTEND:
-      return "sign_extend";
-    case Kind::BITVECTOR_ROTATE_LEFT:
-      return "rotate_left";
-    case Kind::BITVECTOR_ROTATE_RIGHT:
-      return "rotate_right";
-    case Kind::BITVECTOR_NOT:
-      return "bvnot";
-    case Kind::BITVECTOR_NEG:
-      return "bvneg";
-    case Kind::BITVECTOR_AND:
-      return "bvand";
-    case Kind::BITVECTOR_OR:
-      return "bvor";
-    case Kind::BITVECTOR_XOR:
-      return "bvxor";
-    case Kind::BITVECTOR_NAND:
-      return "bvnand";
-    case Kind::BITVECTOR_NOR:
-      return "bvnor";
-    case Kind::BITVECTOR_XNOR:
-      return "bvxnor";
-    case Kind::BITVECTOR_COMP:
-      return "bvcomp";
-    case Kind::BITVECTOR_ADD:
-      return "bvadd";
-    case Kind::BITVECTOR_SUB:
-      return "bvsub";
-    case Kind::BITVECTOR_MULT:
-      return "bvmul";
-    case Kind::BITVECTOR_UDIV:
-      return "bvudiv";
-    case Kind::BITVECTOR_UREM:
-      return "bvurem";
-    case Kind::BITVECTOR_SDIV:
-      return "bvsdiv";
-    case Kind::BITVECTOR_SREM:
-      return "bvsrem";
-    case Kind::BITVECTOR_SMOD:
-      return "bvsmod";
-    case Kind::BITVECTOR_SHL:
-      return "bvshl";
-    case Kind::BITVECTOR_LSHR:
-      return "bvlshr";
-    case Kind::BITVECTOR_ASHR:
-      return "bvashr";
-    case Kind::BITVECTOR_ULT:
-      return "bvult";
-    case Kind::BITVECTOR_ULE:
-      return "bvule";
-    case Kind::BITVECTOR_UGT:
-      return "bvugt";
-    case Kind::BITVECTOR_UGE:
-      return "bvuge";
-    case Kind::BITVECTOR_SLT:
-      return "bvslt";
-    case Kind::BITVECTOR_SLE:
-      return "bvsle";
-    case Kind::BITVECTOR_SGT:
-      return "bvsgt";
-    case Kind::BITVECTOR_SGE:
-      return "bvsge";
-    case Kind::SELECT:
-      return "select";
-    case Kind::STORE:
-      return "store";
-    default:
-      return nullptr;
-  }
-}
-
 // Arithmetic operators whose arguments the term layer wants of one sort, where cvc5 mixes Int
 // and Real.
 bool mixes_arith(Kind k) {
@@ -229,8 +101,8 @@ Term const* Cvc5Session::apply(cvc5::Term const& t, std::vector<Term const*>& ar
     }
     return mgr_.make_term(it->second, args.data(), args.size());
   }
-  char const* name = op_name(k);
-  if (name == nullptr) {
+  SymbolTag::tag const tag = cvc5ops::tag_of_kind(k);
+  if (tag == SymbolTag::UNINTERPRETED) {
     throw Unsupported("the term layer has no operator for cvc5's " + kind_name(k) + " in " +
                       t.toString());
   }
@@ -252,7 +124,7 @@ Term const* Cvc5Session::apply(cvc5::Term const& t, std::vector<Term const*>& ar
     }
   }
   try {
-    return mgr_.make_builtin(name, args.data(), args.size(), indices.data(), indices.size());
+    return mgr_.make_builtin(tag, args.data(), args.size(), indices.data(), indices.size());
   } catch (Error const& e) {
     throw Unsupported("the term layer cannot express cvc5's " + t.toString() + ": " + e.what());
   }
