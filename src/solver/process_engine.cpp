@@ -12,6 +12,7 @@
 
 #include <tvx/core/error.h>
 
+#include "core/operator_table.h"
 #include "solver/engines.h"
 
 namespace tvx {
@@ -22,6 +23,17 @@ namespace {
 constexpr double kNoTimeoutLimit = 600.0;
 // Commands sent before their answers are read.
 constexpr std::size_t kMaxPending = 256;
+
+// The command that declares a Boolean constant of the engine's own; `bool_sort` is the term
+// layer's Bool, whose name is the sort's SMT-LIB name.
+std::string declare_bool(std::string const& name, DataType const* bool_sort) {
+  return "(declare-fun " + name + " () " + bool_sort->get_name() + ")\n";
+}
+
+// The SMT-LIB name of an operator, for the engine's own commands.
+char const* op_name(SymbolTag::tag tag) {
+  return optable::op_of_tag(tag)->name;
+}
 
 // The words of a command line, split as a shell would without expansions: blanks separate
 // words; '...' and "..." group (the quotes go); a backslash takes the next character as it is,
@@ -150,7 +162,7 @@ ProcessEngine::ProcessEngine(TermManager& mgr, Configuration const& config,
     // declaration), to learn after each reset-assertions whether the solver dropped its
     // declarations (SMT-LIB says it does; some solvers keep them).
     probe_ = fresh_name("probe");
-    send("(declare-fun " + probe_ + " () Bool)\n");
+    send(declare_bool(probe_, mgr_.get_bool_type()));
   }
 }
 
@@ -487,7 +499,7 @@ void ProcessEngine::reset_assertions() {
   if (!global_decls_) {
     // Declaring the probe again succeeds only when the solver dropped its declarations.
     try {
-      ask("(declare-fun " + probe_ + " () Bool)\n");
+      ask(declare_bool(probe_, mgr_.get_bool_type()));
     } catch (EngineError const&) {
       check_running();
       dropped = false;
@@ -510,10 +522,14 @@ CheckResult ProcessEngine::check(std::vector<TheoryLit> const& assumptions) {
       Term const* t = assumptions[i].get_term();
       declare_in(t);
       std::string const p = fresh_name("lit");
-      send("(declare-fun " + p + " () Bool)\n");
-      send("(assert (= " + p + " " + printer_.term_text(t) + "))\n");
+      send(declare_bool(p, mgr_.get_bool_type()));
+      send(std::string("(assert (") + op_name(SymbolTag::EQUAL) + " " + p + " " +
+           printer_.term_text(t) + "))\n");
       proxies_.emplace(p, i);
-      command += (i == 0 ? "" : " ") + (assumptions[i].is_negated() ? "(not " + p + ")" : p);
+      std::string const lit = assumptions[i].is_negated()
+                                  ? std::string("(") + op_name(SymbolTag::NOT) + " " + p + ")"
+                                  : p;
+      command += (i == 0 ? "" : " ") + lit;
     }
     command += "))\n";
   }
@@ -574,7 +590,7 @@ std::vector<TheoryLit> ProcessEngine::unsat_assumptions() {
   std::vector<TheoryLit> core;
   for (std::size_t k : a.node(a.root()).kids) {
     std::size_t lit = k;
-    if (a.is_app(k, "not", 2)) {
+    if (a.is_app(k, op_name(SymbolTag::NOT), 2)) {
       lit = a.kid(k, 1);
     }
     auto it = proxies_.find(a.node(lit).atom);
