@@ -1,7 +1,8 @@
 // Every operator of the operator table on each in-process engine: closed applications whose
 // truth SMT-LIB fixes, checked by the engine (operators of many arguments spelled by pairs
-// included); and the engines' operator tables read both ways: cvc5's terms read back as the
-// terms they came from, and each z3 function makes an application of its row's kind.
+// included); the engines' operator tables read both ways: cvc5's terms read back as the terms
+// they came from, and each z3 function makes an application of its row's kind; and the
+// spelling by pairs that both engines share.
 #include <gtest/gtest.h>
 #include <z3.h>
 
@@ -16,6 +17,7 @@
 
 #include "core/operator_table.h"
 #include "solver/cvc5_engine.h"
+#include "solver/dag_translation.h"
 #include "solver/z3_ops.h"
 
 namespace tvx {
@@ -164,6 +166,34 @@ std::set<SymbolTag::tag> tags_in(std::vector<Fact> const& facts) {
     }
   }
   return tags;
+}
+
+// The spelling by pairs, written out: what each Assoc makes of (op a b c d).
+TEST(SpellNaryTest, EachAssociativitySpellsManyArgumentsAsSmtLibDefinesIt) {
+  std::vector<std::string> const a = {"a", "b", "c", "d"};
+  std::vector<std::string> links;
+  auto spell = [&](optable::Assoc assoc, std::size_t n) {
+    return spell_nary(
+        assoc, a.data(), n,
+        [](std::string const& x, std::string const& y) { return "(op " + x + " " + y + ")"; },
+        [](std::vector<std::string> const& all) {
+          std::string text = "(and";
+          for (std::string const& l : all) {
+            text += " " + l;
+          }
+          return text + ")";
+        },
+        links);
+  };
+  using optable::Assoc;
+  EXPECT_EQ(spell(Assoc::Left, 4), "(op (op (op a b) c) d)");
+  EXPECT_EQ(spell(Assoc::Right, 4), "(op a (op b (op c d)))");
+  EXPECT_EQ(spell(Assoc::Chainable, 4), "(and (op a b) (op b c) (op c d))");
+  EXPECT_EQ(spell(Assoc::Pairwise, 4),
+            "(and (op a b) (op a c) (op a d) (op b c) (op b d) (op c d))");
+  for (Assoc assoc : {Assoc::None, Assoc::Left, Assoc::Right, Assoc::Chainable, Assoc::Pairwise}) {
+    EXPECT_EQ(spell(assoc, 2), "(op a b)");  // two arguments need no conjunction
+  }
 }
 
 class EngineOpsTest : public ::testing::TestWithParam<char const*> {};
