@@ -691,6 +691,46 @@ TEST_P(EngineSuiteTest, FunctionTablesAgreeWithTheConstraints) {
   expect_model_satisfies(formulas);
 }
 
+// Values go back to the engine that gave them: each, asserted equal to its term, keeps the
+// session satisfiable. Arrays of elements of an uninterpreted sort go back to z3 only: their
+// values are constant arrays of an element, and cvc5 takes constant arrays of literals only.
+TEST_P(EngineSuiteTest, ValuesAssertedBackKeepTheSessionSatisfiable) {
+  DataType const* U = solver_->declare_sort("U");
+  DataType const* BV12 = mgr_.get_bv_type(12);
+  DataType const* nested_sort = mgr_.get_array_type(BV12, mgr_.get_array_type(I_, R_));
+  Term const* u1 = var("u1", U);
+  Term const* u2 = var("u2", U);
+  Term const* r = var("r", R_);
+  Term const* b = var("b", BV12);
+  Term const* a = var("a", mgr_.get_array_type(I_, I_));
+  Term const* nested = var("nested", nested_sort);
+  Term const* au = var("au", mgr_.get_array_type(I_, U));
+  Term const* x = var("x", I_);
+  Symbol const* f = solver_->declare_fun("f", {U, I_}, R_);
+  Term const* sel = op("select", {op("select", {nested, b}), x});
+  assert_all({
+      mgr_.make_not(mgr_.make_equal(u1, u2)),
+      op("<", {r, real("-1/3")}),
+      op("bvugt", {b, bv("#x7f0", 12)}),
+      mgr_.make_equal(op("select", {a, num("2")}), num("-7")),
+      op(">", {sel, app(f, {u1, x})}),
+      op(">", {app(f, {u2, x}), real("7/2")}),
+      op(">", {x, num("100")}),
+      mgr_.make_equal(op("select", {au, num("3")}), u2),
+  });
+  ASSERT_EQ(solver_->check(), CheckResult::Sat);
+  std::vector<Term const*> terms = {u1, u2, r, b, a, nested, x, sel, app(f, {u1, x})};
+  if (is_z3()) {
+    terms.push_back(au);
+  }
+  std::vector<Term const*> equations;
+  for (Term const* t : terms) {
+    equations.push_back(mgr_.make_equal(t, value(t)));
+  }
+  assert_all(equations);
+  EXPECT_EQ(solver_->check(), CheckResult::Sat);
+}
+
 // ------------------------------------------------------------------------ unsat answers
 
 TEST_P(EngineSuiteTest, UnsatCoresAreUnsatisfiableSubsetsOfTheAssertions) {
@@ -839,6 +879,7 @@ TEST_P(EngineSuiteTest, AllSatListsEveryCubeOnce) {
 
 TEST_P(EngineSuiteTest, ScopesAndResetFollowTheAssertions) {
   Solver& s = *solver_;
+  EXPECT_EQ(s.engine()->name(), GetParam());
   Term const* x = var("x", I_);
   Term const* y = var("y", I_);
   s.assert_formula(op(">", {x, y}));
