@@ -2,13 +2,13 @@
 // bit-vector literals, arrays as stores over a constant array, elements of uninterpreted
 // sorts as abstract values), function tables, models, and interpolants computed by a cvc5
 // solver of their own.
-#include <algorithm>
 #include <sstream>
 #include <string>
 #include <vector>
 
 #include <tvx/core/error.h>
 
+#include "core/arith_args.h"
 #include "solver/cvc5_engine.h"
 
 namespace tvx {
@@ -145,26 +145,6 @@ char const* op_name(Kind k) {
   }
 }
 
-// Arithmetic operators whose arguments the term layer wants of one sort, where cvc5 mixes Int
-// and Real.
-bool mixes_arith(Kind k) {
-  switch (k) {
-    case Kind::ADD:
-    case Kind::SUB:
-    case Kind::MULT:
-    case Kind::DIVISION:
-    case Kind::LT:
-    case Kind::LEQ:
-    case Kind::GT:
-    case Kind::GEQ:
-    case Kind::EQUAL:
-    case Kind::DISTINCT:
-      return true;
-    default:
-      return false;
-  }
-}
-
 std::string kind_name(Kind k) {
   std::ostringstream out;
   out << k;
@@ -234,15 +214,8 @@ Term const* Cvc5Session::apply(cvc5::Term const& t, std::vector<Term const*>& ar
     throw Unsupported("the term layer has no operator for cvc5's " + kind_name(k) + " in " +
                       t.toString());
   }
-  if (mixes_arith(k)) {
-    bool const real =
-        k == Kind::DIVISION || std::any_of(args.begin(), args.end(),
-                                           [](Term const* a) { return a->get_type()->is_real(); });
-    for (Term const*& a : args) {
-      if (real && a->get_type()->is_int()) {
-        a = mgr_.make_builtin("to_real", &a, 1);
-      }
-    }
+  if (Term const* numeral = mix_arith_args(mgr_, name, args.data(), args.size())) {
+    return numeral;
   }
   std::vector<std::uint64_t> indices;
   if (t.hasOp()) {
