@@ -117,6 +117,19 @@ Term const* ProcessEngine::apply(Sexpr const& e, std::size_t node, std::vector<T
   }
 }
 
+// (_ bvN W), or null.
+Term const* ProcessEngine::bv_literal(Sexpr const& e, std::size_t node) {
+  Sexpr::Node const& x = e.node(node);
+  if (!x.list || x.kids.size() != 3 || !e.is_atom(x.kids[0], "_") ||
+      e.node(x.kids[1]).atom.compare(0, 2, "bv") != 0 ||
+      !str::all_digits(e.node(x.kids[1]).atom.substr(2)) ||
+      !str::all_digits(e.node(x.kids[2]).atom)) {
+    return nullptr;
+  }
+  return mgr_.make_number(e.node(x.kids[1]).atom.substr(2),
+                          mgr_.get_bv_type(std::stoull(e.node(x.kids[2]).atom)));
+}
+
 // Reads a term without recursion: a frame per list, expanded into its arguments first and
 // applied when they are read. Let-bound names stand for their expressions.
 Term const* ProcessEngine::read_term(Sexpr const& e, std::size_t root, std::string const& command) {
@@ -169,23 +182,11 @@ Term const* ProcessEngine::read_term(Sexpr const& e, std::size_t root, std::stri
       }
       continue;
     }
-    if (x.kids.size() == 3 && e.is_atom(x.kids[0], "let") && e.node(x.kids[1]).list) {
-      for (std::size_t b : e.node(x.kids[1]).kids) {
-        if (!e.node(b).list || e.size(b) != 2 || e.node(e.kid(b, 0)).list) {
-          unreadable(e, n, "a let", command);
-        }
-        lets_[e.node(e.kid(b, 0)).atom] = e.kid(b, 1);
-      }
-      frames.back().node = x.kids[2];
+    if (open_let(e, frames.back().node, command)) {
       continue;
     }
-    if (x.kids.size() == 3 && e.is_atom(x.kids[0], "_") &&
-        e.node(x.kids[1]).atom.compare(0, 2, "bv") == 0 &&
-        str::all_digits(e.node(x.kids[1]).atom.substr(2)) &&
-        str::all_digits(e.node(x.kids[2]).atom)) {
-      // (_ bvN W)
-      out.push_back(mgr_.make_number(e.node(x.kids[1]).atom.substr(2),
-                                     mgr_.get_bv_type(std::stoull(e.node(x.kids[2]).atom))));
+    if (Term const* literal = bv_literal(e, n)) {
+      out.push_back(literal);
       done();
       continue;
     }
