@@ -64,8 +64,6 @@ enum class Op : std::uint8_t {
 };
 
 Op classify_op(std::string const& name);
-// Operators that take Int and Real arguments together, the Int ones made Real.
-bool is_arith_mixing_op(Op op);
 
 // The commands, by kind; the unsupported ones are grouped by the error they get.
 enum class Command : std::uint8_t {
@@ -256,7 +254,6 @@ class ScriptReader::Impl {
   Term const* build_builtin(Entry const& head, std::size_t begin, std::size_t n,
                             std::uint64_t const* indices, std::size_t num_indices,
                             std::uint64_t line, std::uint64_t column);
-  Term const* to_real(Term const* t);
   Term const* coerce(Term const* t, DataType const* sort);
   Term const* substitute(Macro const& m, Term const* const* args);
   Term const* placeholder(std::size_t index, DataType const* sort);

@@ -56,12 +56,6 @@ Op classify_op(std::string const& name) {
   }
 }
 
-// Operators that take Int and Real arguments together, the Int ones made Real.
-bool is_arith_mixing_op(Op op) {
-  return op == Op::kAdd || op == Op::kMul || op == Op::kSub || op == Op::kDiv || op == Op::kIte ||
-         op == Op::kCompare;
-}
-
 // A sort for messages; a function sort as declare-fun writes it: "(Int U) Bool".
 std::string sort_text(DataType const* t) {
   if (!t->is_function()) {

@@ -1,23 +1,15 @@
 // The term parser: atoms (numerals, literals, names), applications of operators, declared
 // functions and macros, indexed operators, let and annotations. Terms are parsed bottom-up on
 // an explicit stack of frames, so nesting depth costs memory and never call stack.
+#include "core/arith_args.h"
 #include "smt2/reader_impl.h"
 
 namespace tvx {
 namespace smt2 {
 
-Term const* ScriptReader::Impl::to_real(Term const* t) {
-  Symbol const* s = t->get_symbol();
-  if (s->get_tag() == SymbolTag::NUMERAL) {
-    return mgr_.make_number(s->get_name(), mgr_.get_rational_type());
-  }
-  Term const* args[1] = {t};
-  return mgr_.make_builtin("to_real", args, 1);
-}
-
 Term const* ScriptReader::Impl::coerce(Term const* t, DataType const* sort) {
   if (sort->is_real() && t->get_type()->is_int()) {
-    return to_real(t);
+    return as_real(mgr_, t);
   }
   return t;
 }
@@ -243,39 +235,12 @@ Term const* ScriptReader::Impl::build_builtin(Entry const& head, std::size_t beg
   Op const code = head.op;
   Term const** args = values_.data() + begin;
   try {
-    if (is_arith_mixing_op(code)) {
-      std::size_t const first = code == Op::kIte ? 1 : 0;
-      bool has_int = false;
-      bool has_real = false;
-      for (std::size_t i = first; i < n; ++i) {
-        has_int = has_int || args[i]->get_type()->is_int();
-        has_real = has_real || args[i]->get_type()->is_real();
-      }
-      if (has_int && (has_real || code == Op::kDiv)) {
-        for (std::size_t i = first; i < n; ++i) {
-          args[i] = coerce(args[i], mgr_.get_rational_type());
-        }
-      }
-      if (n == 1 && (code == Op::kAdd || code == Op::kMul) &&
-          (args[0]->get_type()->is_int() || args[0]->get_type()->is_real())) {
-        return args[0];  // a sum or product of one term is that term
-      }
-      // Numerals as the printer writes them: (- 5) and (/ 1.0 2.0).
-      if (code == Op::kSub && n == 1 && args[0]->get_symbol()->get_tag() == SymbolTag::NUMERAL) {
-        std::string const& v = args[0]->get_symbol()->get_name();
-        if (!v.empty() && v[0] != '-' && v != "0") {
-          return mgr_.make_number("-" + v, args[0]->get_type());
-        }
-      }
-      if (code == Op::kDiv && n == 2 && args[0]->get_symbol()->get_tag() == SymbolTag::NUMERAL &&
-          args[1]->get_symbol()->get_tag() == SymbolTag::NUMERAL) {
-        std::string const& a = args[0]->get_symbol()->get_name();
-        std::string const& b = args[1]->get_symbol()->get_name();
-        if (str::all_digits(a) && str::all_digits(b) &&
-            b.find_first_not_of('0') != std::string::npos) {
-          return mgr_.make_number(a + "/" + b, mgr_.get_rational_type());
-        }
-      }
+    if (Term const* numeral = mix_arith_args(mgr_, op, args, n)) {
+      return numeral;  // (- 5) and (/ 1 2), as the printer writes numerals
+    }
+    if (n == 1 && (code == Op::kAdd || code == Op::kMul) &&
+        (args[0]->get_type()->is_int() || args[0]->get_type()->is_real())) {
+      return args[0];  // a sum or product of one term is that term
     } else if (n == 1 && code == Op::kAndOrXor) {
       return args[0];  // a one-argument conjunction or disjunction is its argument
     } else if (code == Op::kRealArg && n == 1) {

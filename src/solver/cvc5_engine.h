@@ -24,6 +24,7 @@
 #include <tvx/core/error.h>
 #include <tvx/solver/engine.h>
 
+#include "solver/answers.h"
 #include "solver/cvc5_ops.h"
 #include "solver/dag_translation.h"
 #include "solver/deep_stack.h"
@@ -67,7 +68,8 @@ class Cvc5Session {
   Term const* to_term(cvc5::Term const& root);
   Term const* leaf(cvc5::Term const& t);
   Term const* apply(cvc5::Term const& t, std::vector<Term const*>& args);
-  Term const* element(cvc5::Term const& value, DataType const* sort);
+  // Reads a lambda's body for a TableBuilder.
+  class BodyReader;
   FunctionValue function_value(Symbol const* s, cvc5::Term const& lambda);
   void collect_symbols(std::vector<Term const*> const& roots,
                        std::unordered_set<Symbol const*>& out);
@@ -94,9 +96,8 @@ class Cvc5Session {
   std::size_t depth_ = 0;
   std::unordered_map<cvc5::Term, TheoryLit> assumptions_;
 
-  // Elements of uninterpreted sorts met in models: the index each was given.
-  std::unordered_map<cvc5::Term, std::uint64_t> elements_;
-  std::unordered_map<std::uint64_t, std::uint64_t> next_element_;  // by sort id
+  // Elements (known by cvc5's text for them), tables and models.
+  Answers answers_{mgr_};
 
   DagTranslation<cvc5::Term> dag_;  // terms translated, by term id
   // Scratch of build_by_row, reused from call to call.

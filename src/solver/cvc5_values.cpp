@@ -2,40 +2,21 @@
 // bit-vector literals, arrays as stores over a constant array, elements of uninterpreted
 // sorts as abstract values), function tables, models, and interpolants computed by a cvc5
 // solver of their own.
-#include <algorithm>
 #include <sstream>
 #include <string>
 #include <vector>
 
 #include <tvx/core/error.h>
 
+#include "core/arith_args.h"
 #include "solver/cvc5_engine.h"
+#include "solver/table_builder.h"
 
 namespace tvx {
 
 namespace {
 
 using cvc5::Kind;
-
-// Arithmetic operators whose arguments the term layer wants of one sort, where cvc5 mixes Int
-// and Real.
-bool mixes_arith(Kind k) {
-  switch (k) {
-    case Kind::ADD:
-    case Kind::SUB:
-    case Kind::MULT:
-    case Kind::DIVISION:
-    case Kind::LT:
-    case Kind::LEQ:
-    case Kind::GT:
-    case Kind::GEQ:
-    case Kind::EQUAL:
-    case Kind::DISTINCT:
-      return true;
-    default:
-      return false;
-  }
-}
 
 std::string kind_name(Kind k) {
   std::ostringstream out;
@@ -49,15 +30,6 @@ std::string kind_name(Kind k) {
 
 Term const* Cvc5Session::value(Term const* term) {
   return to_term(solver_.getValue(translate(term)));
-}
-
-// The abstract value standing for an element of an uninterpreted sort.
-Term const* Cvc5Session::element(cvc5::Term const& value, DataType const* sort) {
-  auto it = elements_.find(value);
-  if (it == elements_.end()) {
-    it = elements_.emplace(value, next_element_[sort->get_id()]++).first;
-  }
-  return mgr_.make_abstract_value(sort, it->second);
 }
 
 // A term without arguments to translate: a value, a constant, or a constant array (whose
@@ -77,7 +49,8 @@ Term const* Cvc5Session::leaf(cvc5::Term const& t) {
     return mgr_.make_number(t.getRealValue(), mgr_.get_rational_type());
   }
   if (t.isUninterpretedSortValue()) {
-    return element(t, sort_back(sort));
+    // cvc5 names each element of a sort once, by its own text for it.
+    return answers_.element(sort_back(sort), t.getUninterpretedSortValue());
   }
   if (t.getKind() == Kind::CONSTANT) {
     auto it = symbol_of_.find(t);
@@ -106,15 +79,8 @@ Term const* Cvc5Session::apply(cvc5::Term const& t, std::vector<Term const*>& ar
     throw Unsupported("the term layer has no operator for cvc5's " + kind_name(k) + " in " +
                       t.toString());
   }
-  if (mixes_arith(k)) {
-    bool const real =
-        k == Kind::DIVISION || std::any_of(args.begin(), args.end(),
-                                           [](Term const* a) { return a->get_type()->is_real(); });
-    for (Term const*& a : args) {
-      if (real && a->get_type()->is_int()) {
-        a = mgr_.make_builtin("to_real", &a, 1);
-      }
-    }
+  if (Term const* numeral = mix_arith_args(mgr_, tag, args.data(), args.size())) {
+    return numeral;
   }
   std::vector<std::uint64_t> indices;
   if (t.hasOp()) {
@@ -191,150 +157,110 @@ Term const* Cvc5Session::to_term(cvc5::Term const& root) {
   return results.back();
 }
 
-// A function's value from cvc5's lambda: a tree of if-then-else over equalities of its
-// arguments with values, whose leaves are values. The tree is read then-branch first, so the
-// leaves come out in the order in which it tries them: each is a point that fixes the arguments
-// its path fixes (a one-level test of a two-argument function leaves the other free), and the
-// leaf reached with none fixed is the value everywhere else.
-FunctionValue Cvc5Session::function_value(Symbol const* s, cvc5::Term const& lambda) {
-  auto fail = [&]() -> FunctionValue {
-    throw EngineError("cvc5: the value of '" + s->get_name() + "', " + lambda.toString() +
-                      ", is not a finite table");
-  };
-  if (lambda.getKind() != Kind::LAMBDA) {
-    return fail();
-  }
-  cvc5::Term const vars = lambda[0];
-  std::size_t const arity = vars.getNumChildren();
-  auto var_index = [&](cvc5::Term const& v) -> std::size_t {
-    for (std::size_t i = 0; i < arity; ++i) {
-      if (vars[i] == v) {
-        return i;
-      }
+// A lambda's body for TableBuilder::read: a tree of if-then-else over equalities of its
+// variables with values (cvc5 fixes one argument per level, so a one-level test of a
+// two-argument function leaves the other free), whose leaves are values; for a predicate, a
+// leaf may be a condition, (= _arg_1 4) for "true at 4", a disjunction of them, or a negation.
+class Cvc5Session::BodyReader {
+ public:
+  BodyReader(Cvc5Session& session, cvc5::Term const& vars) : s_(session), vars_(vars) {}
+
+  bool ite(cvc5::Term const& n, cvc5::Term& cond, cvc5::Term& then_part, cvc5::Term& else_part) {
+    if (n.getKind() != Kind::ITE) {
+      return false;
     }
-    return arity;
-  };
-  // The argument values a condition fixes: (= var value), a Boolean var or its negation, or a
-  // conjunction of these. False when the condition has another form.
-  auto fixes = [&](cvc5::Term const& cond, std::vector<std::pair<std::size_t, cvc5::Term>>& out) {
-    std::vector<cvc5::Term> parts{cond};
-    while (!parts.empty()) {
-      cvc5::Term const c = parts.back();
-      parts.pop_back();
-      std::size_t i = var_index(c);
-      if (i < arity) {
-        out.emplace_back(i, solver_.mkTrue());
-        continue;
-      }
-      if (c.getKind() == Kind::NOT && (i = var_index(c[0])) < arity) {
-        out.emplace_back(i, solver_.mkFalse());
-        continue;
-      }
-      if (c.getKind() == Kind::AND) {
-        for (std::size_t k = 0; k < c.getNumChildren(); ++k) {
-          parts.push_back(c[k]);
-        }
-        continue;
-      }
-      if (c.getKind() != Kind::EQUAL || c.getNumChildren() != 2) {
+    cond = n[0];
+    then_part = n[1];
+    else_part = n[2];
+    return true;
+  }
+  bool fixes(cvc5::Term const& cond, TableBuilder::Fixes& out);
+  bool conditions(cvc5::Term n, bool& positive, std::vector<TableBuilder::Fixes>& out) {
+    if (n.isBooleanValue()) {
+      return false;
+    }
+    if (n.getKind() == Kind::NOT) {
+      positive = false;
+      n = n[0];
+    }
+    std::vector<cvc5::Term> disjuncts{n};
+    if (n.getKind() == Kind::OR) {
+      disjuncts.assign(n.begin(), n.end());
+    }
+    for (cvc5::Term const& d : disjuncts) {
+      out.emplace_back();
+      if (!fixes(d, out.back())) {
         return false;
       }
+    }
+    return true;
+  }
+  Term const* value(cvc5::Term const& n) { return s_.to_term(n); }
+
+ private:
+  // The argument a variable stands for; the arity for anything else.
+  std::size_t var_index(cvc5::Term const& v) const {
+    std::size_t i = 0;
+    while (i < vars_.getNumChildren() && vars_[i] != v) {
+      ++i;
+    }
+    return i;
+  }
+
+  Cvc5Session& s_;
+  cvc5::Term vars_;
+};
+
+bool Cvc5Session::BodyReader::fixes(cvc5::Term const& cond, TableBuilder::Fixes& out) {
+  std::size_t const arity = vars_.getNumChildren();
+  std::vector<cvc5::Term> parts{cond};
+  while (!parts.empty()) {
+    cvc5::Term const c = parts.back();
+    parts.pop_back();
+    std::size_t i = var_index(c);
+    if (i < arity) {
+      out.emplace_back(i, s_.mgr_.make_true());
+    } else if (c.getKind() == Kind::NOT && (i = var_index(c[0])) < arity) {
+      out.emplace_back(i, s_.mgr_.make_false());
+    } else if (c.getKind() == Kind::AND) {
+      for (std::size_t k = c.getNumChildren(); k-- > 0;) {
+        parts.push_back(c[k]);
+      }
+    } else if (c.getKind() == Kind::EQUAL && c.getNumChildren() == 2) {
       std::size_t const l = var_index(c[0]);
       std::size_t const r = var_index(c[1]);
       if ((l < arity) == (r < arity)) {
         return false;
       }
-      out.emplace_back(l < arity ? l : r, l < arity ? c[1] : c[0]);
-    }
-    return true;
-  };
-  struct Branch {
-    cvc5::Term node;
-    std::vector<cvc5::Term> fixed;  // per argument; null: not fixed on this path
-  };
-  FunctionValue fv;
-  std::vector<Branch> stack{{lambda[1], std::vector<cvc5::Term>(arity)}};
-  std::vector<std::pair<std::size_t, cvc5::Term>> fixed;
-  while (!stack.empty()) {
-    Branch b = std::move(stack.back());
-    stack.pop_back();
-    cvc5::Term const node = b.node;
-    cvc5::Term then_part;
-    cvc5::Term else_part;
-    fixed.clear();
-    if (node.getKind() == Kind::ITE && fixes(node[0], fixed)) {
-      then_part = node[1];
-      else_part = node[2];
-    } else if (node.getSort().isBoolean() && !node.isBooleanValue()) {
-      // A predicate's value may be the condition itself, (= _arg_1 4) for "true at 4", or a
-      // disjunction of such conditions, read as true at the first, else the rest.
-      fixed.clear();
-      bool const disjunction = node.getKind() == Kind::OR;
-      if (fixes(disjunction ? node[0] : node, fixed)) {
-        then_part = solver_.mkTrue();
-        else_part = solver_.mkFalse();
-        if (disjunction) {
-          std::vector<cvc5::Term> rest;
-          for (std::size_t k = 1; k < node.getNumChildren(); ++k) {
-            rest.push_back(node[k]);
-          }
-          else_part = rest.size() == 1 ? rest[0] : solver_.mkTerm(Kind::OR, rest);
-        }
-      }
-    }
-    if (!then_part.isNull()) {
-      Branch then_branch{then_part, b.fixed};
-      bool reachable = true;
-      for (auto const& [i, v] : fixed) {
-        if (!then_branch.fixed[i].isNull() && then_branch.fixed[i] != v) {
-          reachable = false;
-        }
-        then_branch.fixed[i] = v;
-      }
-      stack.push_back(Branch{else_part, std::move(b.fixed)});
-      if (reachable) {
-        stack.push_back(std::move(then_branch));
-      }
-      continue;
-    }
-    if (std::all_of(b.fixed.begin(), b.fixed.end(),
-                    [](cvc5::Term const& v) { return v.isNull(); })) {
-      // Reached through else-branches only: the rest of the tree is read already.
-      fv.otherwise = to_term(node);
-      break;
-    }
-    FunctionValue::Point p;
-    for (cvc5::Term const& v : b.fixed) {
-      p.args.push_back(v.isNull() ? nullptr : to_term(v));
-    }
-    // The tree is read first branch first; a later leaf at the same point is unreachable.
-    bool const seen = std::any_of(fv.points.begin(), fv.points.end(),
-                                  [&](FunctionValue::Point const& q) { return q.args == p.args; });
-    if (!seen) {
-      p.value = to_term(node);
-      fv.points.push_back(std::move(p));
+      out.emplace_back(l < arity ? l : r, s_.to_term(l < arity ? c[1] : c[0]));
+    } else {
+      return false;
     }
   }
-  if (fv.otherwise == nullptr) {
-    return fail();
+  return true;
+}
+
+FunctionValue Cvc5Session::function_value(Symbol const* s, cvc5::Term const& lambda) {
+  if (lambda.getKind() == Kind::LAMBDA) {
+    TableBuilder table(mgr_, lambda[0].getNumChildren());
+    BodyReader reader(*this, lambda[0]);
+    table.read(lambda[1], s->get_output_type()->is_bool(), reader);
+    if (table.complete()) {
+      return table.finish();
+    }
   }
-  return fv;
+  throw EngineError("cvc5: the value of '" + s->get_name() + "', " + lambda.toString() +
+                    ", is not a finite table");
 }
 
 Model Cvc5Session::model() {
-  Model result;
-  std::vector<Symbol const*> symbols(known_);
-  std::sort(symbols.begin(), symbols.end(),
-            [](Symbol const* a, Symbol const* b) { return a->get_id() < b->get_id(); });
-  for (Symbol const* s : symbols) {
-    cvc5::Term const v = solver_.getValue(decls_[s->get_id()]);
-    if (s->get_arity() == 0) {
-      result.constants.emplace_back(s, to_term(v));
-    } else {
-      result.functions.emplace_back(s, function_value(s, v));
-    }
-  }
-  return result;
+  Answers::ModelReader reader;
+  reader.constant = [&](Symbol const* s) { return to_term(solver_.getValue(decls_[s->get_id()])); };
+  reader.function = [&](Symbol const* s, FunctionValue& fv) {
+    fv = function_value(s, solver_.getValue(decls_[s->get_id()]));
+    return true;  // cvc5 gives every function a value
+  };
+  return answers_.model(known_, reader);
 }
 
 // ------------------------------------------------------------------------ interpolants

@@ -22,8 +22,8 @@
 #include <cstddef>
 #include <cstdint>
 #include <deque>
-#include <map>
 #include <memory>
+#include <optional>
 #include <sstream>
 #include <string>
 #include <unordered_map>
@@ -33,6 +33,7 @@
 #include <tvx/core/term_printer.h>
 #include <tvx/solver/engine.h>
 
+#include "solver/answers.h"
 #include "solver/process.h"
 #include "solver/sexpr.h"
 
@@ -108,40 +109,27 @@ class ProcessEngine final : public Engine {
   std::string fresh_name(char const* kind);
 
   // --- answers ---
+  // Reads a value of the given sort (see ValueWalk).
   Term const* to_term(Sexpr const& e, std::size_t node, DataType const* sort,
                       std::string const& command);
+  class ValueWalk;
   bool read_number(Sexpr const& e, std::size_t node, DataType const* sort, std::string& out);
-  Term const* element(DataType const* sort, std::string const& engine_name);
-  // What a condition says of the parameters: one slot per parameter, the value's node (literal
-  // -1), false (0) or true (1) for a Bool parameter written p or (not p), or nothing: the
-  // parameter is free (-2).
-  struct Slot {
-    std::size_t node;
-    int literal;
-  };
-  static constexpr Slot kFree{0, -2};
-  bool match_point(Sexpr const& e, std::size_t cond, std::vector<std::string> const& params,
-                   std::vector<Slot>& slots);
   // The expression a let-bound name stands for (the node itself when it is no such name).
   std::size_t resolve(Sexpr const& e, std::size_t node) const;
-  // Whether two nodes are the same expression, once let-bound names are replaced.
-  bool same(Sexpr const& e, std::size_t a, std::size_t b) const;
-  // A table as the solver wrote it: points in the order the solver tries them, each a slot per
-  // parameter and the value's slot, and the value everywhere else.
-  struct Table {
-    std::vector<std::pair<std::vector<Slot>, Slot>> points;
-    Slot otherwise;
-  };
-  // Reads the body of a function's definition (or of a lambda) over `params`; false when it
-  // is not a table.
-  bool read_table(Sexpr const& e, std::size_t body, std::vector<std::string> const& params,
-                  bool predicate, Table& table);
+  // For (let (BINDINGS) BODY) at `node`: records the bindings in lets_, moves `node` to BODY
+  // and returns true; false for any other node.
+  bool open_let(Sexpr const& e, std::size_t& node, std::string const& command);
+  // Reads the body of a function's definition (or of a lambda) for a TableBuilder.
+  class BodyReader;
   FunctionValue function_value(Sexpr const& e, std::size_t def, Symbol const* s,
                                std::string const& command);
-  Term const* any_value(DataType const* sort);
+  std::vector<Term const*> constant_values(std::vector<Symbol const*> const& constants);
+  std::vector<std::optional<FunctionValue>> function_tables(
+      std::vector<Symbol const*> const& functions);
   // Reads a formula of the solver's into the term layer (an interpolant).
   Term const* read_term(Sexpr const& e, std::size_t root, std::string const& command);
   Term const* read_atom(Sexpr const& e, std::size_t node, std::string const& command);
+  Term const* bv_literal(Sexpr const& e, std::size_t node);
   Term const* apply(Sexpr const& e, std::size_t node, std::vector<Term const*>& args,
                     std::string const& command);
   // The interpolant of the assertions and `goal`, for a solver started with interpolation.
@@ -193,9 +181,8 @@ class ProcessEngine final : public Engine {
   std::vector<TheoryLit> assumptions_;
   std::unordered_map<std::string, std::size_t> proxies_;  // literal name -> assumption index
 
-  // Elements of uninterpreted sorts by (sort id, the solver's name): the index each was given.
-  std::map<std::pair<std::uint64_t, std::string>, std::uint64_t> elements_;
-  std::unordered_map<std::uint64_t, std::uint64_t> next_element_;
+  // Elements (known by the solver's name for them), defaults, tables and models.
+  Answers answers_{mgr_};
 
   // The let-bound names of the answer being read, each to the expression it stands for.
   std::unordered_map<std::string, std::size_t> lets_;

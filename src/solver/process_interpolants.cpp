@@ -10,6 +10,7 @@
 #include <tvx/core/error.h>
 #include <tvx/support/str.h>
 
+#include "core/arith_args.h"
 #include "solver/process_engine.h"
 
 namespace tvx {
@@ -74,7 +75,7 @@ Term const* ProcessEngine::read_atom(Sexpr const& e, std::size_t node, std::stri
 
 // Applies the head of the list at `node` to the terms read for its arguments. Int arguments
 // where Real ones are needed become Real (numerals) or to_real of themselves, as the solver's
-// own arithmetic mixes them.
+// own arithmetic mixes them (see arith_args.h).
 Term const* ProcessEngine::apply(Sexpr const& e, std::size_t node, std::vector<Term const*>& args,
                                  std::string const& command) {
   std::size_t const head = e.kid(node, 0);
@@ -96,63 +97,37 @@ Term const* ProcessEngine::apply(Sexpr const& e, std::size_t node, std::vector<T
   } else {
     op = e.node(head).atom;
   }
-  auto to_real = [&](Term const*& t) {
-    if (!t->get_type()->is_int()) {
-      return;
-    }
-    Symbol const* s = t->get_symbol();
-    t = s->get_tag() == SymbolTag::NUMERAL
-            ? mgr_.make_number(s->get_name(), mgr_.get_rational_type())
-            : mgr_.make_builtin("to_real", {t});
-  };
   try {
     auto it = by_name_.find(op);
     if (it != by_name_.end() && indices.empty()) {
       Symbol const* s = it->second;
       for (std::size_t i = 0; i < args.size() && i < s->get_arity(); ++i) {
         if (s->get_type()->get_component(i)->is_real()) {
-          to_real(args[i]);
+          args[i] = as_real(mgr_, args[i]);
         }
       }
       return mgr_.make_term(s, args);
     }
-    bool const arith = op == "+" || op == "-" || op == "*" || op == "/" || op == "<" ||
-                       op == "<=" || op == ">" || op == ">=" || op == "=" || op == "distinct" ||
-                       op == "ite";
-    if (arith) {
-      std::size_t const first = op == "ite" ? 1 : 0;
-      bool real = op == "/";
-      for (std::size_t i = first; i < args.size(); ++i) {
-        real = real || args[i]->get_type()->is_real();
-      }
-      if (real) {
-        for (std::size_t i = first; i < args.size(); ++i) {
-          to_real(args[i]);
-        }
-      }
-      // Numerals: (- n) and (/ n d) are numerals of their own.
-      Symbol const* s0 = args.empty() ? nullptr : args[0]->get_symbol();
-      if (op == "-" && args.size() == 1 && s0->get_tag() == SymbolTag::NUMERAL) {
-        std::string const& v = s0->get_name();
-        return mgr_.make_number(v[0] == '-' ? v.substr(1) : "-" + v, args[0]->get_type());
-      }
-      if (op == "/" && args.size() == 2 && s0->get_tag() == SymbolTag::NUMERAL &&
-          args[1]->get_symbol()->get_tag() == SymbolTag::NUMERAL &&
-          args[1]->get_symbol()->get_name() != "0") {
-        std::string n = s0->get_name();
-        std::string d = args[1]->get_symbol()->get_name();
-        bool const negative = (n[0] == '-') != (d[0] == '-');
-        n.erase(0, n[0] == '-' ? 1 : 0);
-        d.erase(0, d[0] == '-' ? 1 : 0);
-        if (n.find('/') == std::string::npos && d.find('/') == std::string::npos) {
-          return mgr_.make_number((negative ? "-" : "") + fraction(n, d), args[0]->get_type());
-        }
-      }
+    if (Term const* numeral = mix_arith_args(mgr_, op, args.data(), args.size())) {
+      return numeral;
     }
     return mgr_.make_builtin(op, args, indices);
   } catch (Error const&) {
     unreadable(e, node, "a well-sorted term", command);
   }
+}
+
+// (_ bvN W), or null.
+Term const* ProcessEngine::bv_literal(Sexpr const& e, std::size_t node) {
+  Sexpr::Node const& x = e.node(node);
+  if (!x.list || x.kids.size() != 3 || !e.is_atom(x.kids[0], "_") ||
+      e.node(x.kids[1]).atom.compare(0, 2, "bv") != 0 ||
+      !str::all_digits(e.node(x.kids[1]).atom.substr(2)) ||
+      !str::all_digits(e.node(x.kids[2]).atom)) {
+    return nullptr;
+  }
+  return mgr_.make_number(e.node(x.kids[1]).atom.substr(2),
+                          mgr_.get_bv_type(std::stoull(e.node(x.kids[2]).atom)));
 }
 
 // Reads a term without recursion: a frame per list, expanded into its arguments first and
@@ -207,23 +182,11 @@ Term const* ProcessEngine::read_term(Sexpr const& e, std::size_t root, std::stri
       }
       continue;
     }
-    if (x.kids.size() == 3 && e.is_atom(x.kids[0], "let") && e.node(x.kids[1]).list) {
-      for (std::size_t b : e.node(x.kids[1]).kids) {
-        if (!e.node(b).list || e.size(b) != 2 || e.node(e.kid(b, 0)).list) {
-          unreadable(e, n, "a let", command);
-        }
-        lets_[e.node(e.kid(b, 0)).atom] = e.kid(b, 1);
-      }
-      frames.back().node = x.kids[2];
+    if (open_let(e, frames.back().node, command)) {
       continue;
     }
-    if (x.kids.size() == 3 && e.is_atom(x.kids[0], "_") &&
-        e.node(x.kids[1]).atom.compare(0, 2, "bv") == 0 &&
-        str::all_digits(e.node(x.kids[1]).atom.substr(2)) &&
-        str::all_digits(e.node(x.kids[2]).atom)) {
-      // (_ bvN W)
-      out.push_back(mgr_.make_number(e.node(x.kids[1]).atom.substr(2),
-                                     mgr_.get_bv_type(std::stoull(e.node(x.kids[2]).atom))));
+    if (Term const* literal = bv_literal(e, n)) {
+      out.push_back(literal);
       done();
       continue;
     }

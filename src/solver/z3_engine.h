@@ -6,7 +6,6 @@
 
 #include <z3.h>
 
-#include <cstdint>
 #include <string>
 #include <unordered_map>
 #include <utility>
@@ -14,6 +13,7 @@
 
 #include <tvx/solver/engine.h>
 
+#include "solver/answers.h"
 #include "solver/dag_translation.h"
 #include "solver/z3_ops.h"
 
@@ -76,15 +76,18 @@ class Z3Engine final : public Engine {
   std::vector<T> core_of(Z3_solver solver, std::unordered_map<unsigned, T> const& known);
   Z3_model current_model();
   void drop_model();
+  // Translates a z3 value of the given sort into the term layer (see ValueWalk).
   Term const* to_term(Z3_ast value, DataType const* sort);
-  Term const* element(Z3_ast value, DataType const* sort);
-  FunctionValue function_value(Z3_func_interp interp, Symbol const* s);
-  // Reads a function body over its arguments ((:var i) is argument i) into a table.
-  FunctionValue body_table(Z3_ast body, std::vector<DataType const*> const& arg_sorts,
-                           DataType const* result_sort);
+  class ValueWalk;
+  // Reads a function body over its arguments ((:var i) is argument i) for a TableBuilder.
+  class BodyReader;
+  // A function's table: its entries, then its else value, which may be a body over the
+  // arguments; without one, any value of the result sort.
+  FunctionValue function_value(Z3_func_interp interp, std::vector<DataType const*> const& arg_sorts,
+                               DataType const* result_sort);
+  // The value of one application of a function the model leaves out.
+  Term const* application_value(Symbol const* s);
   Z3_ast evaluate_closed(Z3_ast value);
-  // A value of `sort` for a table without an else value.
-  Term const* any_value(DataType const* sort);
 
   TermManager& mgr_;
   std::string name_ = "z3";
@@ -116,9 +119,8 @@ class Z3Engine final : public Engine {
   // The last check's assumptions, by the z3 AST id of their literal.
   std::unordered_map<unsigned, TheoryLit> assumptions_;
 
-  // Elements of uninterpreted sorts met in models, by z3 AST id: the index each was given.
-  std::unordered_map<unsigned, std::uint64_t> elements_;
-  std::unordered_map<std::uint64_t, std::uint64_t> next_element_;  // by sort id
+  // Elements (known by z3's text for them, "U!val!0"), defaults, tables and models.
+  Answers answers_{mgr_};
 
   // Terms translated, by term id, each with a reference of its own (in kept_).
   DagTranslation<Z3_ast> dag_;

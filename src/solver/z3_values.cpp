@@ -2,11 +2,14 @@
 // rationals, bit-vector literals, arrays as stores over a constant array, elements of
 // uninterpreted sorts as the term manager's abstract values, functions as tables.
 #include <algorithm>
+#include <cstdint>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <tvx/core/error.h>
 
+#include "solver/table_builder.h"
 #include "solver/z3_engine.h"
 
 namespace tvx {
@@ -47,196 +50,291 @@ Term const* Z3Engine::value(Term const* term) {
   }
 }
 
-// The abstract value standing for an element of an uninterpreted sort.
-Term const* Z3Engine::element(Z3_ast value, DataType const* sort) {
-  unsigned const id = Z3_get_ast_id(ctx_, value);
-  auto it = elements_.find(id);
-  if (it == elements_.end()) {
-    // The AST is referenced for the engine's life, so its id is never reused for another.
-    keep(value);
-    it = elements_.emplace(id, next_element_[sort->get_id()]++).first;
-  }
-  return mgr_.make_abstract_value(sort, it->second);
-}
+// A function body for TableBuilder::read: ites whose conditions are conjunctions of
+// (= (:var i) v), or, for a Bool argument, (:var i) and (not (:var i)); for a predicate, a
+// leaf may be such a condition, a disjunction of them, or the negation of either.
+class Z3Engine::BodyReader {
+ public:
+  Z3Engine& z;
+  std::vector<DataType const*> arg_sorts;
+  DataType const* result_sort;
 
-// Translates a z3 value of the given sort into the term layer. Array values nest (arrays of
-// arrays, stores over stores), so the walk keeps its own stack.
-Term const* Z3Engine::to_term(Z3_ast root, DataType const* root_sort) {
-  // A task converts one value, or combines converted parts of an array value on the result
-  // stack: the constant array of its element on top, or `stores` (index, element) pairs
-  // stored into the array below them.
-  enum class Step : std::uint8_t { kConvert, kConstArray, kStores };
+  bool ite(Z3_ast n, Z3_ast& cond, Z3_ast& then_part, Z3_ast& else_part) {
+    Z3_app const a = app_of(n, Z3_OP_ITE);
+    if (a == nullptr) {
+      return false;
+    }
+    cond = Z3_get_app_arg(z.ctx_, a, 0);
+    then_part = Z3_get_app_arg(z.ctx_, a, 1);
+    else_part = Z3_get_app_arg(z.ctx_, a, 2);
+    return true;
+  }
+  bool fixes(Z3_ast cond, TableBuilder::Fixes& out);
+  bool conditions(Z3_ast n, bool& positive, std::vector<TableBuilder::Fixes>& out);
+  Term const* value(Z3_ast n) { return z.to_term(n, result_sort); }
+
+ private:
+  Z3_app app_of(Z3_ast a, Z3_decl_kind kind) const {
+    if (Z3_get_ast_kind(z.ctx_, a) != Z3_APP_AST) {
+      return nullptr;
+    }
+    Z3_app const app = Z3_to_app(z.ctx_, a);
+    return Z3_get_decl_kind(z.ctx_, Z3_get_app_decl(z.ctx_, app)) == kind ? app : nullptr;
+  }
+  // The argument a bound variable stands for; arg_sorts.size() for anything else.
+  std::size_t var_index(Z3_ast a) const {
+    if (Z3_get_ast_kind(z.ctx_, a) != Z3_VAR_AST) {
+      return arg_sorts.size();
+    }
+    return std::min<std::size_t>(Z3_get_index_value(z.ctx_, a), arg_sorts.size());
+  }
+};
+
+// Translates a z3 value into the term layer. Array values nest (stores over stores), so the
+// walk keeps its own stack: a task converts one value, or combines converted parts of an array
+// value on the result stack: the constant array of the element on top, or a store of the
+// (index, element) pair on top into the array below them. A table (as-array, lambda) is read
+// through a TableBuilder, whose values are converted by walks of their own: as many nested
+// walks as the sort has levels of arrays, which a program wrote out.
+class Z3Engine::ValueWalk {
+ public:
+  ValueWalk(Z3Engine& z, Z3_ast root) : z_(z), root_(root) {}
+  ~ValueWalk() {
+    for (Z3_ast a : simplified_) {
+      Z3_dec_ref(z_.ctx_, a);
+    }
+  }
+  ValueWalk(ValueWalk const&) = delete;
+  ValueWalk& operator=(ValueWalk const&) = delete;
+
+  Term const* run(DataType const* sort);
+
+ private:
+  enum class Step : std::uint8_t { kConvert, kConstArray, kStore };
   struct Task {
     Step step;
     Z3_ast value;
     DataType const* sort;
-    std::size_t stores;
-    bool retried = false;  // the value is the simplification of another
+    bool retried;  // the value is the simplification of another
   };
-  std::vector<Task> tasks{{Step::kConvert, root, root_sort, 0}};
-  std::vector<Term const*> results;
-  std::vector<Z3_func_interp> interps;  // referenced until the walk ends
-  std::vector<Z3_ast> simplified;       // likewise
-  struct Release {
-    Z3Engine* self;
-    std::vector<Z3_func_interp>& interps;
-    std::vector<Z3_ast>& simplified;
-    ~Release() {
-      for (Z3_func_interp f : interps) {
-        Z3_func_interp_dec_ref(self->ctx_, f);
-      }
-      for (Z3_ast a : simplified) {
-        Z3_dec_ref(self->ctx_, a);
-      }
-    }
-  } release{this, interps, simplified};
-  // z3's model evaluation can leave a closed value unevaluated (an ite over an equality of two
-  // constant arrays, say): such a value is simplified, or else solved for, and converted once
-  // more.
-  bool retried = false;
-  auto retry_simplified = [&](Z3_ast v, DataType const* sort) {
-    if (retried) {
-      return false;
-    }
-    Z3_ast s = Z3_simplify(ctx_, v);
-    check_error();
-    bool const done =
-        s != nullptr && (Z3_is_numeral_ast(ctx_, s) || Z3_get_bool_value(ctx_, s) != Z3_L_UNDEF);
-    if (done) {
-      Z3_inc_ref(ctx_, s);
-    } else {
-      s = evaluate_closed(v);
-      if (s == nullptr) {
-        return false;
-      }
-    }
-    simplified.push_back(s);
-    tasks.push_back(Task{Step::kConvert, s, sort, 0, true});
-    return true;
-  };
-  Z3_ast current = root;
-  auto fail = [&](DataType const* sort) -> Term const* {
-    std::string text = current == nullptr ? "(none)" : Z3_ast_to_string(ctx_, current);
-    if (current != root) {
-      text += " in " + std::string(Z3_ast_to_string(ctx_, root));
-    }
-    throw EngineError("z3: cannot translate the value " + text + " of sort " + sort->to_string());
-  };
-  while (!tasks.empty()) {
-    Task const task = tasks.back();
-    tasks.pop_back();
-    DataType const* sort = task.sort;
+  void convert(Task const& task);
+  void convert_array(Z3_ast v, DataType const* sort);
+  bool retry(Task const& task);
+  [[noreturn]] void fail(Z3_ast current, DataType const* sort);
+
+  Z3Engine& z_;
+  Z3_ast root_;
+  std::vector<Task> tasks_;
+  std::vector<Term const*> results_;
+  std::vector<Z3_ast> simplified_;  // referenced until the walk ends
+};
+
+Term const* Z3Engine::ValueWalk::run(DataType const* sort) {
+  TermManager& mgr = z_.mgr_;
+  tasks_.push_back(Task{Step::kConvert, root_, sort, false});
+  while (!tasks_.empty()) {
+    Task const task = tasks_.back();
+    tasks_.pop_back();
     if (task.step == Step::kConstArray) {
-      results.back() = mgr_.make_const_array(sort, results.back());
-      continue;
-    }
-    if (task.step == Step::kStores) {
-      std::size_t const first = results.size() - 2 * task.stores - 1;
-      Term const* array = results[first];
-      for (std::size_t k = 0; k < task.stores; ++k) {
-        Term const* args[3] = {array, results[first + 1 + 2 * k], results[first + 2 + 2 * k]};
-        array = mgr_.make_builtin("store", args, 3);
-      }
-      results.resize(first);
-      results.push_back(array);
-      continue;
-    }
-    Z3_ast const v = task.value;
-    current = v;
-    retried = task.retried;
-    if (v == nullptr) {
-      fail(sort);
-    }
-    if (sort->is_bool()) {
-      Z3_lbool const b = Z3_get_bool_value(ctx_, v);
-      if (b == Z3_L_UNDEF) {
-        if (!retry_simplified(v, sort)) {
-          fail(sort);
-        }
-        continue;
-      }
-      results.push_back(b == Z3_L_TRUE ? mgr_.make_true() : mgr_.make_false());
-    } else if (sort->is_int() || sort->is_real() || sort->is_bv()) {
-      if (!Z3_is_numeral_ast(ctx_, v)) {
-        if (!retry_simplified(v, sort)) {
-          fail(sort);
-        }
-        continue;
-      }
-      results.push_back(mgr_.make_number(Z3_get_numeral_string(ctx_, v), sort));
-    } else if (sort->is_uninterpreted()) {
-      results.push_back(element(v, sort));
-    } else if (sort->is_array()) {
-      DataType const* index = sort->get_array_index();
-      DataType const* elem = sort->get_array_element();
-      if (Z3_is_as_array(ctx_, v)) {
-        // A function table: the constant array of its else value, then its entries stored.
-        Z3_func_interp f =
-            Z3_model_get_func_interp(ctx_, current_model(), Z3_get_as_array_func_decl(ctx_, v));
-        check_error();
-        if (f == nullptr) {
-          fail(sort);
-        }
-        Z3_func_interp_inc_ref(ctx_, f);
-        interps.push_back(f);
-        unsigned const n = Z3_func_interp_get_num_entries(ctx_, f);
-        tasks.push_back(Task{Step::kStores, nullptr, sort, n});
-        for (unsigned k = n; k-- > 0;) {
-          // The entry is an object of its own; its AST parts live as long as the table.
-          Z3_func_entry e = Z3_func_interp_get_entry(ctx_, f, k);
-          Z3_func_entry_inc_ref(ctx_, e);
-          tasks.push_back(Task{Step::kConvert, Z3_func_entry_get_value(ctx_, e), elem, 0});
-          tasks.push_back(Task{Step::kConvert, Z3_func_entry_get_arg(ctx_, e, 0), index, 0});
-          Z3_func_entry_dec_ref(ctx_, e);
-        }
-        Z3_ast const otherwise = Z3_func_interp_get_else(ctx_, f);
-        if (otherwise == nullptr) {
-          tasks.push_back(Task{Step::kStores, nullptr, sort, 0});  // keeps the stack's shape
-          results.push_back(mgr_.make_const_array(sort, any_value(elem)));
-          continue;
-        }
-        tasks.push_back(Task{Step::kConstArray, nullptr, sort, 0});
-        tasks.push_back(Task{Step::kConvert, otherwise, elem, 0});
-        continue;
-      }
-      if (Z3_get_ast_kind(ctx_, v) == Z3_QUANTIFIER_AST && Z3_is_lambda(ctx_, v)) {
-        // (lambda ((x I)) BODY): a table over x read from BODY, then stores over the constant
-        // array of its else value, the first point stored last so that it wins.
-        FunctionValue const table = body_table(Z3_get_quantifier_body(ctx_, v), {index}, elem);
-        Term const* array = mgr_.make_const_array(sort, table.otherwise);
-        for (std::size_t k = table.points.size(); k-- > 0;) {
-          Term const* args[3] = {array, table.points[k].args[0], table.points[k].value};
-          array = mgr_.make_builtin(SymbolTag::STORE, args, 3);
-        }
-        results.push_back(array);
-        continue;
-      }
-      if (Z3_get_ast_kind(ctx_, v) != Z3_APP_AST) {
-        fail(sort);
-      }
-      Z3_app const app = Z3_to_app(ctx_, v);
-      Z3_decl_kind const kind = Z3_get_decl_kind(ctx_, Z3_get_app_decl(ctx_, app));
-      if (kind == Z3_OP_CONST_ARRAY) {
-        tasks.push_back(Task{Step::kConstArray, nullptr, sort, 0});
-        tasks.push_back(Task{Step::kConvert, Z3_get_app_arg(ctx_, app, 0), elem, 0});
-      } else if (kind == Z3_OP_STORE) {
-        tasks.push_back(Task{Step::kStores, nullptr, sort, 1});
-        tasks.push_back(Task{Step::kConvert, Z3_get_app_arg(ctx_, app, 2), elem, 0});
-        tasks.push_back(Task{Step::kConvert, Z3_get_app_arg(ctx_, app, 1), index, 0});
-        tasks.push_back(Task{Step::kConvert, Z3_get_app_arg(ctx_, app, 0), sort, 0});
-      } else {
-        fail(sort);
-      }
+      results_.back() = mgr.make_const_array(task.sort, results_.back());
+    } else if (task.step == Step::kStore) {
+      std::size_t const first = results_.size() - 3;
+      Term const* store = mgr.make_builtin(SymbolTag::STORE, &results_[first], 3);
+      results_.resize(first);
+      results_.push_back(store);
     } else {
-      fail(sort);
+      convert(task);
     }
   }
-  return results.back();
+  return results_.back();
 }
 
-FunctionValue Z3Engine::function_value(Z3_func_interp f, Symbol const* s) {
-  DataType const* type = s->get_type();
-  FunctionValue fv;
+void Z3Engine::ValueWalk::fail(Z3_ast current, DataType const* sort) {
+  Z3_context const ctx = z_.ctx_;
+  std::string text = current == nullptr ? "(none)" : Z3_ast_to_string(ctx, current);
+  if (current != root_) {
+    text += " in " + std::string(Z3_ast_to_string(ctx, root_));
+  }
+  throw EngineError("z3: cannot translate the value " + text + " of sort " + sort->to_string());
+}
+
+// z3's model evaluation can leave a closed value unevaluated (an ite over an equality of two
+// constant arrays, say): such a value is simplified, or else solved for, and converted once
+// more. False when it was so once already, or neither gives a value.
+bool Z3Engine::ValueWalk::retry(Task const& task) {
+  if (task.retried) {
+    return false;
+  }
+  Z3_context const ctx = z_.ctx_;
+  Z3_ast s = Z3_simplify(ctx, task.value);
+  z_.check_error();
+  bool const done =
+      s != nullptr && (Z3_is_numeral_ast(ctx, s) || Z3_get_bool_value(ctx, s) != Z3_L_UNDEF);
+  if (done) {
+    Z3_inc_ref(ctx, s);
+  } else {
+    s = z_.evaluate_closed(task.value);
+    if (s == nullptr) {
+      return false;
+    }
+  }
+  simplified_.push_back(s);
+  tasks_.push_back(Task{Step::kConvert, s, task.sort, true});
+  return true;
+}
+
+void Z3Engine::ValueWalk::convert(Task const& task) {
+  Z3_context const ctx = z_.ctx_;
+  TermManager& mgr = z_.mgr_;
+  Z3_ast const v = task.value;
+  DataType const* sort = task.sort;
+  if (v == nullptr) {
+    fail(v, sort);
+  }
+  if (sort->is_bool()) {
+    Z3_lbool const b = Z3_get_bool_value(ctx, v);
+    if (b != Z3_L_UNDEF) {
+      results_.push_back(b == Z3_L_TRUE ? mgr.make_true() : mgr.make_false());
+    } else if (!retry(task)) {
+      fail(v, sort);
+    }
+  } else if (sort->is_int() || sort->is_real() || sort->is_bv()) {
+    if (Z3_is_numeral_ast(ctx, v)) {
+      results_.push_back(mgr.make_number(Z3_get_numeral_string(ctx, v), sort));
+    } else if (!retry(task)) {
+      fail(v, sort);
+    }
+  } else if (sort->is_uninterpreted()) {
+    // z3 names each element of a model's universe once: U!val!0, U!val!1, ...
+    results_.push_back(z_.answers_.element(sort, Z3_ast_to_string(ctx, v)));
+  } else if (sort->is_array()) {
+    convert_array(v, sort);
+  } else {
+    fail(v, sort);
+  }
+}
+
+void Z3Engine::ValueWalk::convert_array(Z3_ast v, DataType const* sort) {
+  Z3_context const ctx = z_.ctx_;
+  DataType const* index = sort->get_array_index();
+  DataType const* elem = sort->get_array_element();
+  if (Z3_is_as_array(ctx, v)) {
+    // A function table of the model.
+    Z3_func_interp f =
+        Z3_model_get_func_interp(ctx, z_.current_model(), Z3_get_as_array_func_decl(ctx, v));
+    z_.check_error();
+    if (f == nullptr) {
+      fail(v, sort);
+    }
+    Z3_func_interp_inc_ref(ctx, f);
+    try {
+      results_.push_back(z_.answers_.array_of(sort, z_.function_value(f, {index}, elem)));
+    } catch (...) {
+      Z3_func_interp_dec_ref(ctx, f);
+      throw;
+    }
+    Z3_func_interp_dec_ref(ctx, f);
+    return;
+  }
+  if (Z3_get_ast_kind(ctx, v) == Z3_QUANTIFIER_AST && Z3_is_lambda(ctx, v)) {
+    // (lambda ((x I)) BODY): a table over x read from BODY.
+    TableBuilder table(z_.mgr_, 1);
+    BodyReader reader{z_, {index}, elem};
+    table.read(Z3_get_quantifier_body(ctx, v), elem->is_bool(), reader);
+    results_.push_back(z_.answers_.array_of(sort, table.finish()));
+    return;
+  }
+  if (Z3_get_ast_kind(ctx, v) != Z3_APP_AST) {
+    fail(v, sort);
+  }
+  Z3_app const app = Z3_to_app(ctx, v);
+  Z3_decl_kind const kind = Z3_get_decl_kind(ctx, Z3_get_app_decl(ctx, app));
+  if (kind == Z3_OP_CONST_ARRAY) {
+    tasks_.push_back(Task{Step::kConstArray, nullptr, sort, false});
+    tasks_.push_back(Task{Step::kConvert, Z3_get_app_arg(ctx, app, 0), elem, false});
+  } else if (kind == Z3_OP_STORE) {
+    tasks_.push_back(Task{Step::kStore, nullptr, sort, false});
+    tasks_.push_back(Task{Step::kConvert, Z3_get_app_arg(ctx, app, 2), elem, false});
+    tasks_.push_back(Task{Step::kConvert, Z3_get_app_arg(ctx, app, 1), index, false});
+    tasks_.push_back(Task{Step::kConvert, Z3_get_app_arg(ctx, app, 0), sort, false});
+  } else {
+    fail(v, sort);
+  }
+}
+
+Term const* Z3Engine::to_term(Z3_ast value, DataType const* sort) {
+  ValueWalk walk(*this, value);
+  return walk.run(sort);
+}
+
+bool Z3Engine::BodyReader::fixes(Z3_ast cond, TableBuilder::Fixes& out) {
+  Z3_context const ctx = z.ctx_;
+  std::size_t const none = arg_sorts.size();
+  std::vector<Z3_ast> todo{cond};
+  while (!todo.empty()) {
+    Z3_ast const c = todo.back();
+    todo.pop_back();
+    if (Z3_app const a = app_of(c, Z3_OP_AND)) {
+      for (unsigned k = Z3_get_app_num_args(ctx, a); k-- > 0;) {
+        todo.push_back(Z3_get_app_arg(ctx, a, k));
+      }
+      continue;
+    }
+    std::size_t i = var_index(c);
+    Term const* value = z.mgr_.make_true();
+    if (i == none) {
+      if (Z3_app const a = app_of(c, Z3_OP_NOT)) {
+        i = var_index(Z3_get_app_arg(ctx, a, 0));
+        value = z.mgr_.make_false();
+      } else if (Z3_app const eq = app_of(c, Z3_OP_EQ)) {
+        Z3_ast lhs = Z3_get_app_arg(ctx, eq, 0);
+        Z3_ast rhs = Z3_get_app_arg(ctx, eq, 1);
+        if (var_index(lhs) == none) {
+          std::swap(lhs, rhs);
+        }
+        i = var_index(lhs);
+        value = i == none ? nullptr : z.to_term(rhs, arg_sorts[i]);
+      }
+    }
+    if (i == none) {
+      return false;
+    }
+    out.emplace_back(i, value);
+  }
+  return true;
+}
+
+bool Z3Engine::BodyReader::conditions(Z3_ast n, bool& positive,
+                                      std::vector<TableBuilder::Fixes>& out) {
+  Z3_context const ctx = z.ctx_;
+  if (Z3_get_bool_value(ctx, n) != Z3_L_UNDEF) {
+    return false;  // true or false: a value
+  }
+  if (Z3_app const a = app_of(n, Z3_OP_NOT)) {
+    positive = false;
+    n = Z3_get_app_arg(ctx, a, 0);
+  }
+  std::vector<Z3_ast> disjuncts{n};
+  if (Z3_app const a = app_of(n, Z3_OP_OR)) {
+    disjuncts.clear();
+    for (unsigned k = 0, m = Z3_get_app_num_args(ctx, a); k < m; ++k) {
+      disjuncts.push_back(Z3_get_app_arg(ctx, a, k));
+    }
+  }
+  for (Z3_ast d : disjuncts) {
+    out.emplace_back();
+    if (!fixes(d, out.back())) {
+      return false;
+    }
+  }
+  return true;
+}
+
+FunctionValue Z3Engine::function_value(Z3_func_interp f,
+                                       std::vector<DataType const*> const& arg_sorts,
+                                       DataType const* result_sort) {
+  TableBuilder table(mgr_, arg_sorts.size());
+  TableBuilder::Path args;
   for (unsigned k = 0, n = Z3_func_interp_get_num_entries(ctx_, f); k < n; ++k) {
     // The entry is an object of its own; its AST parts live as long as the table.
     Z3_func_entry e = Z3_func_interp_get_entry(ctx_, f, k);
@@ -247,29 +345,25 @@ FunctionValue Z3Engine::function_value(Z3_func_interp f, Symbol const* s) {
     }
     parts.push_back(Z3_func_entry_get_value(ctx_, e));
     Z3_func_entry_dec_ref(ctx_, e);
-    FunctionValue::Point p;
+    args.clear();
     for (std::size_t i = 0; i + 1 < parts.size(); ++i) {
-      p.args.push_back(to_term(parts[i], type->get_component(i)));
+      args.push_back(to_term(parts[i], arg_sorts[i]));
     }
-    p.value = to_term(parts.back(), s->get_output_type());
-    fv.points.push_back(std::move(p));
+    table.add(args, to_term(parts.back(), result_sort));
   }
   Z3_ast const otherwise = Z3_func_interp_get_else(ctx_, f);
   if (otherwise == nullptr) {
-    fv.otherwise = any_value(s->get_output_type());
-    return fv;
+    return table.finish(answers_.any_value(result_sort));
   }
   // The else value may be a body over the arguments rather than a value.
-  std::vector<DataType const*> arg_sorts;
-  for (std::size_t i = 0; i < s->get_arity(); ++i) {
-    arg_sorts.push_back(type->get_component(i));
+  BodyReader reader{*this, arg_sorts, result_sort};
+  try {
+    table.read(otherwise, result_sort->is_bool(), reader);
+  } catch (EngineError const&) {
+    throw Unsupported("z3: the function value " + std::string(Z3_ast_to_string(ctx_, otherwise)) +
+                      " is not a finite table");
   }
-  FunctionValue rest = body_table(otherwise, arg_sorts, s->get_output_type());
-  for (FunctionValue::Point& p : rest.points) {
-    fv.points.push_back(std::move(p));
-  }
-  fv.otherwise = rest.otherwise;
-  return fv;
+  return table.finish();
 }
 
 // The value of a closed expression over interpreted symbols, by a solver of its own: a fresh
@@ -302,185 +396,65 @@ Z3_ast Z3Engine::evaluate_closed(Z3_ast value) {
   return result;
 }
 
-Term const* Z3Engine::any_value(DataType const* sort) {
-  if (sort->is_bool()) {
-    return mgr_.make_false();
+Term const* Z3Engine::application_value(Symbol const* s) {
+  // z3's completion of an application to fresh arguments gives the function's constant value.
+  std::vector<Z3_ast> args;
+  DataType const* type = s->get_type();
+  for (std::size_t i = 0; i < s->get_arity(); ++i) {
+    args.push_back(keep(Z3_mk_fresh_const(ctx_, "arg", sort_of(type->get_component(i)))));
   }
-  if (sort->is_int() || sort->is_real() || sort->is_bv()) {
-    return mgr_.make_number("0", sort);
+  Z3_func_decl const d = decls_[s->get_id()];
+  Z3_ast app = keep(Z3_mk_app(ctx_, d, static_cast<unsigned>(args.size()), args.data()));
+  Z3_ast v = nullptr;
+  if (!Z3_model_eval(ctx_, current_model(), app, true, &v) || v == nullptr) {
+    check_error();
+    throw EngineError("z3: the model gives no value to '" + s->get_name() + "'");
   }
-  if (sort->is_uninterpreted()) {
-    return mgr_.make_abstract_value(sort, 0);
-  }
-  if (sort->is_array()) {
-    // Arrays nest only as deep as their sort, which a program wrote out.
-    return mgr_.make_const_array(sort, any_value(sort->get_array_element()));
-  }
-  throw EngineError("z3: no value of sort " + sort->to_string());
-}
-
-// Reads BODY, a function's value over its arguments, into a table: an ite chain whose
-// conditions fix every argument (conjunctions of (= (:var i) v), or, for a Bool argument,
-// (:var i) and (not (:var i))), ending in a value; or, for a predicate, a disjunction of such
-// conjunctions, true at the points they fix and false elsewhere.
-FunctionValue Z3Engine::body_table(Z3_ast body, std::vector<DataType const*> const& arg_sorts,
-                                   DataType const* result_sort) {
-  auto fail = [&]() -> FunctionValue {
-    throw Unsupported("z3: the function value " + std::string(Z3_ast_to_string(ctx_, body)) +
-                      " is not a finite table");
-  };
-  auto app_of = [&](Z3_ast a, Z3_decl_kind kind) -> Z3_app {
-    if (Z3_get_ast_kind(ctx_, a) != Z3_APP_AST) {
-      return nullptr;
-    }
-    Z3_app const app = Z3_to_app(ctx_, a);
-    return Z3_get_decl_kind(ctx_, Z3_get_app_decl(ctx_, app)) == kind ? app : nullptr;
-  };
-  auto var_index = [&](Z3_ast a) -> long {
-    if (Z3_get_ast_kind(ctx_, a) != Z3_VAR_AST) {
-      return -1;
-    }
-    unsigned const i = Z3_get_index_value(ctx_, a);
-    return i < arg_sorts.size() ? static_cast<long>(i) : -2;
-  };
-  // The point a condition fixes, or false when it is not a conjunction fixing every argument.
-  auto point_of = [&](Z3_ast cond, std::vector<Term const*>& args) {
-    args.assign(arg_sorts.size(), nullptr);
-    std::vector<Z3_ast> todo{cond};
-    while (!todo.empty()) {
-      Z3_ast const c = todo.back();
-      todo.pop_back();
-      if (Z3_app const a = app_of(c, Z3_OP_AND)) {
-        for (unsigned k = 0, n = Z3_get_app_num_args(ctx_, a); k < n; ++k) {
-          todo.push_back(Z3_get_app_arg(ctx_, a, k));
-        }
-        continue;
-      }
-      long i = var_index(c);
-      Term const* value = mgr_.make_true();
-      if (i < 0) {
-        if (Z3_app const a = app_of(c, Z3_OP_NOT)) {
-          i = var_index(Z3_get_app_arg(ctx_, a, 0));
-          value = mgr_.make_false();
-        } else if (Z3_app const eq = app_of(c, Z3_OP_EQ)) {
-          Z3_ast lhs = Z3_get_app_arg(ctx_, eq, 0);
-          Z3_ast rhs = Z3_get_app_arg(ctx_, eq, 1);
-          if (var_index(lhs) < 0) {
-            std::swap(lhs, rhs);
-          }
-          i = var_index(lhs);
-          value = i >= 0 ? to_term(rhs, arg_sorts[static_cast<std::size_t>(i)]) : nullptr;
-        }
-      }
-      if (i < 0 || args[static_cast<std::size_t>(i)] != nullptr) {
-        return false;
-      }
-      args[static_cast<std::size_t>(i)] = value;
-    }
-    for (Term const* a : args) {
-      if (a == nullptr) {
-        return false;
-      }
-    }
-    return true;
-  };
-
-  FunctionValue table;
-  Z3_ast rest = body;
-  while (Z3_app const ite = app_of(rest, Z3_OP_ITE)) {
-    FunctionValue::Point p;
-    if (!point_of(Z3_get_app_arg(ctx_, ite, 0), p.args)) {
-      break;
-    }
-    p.value = to_term(Z3_get_app_arg(ctx_, ite, 1), result_sort);
-    table.points.push_back(std::move(p));
-    rest = Z3_get_app_arg(ctx_, ite, 2);
-  }
-  // What is left is a value, or a predicate true exactly at the points it fixes.
-  try {
-    table.otherwise = to_term(rest, result_sort);
-    return table;
-  } catch (EngineError const&) {
-    if (!result_sort->is_bool()) {
-      fail();
-    }
-  }
-  std::vector<Z3_ast> disjuncts{rest};
-  if (Z3_app const a = app_of(rest, Z3_OP_OR)) {
-    disjuncts.clear();
-    for (unsigned k = 0, n = Z3_get_app_num_args(ctx_, a); k < n; ++k) {
-      disjuncts.push_back(Z3_get_app_arg(ctx_, a, k));
-    }
-  }
-  for (Z3_ast d : disjuncts) {
-    FunctionValue::Point p;
-    if (!point_of(d, p.args)) {
-      fail();
-    }
-    p.value = mgr_.make_true();
-    table.points.push_back(std::move(p));
-  }
-  table.otherwise = mgr_.make_false();
-  return table;
+  return to_term(keep(v), s->get_output_type());
 }
 
 Model Z3Engine::model() {
   Z3_model const m = current_model();
-  Model result;
-  std::vector<Symbol const*> symbols(known_);
-  std::sort(symbols.begin(), symbols.end(),
-            [](Symbol const* a, Symbol const* b) { return a->get_id() < b->get_id(); });
-  for (Symbol const* s : symbols) {
-    Z3_func_decl const d = decls_[s->get_id()];
-    if (s->get_arity() == 0) {
-      Z3_ast v = nullptr;
-      if (!Z3_model_eval(ctx_, m, Z3_mk_app(ctx_, d, 0, nullptr), true, &v) || v == nullptr) {
-        check_error();
-        throw EngineError("z3: the model gives no value to '" + s->get_name() + "'");
-      }
-      Z3_inc_ref(ctx_, v);
-      Term const* t = nullptr;
-      try {
-        t = to_term(v, s->get_output_type());
-      } catch (...) {
-        Z3_dec_ref(ctx_, v);
-        throw;
-      }
-      Z3_dec_ref(ctx_, v);
-      result.constants.emplace_back(s, t);
-      continue;
+  Answers::ModelReader reader;
+  reader.constant = [&](Symbol const* s) {
+    Z3_ast v = nullptr;
+    Z3_ast const c = Z3_mk_app(ctx_, decls_[s->get_id()], 0, nullptr);
+    if (!Z3_model_eval(ctx_, m, c, true, &v) || v == nullptr) {
+      check_error();
+      throw EngineError("z3: the model gives no value to '" + s->get_name() + "'");
     }
-    Z3_func_interp f = Z3_model_get_func_interp(ctx_, m, d);
+    Z3_inc_ref(ctx_, v);
+    try {
+      Term const* t = to_term(v, s->get_output_type());
+      Z3_dec_ref(ctx_, v);
+      return t;
+    } catch (...) {
+      Z3_dec_ref(ctx_, v);
+      throw;
+    }
+  };
+  reader.function = [&](Symbol const* s, FunctionValue& fv) {
+    Z3_func_interp f = Z3_model_get_func_interp(ctx_, m, decls_[s->get_id()]);
     check_error();
     if (f == nullptr) {
-      // Not constrained by the assertions: any function will do; z3's completion of an
-      // application to fresh arguments gives the constant one.
-      std::vector<Z3_ast> args;
-      DataType const* type = s->get_type();
-      for (std::size_t i = 0; i < s->get_arity(); ++i) {
-        args.push_back(keep(Z3_mk_fresh_const(ctx_, "arg", sort_of(type->get_component(i)))));
-      }
-      Z3_ast app = keep(Z3_mk_app(ctx_, d, static_cast<unsigned>(args.size()), args.data()));
-      Z3_ast v = nullptr;
-      if (!Z3_model_eval(ctx_, m, app, true, &v) || v == nullptr) {
-        check_error();
-        throw EngineError("z3: the model gives no value to '" + s->get_name() + "'");
-      }
-      FunctionValue fv;
-      fv.otherwise = to_term(keep(v), s->get_output_type());
-      result.functions.emplace_back(s, std::move(fv));
-      continue;
+      return false;  // no assertion constrains it
+    }
+    std::vector<DataType const*> arg_sorts;
+    for (std::size_t i = 0; i < s->get_arity(); ++i) {
+      arg_sorts.push_back(s->get_type()->get_component(i));
     }
     Z3_func_interp_inc_ref(ctx_, f);
     try {
-      result.functions.emplace_back(s, function_value(f, s));
+      fv = function_value(f, arg_sorts, s->get_output_type());
     } catch (...) {
       Z3_func_interp_dec_ref(ctx_, f);
       throw;
     }
     Z3_func_interp_dec_ref(ctx_, f);
-  }
-  return result;
+    return true;
+  };
+  reader.application = [&](Symbol const* s) { return application_value(s); };
+  return answers_.model(known_, reader);
 }
 
 }  // namespace tvx

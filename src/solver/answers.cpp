@@ -1,0 +1,89 @@
+// Answers read back into the term layer by the rules every engine shares; see answers.h.
+#include "solver/answers.h"
+
+#include <algorithm>
+#include <cassert>
+
+#include <tvx/core/error.h>
+
+namespace tvx {
+
+Term const* Answers::element(DataType const* sort, std::string const& key) {
+  assert(sort->is_uninterpreted() && "elements belong to uninterpreted sorts");
+  auto it = elements_.find(std::make_pair(sort->get_id(), key));
+  if (it == elements_.end()) {
+    std::uint64_t const number = next_element_[sort->get_id()]++;
+    it = elements_.emplace(std::make_pair(sort->get_id(), key), number).first;
+  }
+  return mgr_.make_abstract_value(sort, it->second);
+}
+
+Term const* Answers::any_value(DataType const* sort) {
+  // Arrays nest as deep as their sort: the element sort's value first, then a constant array
+  // per level on the way out.
+  std::vector<DataType const*> arrays;
+  while (sort->is_array()) {
+    arrays.push_back(sort);
+    sort = sort->get_array_element();
+  }
+  Term const* v = nullptr;
+  if (sort->is_bool()) {
+    v = mgr_.make_false();
+  } else if (sort->is_int() || sort->is_real() || sort->is_bv()) {
+    v = mgr_.make_number("0", sort);
+  } else if (sort->is_uninterpreted()) {
+    v = mgr_.make_abstract_value(sort, 0);
+  } else {
+    throw EngineError("no value of sort " + sort->to_string() + " to choose");
+  }
+  for (std::size_t k = arrays.size(); k-- > 0;) {
+    v = mgr_.make_const_array(arrays[k], v);
+  }
+  return v;
+}
+
+std::vector<Term const*> Answers::any_arguments(Symbol const* s) {
+  std::vector<Term const*> args;
+  for (std::size_t i = 0; i < s->get_arity(); ++i) {
+    args.push_back(any_value(s->get_type()->get_component(i)));
+  }
+  return args;
+}
+
+Term const* Answers::array_of(DataType const* array_sort, FunctionValue const& table) {
+  assert(array_sort->is_array() && table.otherwise != nullptr);
+  Term const* array = mgr_.make_const_array(array_sort, table.otherwise);
+  for (std::size_t k = table.points.size(); k-- > 0;) {
+    FunctionValue::Point const& p = table.points[k];
+    assert(p.args.size() == 1 && p.args[0] != nullptr && "an array's point fixes its index");
+    Term const* args[3] = {array, p.args[0], p.value};
+    array = mgr_.make_builtin(SymbolTag::STORE, args, 3);
+  }
+  return array;
+}
+
+std::vector<Symbol const*> Answers::in_id_order(std::vector<Symbol const*> symbols) {
+  std::sort(symbols.begin(), symbols.end(),
+            [](Symbol const* a, Symbol const* b) { return a->get_id() < b->get_id(); });
+  return symbols;
+}
+
+Model Answers::model(std::vector<Symbol const*> const& symbols, ModelReader const& reader) {
+  Model result;
+  for (Symbol const* s : in_id_order(symbols)) {
+    if (s->get_arity() == 0) {
+      result.constants.emplace_back(s, reader.constant(s));
+      continue;
+    }
+    FunctionValue fv;
+    if (!reader.function(s, fv)) {
+      fv = FunctionValue{};
+      fv.otherwise = reader.application(s);
+    }
+    assert(fv.otherwise != nullptr && "a function's table has a value everywhere else");
+    result.functions.emplace_back(s, std::move(fv));
+  }
+  return result;
+}
+
+}  // namespace tvx
