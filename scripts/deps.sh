@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Installs the Debian packages that building and testing tvx need, only those missing.
 set -euo pipefail
-packages=(cmake ninja-build g++ libgtest-dev libgmock-dev libbenchmark-dev z3 cvc5 libz3-dev libcvc5-dev
+packages=(cmake ninja-build g++ libgmp-dev libgtest-dev libgmock-dev libbenchmark-dev z3 cvc5 libz3-dev libcvc5-dev
   clang libclang-rt-dev "$@")
 missing=()
 for pkg in "${packages[@]}"; do

@@ -9,6 +9,8 @@
 #include <string>
 #include <vector>
 
+#include <gmp.h>
+
 #include <tvx/support/str.h>
 #include "core/operator_table.h"
 
@@ -62,6 +64,43 @@ std::uint64_t gcd(std::uint64_t a, std::uint64_t b) {
     b = r;
   }
   return a;
+}
+
+// Divides the decimals num and den (den not 0) by their greatest common divisor, so that
+// equal rationals have one text. Machine words when both fit, GMP's integers otherwise.
+void reduce_fraction(std::string& num, std::string& den) {
+  if (fits_u64(num) && fits_u64(den)) {
+    std::uint64_t n = std::stoull(num);
+    std::uint64_t d = std::stoull(den);
+    std::uint64_t const g = gcd(n, d);
+    if (g > 1) {
+      num = std::to_string(n / g);
+      den = std::to_string(d / g);
+    }
+    return;
+  }
+  mpz_t n;
+  mpz_t d;
+  mpz_t g;
+  mpz_init_set_str(n, num.c_str(), 10);
+  mpz_init_set_str(d, den.c_str(), 10);
+  mpz_init(g);
+  mpz_gcd(g, n, d);
+  if (mpz_cmp_ui(g, 1) > 0) {
+    mpz_divexact(n, n, g);
+    mpz_divexact(d, d, g);
+    auto text = [](mpz_t const x) {
+      std::string out(mpz_sizeinbase(x, 10) + 1, '\0');
+      mpz_get_str(&out[0], 10, x);
+      out.resize(std::strlen(out.c_str()));
+      return out;
+    };
+    num = text(n);
+    den = text(d);
+  }
+  mpz_clear(g);
+  mpz_clear(d);
+  mpz_clear(n);
 }
 
 // The bits of a non-negative decimal modulo 2^width, most significant first.
@@ -134,17 +173,7 @@ std::string canonical_arith(std::string const& value, DataType const* type) {
     if (den == "0") {
       fail_number(value, type, "zero denominator");
     }
-    if (fits_u64(num) && fits_u64(den)) {
-      std::uint64_t n = std::stoull(num);
-      std::uint64_t d = std::stoull(den);
-      std::uint64_t g = gcd(n, d);
-      if (g > 1) {
-        n /= g;
-        d /= g;
-      }
-      num = std::to_string(n);
-      den = std::to_string(d);
-    }
+    reduce_fraction(num, den);
     body = den == "1" ? num : num + "/" + den;
   }
   bool const zero = body == "0";

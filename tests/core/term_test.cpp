@@ -62,6 +62,12 @@ TEST_F(TermTest, HashConsingIdOrderAndNumeralNotations) {
   EXPECT_TRUE(p->get_id() < i->get_id() && i->get_id() < b8->get_id()) << "ids in creation order";
   for (char const* same : {"#b1010", "#xA", "26"})
     EXPECT_EQ(mgr.make_number(same, bv4), mgr.make_number("10", bv4)) << same;
+  // Equal rationals are one numeral, also past 64 bits: 2^64 * 10 + 10 over 30 is (2^64 + 1) / 3.
+  EXPECT_EQ(mgr.make_number("-184467440737095516170/30", real),
+            mgr.make_number("-18446744073709551617/3", real));
+  EXPECT_EQ(mgr.make_number("340282366920938463463374607431768211456/18446744073709551616", real),
+            mgr.make_number("18446744073709551616", real));  // 2^128 / 2^64
+  EXPECT_EQ(mgr.make_number("6/4", real), mgr.make_number("3/2", real));
   EXPECT_EQ(mgr.make_number("1267650600228229401496703205376", mgr.get_bv_type(100)),  // 2^100
             mgr.make_number("0", mgr.get_bv_type(100)));
   std::pair<char const*, DataType const*> const refused[] = {
