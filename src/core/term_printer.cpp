@@ -82,7 +82,28 @@ std::string real_literal(std::string const& body) {
   return body + ".0";
 }
 
-std::string numeral_text(Symbol const* s) {
+// "N", "d.f" or "n/d" (no sign) as a quotient of integers: "(/ n d)" or, negative,
+// "(/ (- n) d)"; a non-negative "N" or "d.f" stays a decimal literal, "N.0" or "d.f".
+std::string real_quotient(std::string const& body, bool negative) {
+  std::size_t const slash = body.find('/');
+  std::size_t const dot = body.find('.');
+  if (!negative && slash == std::string::npos) {
+    return real_literal(body);
+  }
+  std::string num = body;
+  std::string den = "1";
+  if (slash != std::string::npos) {
+    num = body.substr(0, slash);
+    den = body.substr(slash + 1);
+  } else if (dot != std::string::npos) {
+    num = body.substr(0, dot) + body.substr(dot + 1);
+    num.erase(0, std::min(num.find_first_not_of('0'), num.size() - 1));
+    den = "1" + std::string(body.size() - dot - 1, '0');
+  }
+  return "(/ " + (negative ? "(- " + num + ")" : num) + " " + den + ")";
+}
+
+std::string numeral_text(Symbol const* s, bool real_quotients) {
   std::string const& value = s->get_name();
   DataType const* type = s->get_output_type();
   if (type->is_bv()) {
@@ -91,6 +112,9 @@ std::string numeral_text(Symbol const* s) {
   bool const negative = !value.empty() && value[0] == '-';
   std::string body = negative ? value.substr(1) : value;
   if (type->is_real()) {
+    if (real_quotients) {
+      return real_quotient(body, negative);
+    }
     body = real_literal(body);
   }
   return negative ? "(- " + body + ")" : body;
@@ -178,7 +202,7 @@ std::string const& SmtLibTermPrinter::compute_symbol_text(Symbol const* s) {
       text = quote(name_prefix_ + mgr_->get_printed_name(s));
       break;
     case SymbolTag::NUMERAL:
-      text = numeral_text(s);
+      text = numeral_text(s, real_quotients_);
       break;
     case SymbolTag::CONST_ARRAY:
       text = "(as const " + type_text(s->get_output_type()) + ")";

@@ -122,6 +122,9 @@ ProcessEngine::ProcessEngine(TermManager& mgr, Configuration const& config,
       std::transform(n.begin(), n.end(), n.begin(),
                      [](char c) { return static_cast<char>(c >= 'A' && c <= 'Z' ? c + 32 : c); });
       solver_ = n;
+      // cvc5 takes a negative or fractional Real as a constant array's value only as a
+      // quotient of integers.
+      printer_.set_real_quotients(solver_ == "cvc5");
     }
   } catch (EngineError const&) {
     check_running();

@@ -224,6 +224,20 @@ TEST_F(TermTest, NameAndNumeralTexts) {
            {"10", mgr.get_bv_type(4), "#b1010"},
            {"#x0f", bv8, "#b00001111"}})
     EXPECT_EQ(print(mgr.make_number(value, type)), text) << value;
+  // As quotients of integers, the form cvc5 takes in a constant array; Ints stay as they are.
+  SmtLib2TermPrinter quotients{&mgr, &config.printer, "", "", false, nullptr};
+  quotients.set_real_quotients(true);
+  for (auto const& [value, type, text] :
+       std::vector<std::tuple<char const*, DataType const*, char const*>>{
+           {"-3", integer, "(- 3)"},
+           {"5", real, "5.0"},
+           {"0.25", real, "0.25"},
+           {"1/2", real, "(/ 1 2)"},
+           {"-3", real, "(/ (- 3) 1)"},
+           {"-1/2", real, "(/ (- 1) 2)"},
+           {"-0.25", real, "(/ (- 25) 100)"},
+           {"-10.5", real, "(/ (- 105) 10)"}})
+    EXPECT_EQ(quotients.to_smtlib(mgr.make_number(value, type)->get_symbol()), text) << value;
 }
 
 TEST_F(TermTest, SharedSubtermsAreWrittenOnceSoSquaringChainsStayLinear) {

@@ -52,6 +52,11 @@ class SmtLibTermPrinter : public TermPrinter {
   // printed name of an uninterpreted sort, quoted when needed.
   std::string to_smtlib(DataType const* t);
 
+  // Writes Real numerals as quotients of integers, "(/ 3 4)", "(/ (- 3) 4)", "(/ (- 3) 1)",
+  // the only forms of a negative or fractional Real that some solvers take as the value of a
+  // constant array. Set it before the first text is made: texts are kept once made.
+  void set_real_quotients(bool on) { real_quotients_ = on; }
+
   // The symbol text without copying; valid until the printer is destroyed.
   std::string const& symbol_text(Symbol const* s) {
     std::string const* text = symbol_names_.find(s->get_id());
@@ -96,6 +101,7 @@ class SmtLibTermPrinter : public TermPrinter {
 
   TextById symbol_names_;
   TextById type_names_;
+  bool real_quotients_ = false;
 };
 
 class SmtLib2TermPrinter : public SmtLibTermPrinter {
