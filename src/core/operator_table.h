@@ -162,6 +162,11 @@ constexpr OpInfo const* op_of_tag(SymbolTag::tag tag) {
                                                                 : nullptr;
 }
 
+// The SMT-LIB name of the operator of a tag that has a row.
+constexpr char const* name_of(SymbolTag::tag tag) {
+  return op_of_tag(tag)->name;
+}
+
 constexpr char const* kBuiltinSorts[] = {"Bool", "Int", "Real", "BitVec", "Array"};
 
 // Every built-in application looks its operator up by name, so rows are found through an

@@ -30,11 +30,6 @@ std::string declare_bool(std::string const& name, DataType const* bool_sort) {
   return "(declare-fun " + name + " () " + bool_sort->get_name() + ")\n";
 }
 
-// The SMT-LIB name of an operator, for the engine's own commands.
-char const* op_name(SymbolTag::tag tag) {
-  return optable::op_of_tag(tag)->name;
-}
-
 // The words of a command line, split as a shell would without expansions: blanks separate
 // words; '...' and "..." group (the quotes go); a backslash takes the next character as it is,
 // inside double quotes only before one of " \ $ `.
@@ -526,12 +521,13 @@ CheckResult ProcessEngine::check(std::vector<TheoryLit> const& assumptions) {
       declare_in(t);
       std::string const p = fresh_name("lit");
       send(declare_bool(p, mgr_.get_bool_type()));
-      send(std::string("(assert (") + op_name(SymbolTag::EQUAL) + " " + p + " " +
+      send(std::string("(assert (") + optable::name_of(SymbolTag::EQUAL) + " " + p + " " +
            printer_.term_text(t) + "))\n");
       proxies_.emplace(p, i);
-      std::string const lit = assumptions[i].is_negated()
-                                  ? std::string("(") + op_name(SymbolTag::NOT) + " " + p + ")"
-                                  : p;
+      std::string const lit =
+          assumptions[i].is_negated()
+              ? std::string("(") + optable::name_of(SymbolTag::NOT) + " " + p + ")"
+              : p;
       command += (i == 0 ? "" : " ") + lit;
     }
     command += "))\n";
@@ -593,7 +589,7 @@ std::vector<TheoryLit> ProcessEngine::unsat_assumptions() {
   std::vector<TheoryLit> core;
   for (std::size_t k : a.node(a.root()).kids) {
     std::size_t lit = k;
-    if (a.is_app(k, op_name(SymbolTag::NOT), 2)) {
+    if (a.is_app(k, optable::name_of(SymbolTag::NOT), 2)) {
       lit = a.kid(k, 1);
     }
     auto it = proxies_.find(a.node(lit).atom);

@@ -11,6 +11,7 @@
 #include <tvx/support/str.h>
 
 #include "core/arith_args.h"
+#include "core/operator_table.h"
 #include "solver/process_engine.h"
 
 namespace tvx {
@@ -32,7 +33,7 @@ Term const* ProcessEngine::interpolant(std::vector<Term const*> const& a,
   }
   Term const* conjunction = b.empty()       ? mgr_.make_true()
                             : b.size() == 1 ? b[0]
-                                            : mgr_.make_builtin("and", b);
+                                            : mgr_.make_builtin(SymbolTag::AND, b);
   return helper.interpolant_of(mgr_.make_not(conjunction));
 }
 
@@ -53,8 +54,8 @@ Term const* ProcessEngine::interpolant_of(Term const* goal) {
 
 Term const* ProcessEngine::read_atom(Sexpr const& e, std::size_t node, std::string const& command) {
   std::string const& a = e.node(node).atom;
-  if (a == "true" || a == "false") {
-    return a == "true" ? mgr_.make_true() : mgr_.make_false();
+  if (a == optable::name_of(SymbolTag::TRUE) || a == optable::name_of(SymbolTag::FALSE)) {
+    return a == optable::name_of(SymbolTag::TRUE) ? mgr_.make_true() : mgr_.make_false();
   }
   auto it = by_name_.find(a);
   if (it != by_name_.end() && it->second->get_arity() == 0) {

@@ -14,6 +14,7 @@
 #include <tvx/core/error.h>
 #include <tvx/support/str.h>
 
+#include "core/operator_table.h"
 #include "solver/process_engine.h"
 #include "solver/table_builder.h"
 
@@ -78,7 +79,7 @@ bool ProcessEngine::read_number(Sexpr const& e, std::size_t node, DataType const
   bool const real = sort->is_real();
   bool negative = false;
   auto signed_atom = [&](std::size_t n, std::string& text) {
-    if (e.is_app(n, "-", 2)) {
+    if (e.is_app(n, optable::name_of(SymbolTag::SUB), 2)) {
       negative = !negative;
       n = e.kid(n, 1);
     }
@@ -88,11 +89,11 @@ bool ProcessEngine::read_number(Sexpr const& e, std::size_t node, DataType const
     text = e.node(n).atom;
     return real ? is_decimal(text) : str::all_digits(text);
   };
-  if (e.is_app(node, "-", 2) && e.node(e.kid(node, 1)).list) {
+  if (e.is_app(node, optable::name_of(SymbolTag::SUB), 2) && e.node(e.kid(node, 1)).list) {
     negative = true;
     node = e.kid(node, 1);
   }
-  if (real && e.is_app(node, "/", 3)) {
+  if (real && e.is_app(node, optable::name_of(SymbolTag::DIV), 3)) {
     std::string a;
     std::string b;
     if (!signed_atom(e.kid(node, 1), a) || !signed_atom(e.kid(node, 2), b)) {
@@ -124,7 +125,7 @@ class ProcessEngine::BodyReader {
 
   bool ite(std::size_t n, std::size_t& cond, std::size_t& then_part, std::size_t& else_part) {
     n = expression(n);
-    if (!e.is_app(n, "ite", 4)) {
+    if (!e.is_app(n, optable::name_of(SymbolTag::ITE), 4)) {
       return false;
     }
     cond = e.kid(n, 1);
@@ -250,10 +251,12 @@ bool ProcessEngine::ValueWalk::read_let(std::size_t n, DataType const* sort) {
 void ProcessEngine::ValueWalk::read(std::size_t n, DataType const* sort) {
   Sexpr::Node const& x = e_.node(n);
   if (sort->is_bool()) {
-    if (!e_.is_atom(n, "true") && !e_.is_atom(n, "false")) {
+    if (!e_.is_atom(n, optable::name_of(SymbolTag::TRUE)) &&
+        !e_.is_atom(n, optable::name_of(SymbolTag::FALSE))) {
       unreadable(n, "a Bool value");
     }
-    results_.push_back(x.atom == "true" ? p_.mgr_.make_true() : p_.mgr_.make_false());
+    results_.push_back(x.atom == optable::name_of(SymbolTag::TRUE) ? p_.mgr_.make_true()
+                                                                   : p_.mgr_.make_false());
   } else if (sort->is_int() || sort->is_real() || sort->is_bv()) {
     read_number(n, sort);
   } else if (sort->is_uninterpreted()) {
@@ -302,7 +305,7 @@ void ProcessEngine::ValueWalk::read_number(std::size_t n, DataType const* sort) 
 
 void ProcessEngine::ValueWalk::read_array(std::size_t n, DataType const* sort) {
   Sexpr::Node const& x = e_.node(n);
-  if (e_.is_app(n, "store", 4)) {
+  if (e_.is_app(n, optable::name_of(SymbolTag::STORE), 4)) {
     tasks_.push_back(Task{Step::kMemo, n, sort});
     tasks_.push_back(Task{Step::kStore, 0, sort});
     tasks_.push_back(Task{Step::kRead, x.kids[3], sort->get_array_element()});
@@ -401,20 +404,22 @@ std::size_t ProcessEngine::resolve(Sexpr const& e, std::size_t node) const {
 bool ProcessEngine::BodyReader::fixes(std::size_t cond, TableBuilder::Fixes& out) {
   cond = expression(cond);
   std::vector<std::size_t> conjuncts{cond};
-  if (e.node(cond).list && e.size(cond) > 1 && e.is_atom(e.kid(cond, 0), "and")) {
+  if (e.node(cond).list && e.size(cond) > 1 &&
+      e.is_atom(e.kid(cond, 0), optable::name_of(SymbolTag::AND))) {
     conjuncts.assign(e.node(cond).kids.begin() + 1, e.node(cond).kids.end());
   }
   for (std::size_t c : conjuncts) {
     c = expression(c);
     std::size_t i = params.size();
-    if (e.is_app(c, "=", 3)) {
+    if (e.is_app(c, optable::name_of(SymbolTag::EQUAL), 3)) {
       for (std::size_t side = 1; side <= 2 && i == params.size(); ++side) {
         i = param_of(e.kid(c, side));
         if (i < params.size()) {
           out.emplace_back(i, p.to_term(e, e.kid(c, 3 - side), param_sorts[i], command));
         }
       }
-    } else if (e.is_app(c, "not", 2) && (i = param_of(e.kid(c, 1))) < params.size()) {
+    } else if (e.is_app(c, optable::name_of(SymbolTag::NOT), 2) &&
+               (i = param_of(e.kid(c, 1))) < params.size()) {
       out.emplace_back(i, p.mgr_.make_false());
     } else if ((i = param_of(c)) < params.size()) {
       out.emplace_back(i, p.mgr_.make_true());
@@ -429,15 +434,16 @@ bool ProcessEngine::BodyReader::fixes(std::size_t cond, TableBuilder::Fixes& out
 bool ProcessEngine::BodyReader::conditions(std::size_t n, bool& positive,
                                            std::vector<TableBuilder::Fixes>& out) {
   n = expression(n);
-  if (e.is_atom(n, "true") || e.is_atom(n, "false")) {
+  if (e.is_atom(n, optable::name_of(SymbolTag::TRUE)) ||
+      e.is_atom(n, optable::name_of(SymbolTag::FALSE))) {
     return false;  // a value
   }
-  if (e.is_app(n, "not", 2)) {
+  if (e.is_app(n, optable::name_of(SymbolTag::NOT), 2)) {
     positive = false;
     n = expression(e.kid(n, 1));
   }
   std::vector<std::size_t> disjuncts{n};
-  if (e.node(n).list && e.size(n) > 1 && e.is_atom(e.kid(n, 0), "or")) {
+  if (e.node(n).list && e.size(n) > 1 && e.is_atom(e.kid(n, 0), optable::name_of(SymbolTag::OR))) {
     disjuncts.assign(e.node(n).kids.begin() + 1, e.node(n).kids.end());
   }
   for (std::size_t d : disjuncts) {
