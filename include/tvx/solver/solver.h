@@ -7,17 +7,14 @@
 #define TVX_SOLVER_SOLVER_H
 
 #include <cstddef>
-#include <cstdint>
 #include <fstream>
 #include <memory>
 #include <ostream>
-#include <set>
 #include <string>
 #include <vector>
 
 #include <tvx/core/configuration.h>
 #include <tvx/core/term_manager.h>
-#include <tvx/core/term_printer.h>
 #include <tvx/solver/engine.h>
 #include <tvx/tracer/api_tracer.h>
 #include <tvx/tracer/smtlib2_api_tracer.h>
@@ -49,8 +46,8 @@ class Solver {
   // the engine read its own when it was made.
   Configuration& configuration() { return config_; }
   Configuration const& configuration() const { return config_; }
-  Engine* engine() { return engine_.get(); }     // null for a recorder
-  ApiTracer* tracer() { return tracer_.get(); }  // null when not tracing
+  Engine* engine() { return recorder_ ? nullptr : engine_.get(); }  // null for a recorder
+  ApiTracer* tracer() { return writer_; }                           // null when not tracing
 
   // --- declarations ---
   // Makes a new uninterpreted sort and declares it.
@@ -111,7 +108,7 @@ class Solver {
     int group;
   };
 
-  void start_tracing(std::ostream& out, bool global_decls, bool dump_config);
+  void start_tracing(std::unique_ptr<SmtLib2ApiTracer> writer);
   void check_sort(DataType const* sort, char const* call) const;
   void check_symbol(Symbol const* symbol, char const* call) const;
   void check_term(Term const* term, char const* call) const;
@@ -119,19 +116,19 @@ class Solver {
   void check_group(int group, char const* call) const;
   void check_state(bool ok, char const* call, char const* needed) const;
   CheckResult run_check(std::vector<TheoryLit> const& assumptions);
-  // Before a call traces `term`: reports the uninterpreted sorts nested in the signatures of
-  // the symbols the tracer is about to declare, which its own search (by result sorts) misses.
-  void declare_nested_sorts(Term const* term);
-  // Reports every uninterpreted sort in `type`, array components included.
-  void declare_signature_sorts(DataType const* type);
-  bool has_nested_sort(DataType const* type);
   void forget_answers() { state_ = State::kNone; }
 
   TermManager& mgr_;
   Configuration& config_;
-  std::unique_ptr<Engine> engine_;
+  // Made without an engine: engine_ records, its queries answer nothing, and the state a query
+  // needs is not enforced.
+  bool const recorder_;
+  std::unique_ptr<Engine> engine_;  // never null
   std::ofstream trace_file_;
-  std::unique_ptr<SmtLib2ApiTracer> tracer_;
+  // Never null: a tracer that writes nothing when not tracing. writer_ is the tracer that
+  // writes the trace, null when not tracing.
+  std::unique_ptr<ApiTracer> tracer_;
+  SmtLib2ApiTracer* writer_ = nullptr;
 
   State state_ = State::kNone;
   std::string reason_unknown_;
@@ -139,14 +136,6 @@ class Solver {
   std::vector<std::size_t> scopes_;  // assertions_.size() at each open push
   int num_groups_ = 0;
   int group_ = -1;
-
-  // Per sort id: 0 not known yet, 1 no uninterpreted sort nested in an array, 2 one is.
-  std::vector<std::uint8_t> nested_;
-  std::size_t symbols_scanned_ = 0;  // symbols of the manager looked at for nested sorts
-  bool any_nested_ = false;          // some symbol's signature nests an uninterpreted sort
-  std::set<Symbol const*, TermPrinter::sym_ty_lt> new_symbols_;
-  std::set<DataType const*, TermPrinter::sym_ty_lt> new_types_;
-  std::vector<DataType const*> sort_stack_;
 };
 
 }  // namespace tvx
