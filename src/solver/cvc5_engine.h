@@ -60,8 +60,6 @@ class Cvc5Session {
   Term const* apply(cvc5::Term const& t, std::vector<Term const*>& args);
   Term const* element(cvc5::Term const& value, DataType const* sort);
   FunctionValue function_value(Symbol const* s, cvc5::Term const& lambda);
-  void collect_symbols(std::vector<Term const*> const& roots,
-                       std::unordered_set<Symbol const*>& out);
 
   TermManager& mgr_;
   cvc5::Solver solver_;

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <iostream>
 #include <string>
+#include <unordered_set>
 #include <utility>
 
 #include <tvx/core/error.h>
@@ -18,6 +19,26 @@ namespace {
 
 std::unique_ptr<Engine> engine_or_recorder(std::unique_ptr<Engine> engine) {
   return engine != nullptr ? std::move(engine) : std::make_unique<RecordingEngine>();
+}
+
+// Adds the uninterpreted symbols of the terms on `stack` and below them to `symbols`; `stack`
+// is empty on return.
+void collect_symbols(std::vector<Term const*>& stack, std::unordered_set<Term const*>& seen,
+                     std::unordered_set<Symbol const*>& symbols) {
+  seen.clear();
+  while (!stack.empty()) {
+    Term const* t = stack.back();
+    stack.pop_back();
+    if (!seen.insert(t).second) {
+      continue;
+    }
+    if (t->get_symbol()->is_uninterpreted()) {
+      symbols.insert(t->get_symbol());
+    }
+    for (std::size_t i = 0; i < t->get_arity(); ++i) {
+      stack.push_back(t->get_arg(i));
+    }
+  }
 }
 
 }  // namespace
@@ -327,7 +348,46 @@ Term const* Solver::get_interpolant(std::vector<int> const& groups) {
     }
     (in_a ? a : b).push_back(as.formula);
   }
-  return engine_->interpolant(a, b);
+  // With one side empty the other is unsatisfiable alone, and a constant interpolates.
+  if (a.empty()) {
+    return mgr_.make_true();
+  }
+  if (b.empty()) {
+    return mgr_.make_false();
+  }
+  Term const* interpolant = engine_->interpolant(a, b);
+  check_interpolant(interpolant, a, b);
+  return interpolant;
+}
+
+void Solver::check_interpolant(Term const* interpolant, std::vector<Term const*> const& a,
+                               std::vector<Term const*> const& b) {
+  std::string const where = engine_->name() + ": get_interpolant: ";
+  if (interpolant == nullptr || !mgr_.owns(interpolant) || !interpolant->get_type()->is_bool()) {
+    throw EngineError(where + "the engine's answer is not a formula of this session");
+  }
+  std::unordered_set<Term const*> seen;
+  std::unordered_set<Symbol const*> in_a;
+  std::unordered_set<Symbol const*> in_b;
+  std::unordered_set<Symbol const*> in_i;
+  term_stack_.assign(a.begin(), a.end());
+  collect_symbols(term_stack_, seen, in_a);
+  term_stack_.assign(b.begin(), b.end());
+  collect_symbols(term_stack_, seen, in_b);
+  term_stack_.assign(1, interpolant);
+  collect_symbols(term_stack_, seen, in_i);
+  // Report the first offending symbol by id, so that the message does not vary between runs.
+  Symbol const* unshared = nullptr;
+  for (Symbol const* s : in_i) {
+    if ((in_a.count(s) == 0 || in_b.count(s) == 0) &&
+        (unshared == nullptr || s->get_id() < unshared->get_id())) {
+      unshared = s;
+    }
+  }
+  if (unshared != nullptr) {
+    throw EngineError(where + "the interpolant uses '" + unshared->get_name() + "', which " +
+                      (in_a.count(unshared) == 0 ? "A" : "B") + " does not use");
+  }
 }
 
 // ------------------------------------------------------------------------ queries

@@ -86,8 +86,10 @@ class Solver {
   int new_interpolation_group();
   int num_interpolation_groups() const { return num_groups_; }
   void set_interpolation_group(int group);
-  // After an unsatisfiable check: an interpolant between the assertions of `groups` and the
-  // other assertions.
+  // After an unsatisfiable check: an interpolant between the assertions of `groups` (A) and the
+  // other assertions (B), over the uninterpreted symbols they share: true when A is empty,
+  // false when B is, and otherwise the engine's, which must use only shared symbols
+  // (EngineError otherwise).
   Term const* get_interpolant(std::vector<int> const& groups);
 
   // --- queries ---
@@ -108,6 +110,7 @@ class Solver {
     int group;
   };
 
+  // Traces through `writer`; not at all when it is null.
   void start_tracing(std::unique_ptr<SmtLib2ApiTracer> writer);
   void check_sort(DataType const* sort, char const* call) const;
   void check_symbol(Symbol const* symbol, char const* call) const;
@@ -116,6 +119,10 @@ class Solver {
   void check_group(int group, char const* call) const;
   void check_state(bool ok, char const* call, char const* needed) const;
   CheckResult run_check(std::vector<TheoryLit> const& assumptions);
+  // Throws EngineError unless `interpolant`, the engine's answer for `a` and `b`, is a formula
+  // over uninterpreted symbols that both sides use.
+  void check_interpolant(Term const* interpolant, std::vector<Term const*> const& a,
+                         std::vector<Term const*> const& b);
   void forget_answers() { state_ = State::kNone; }
 
   TermManager& mgr_;
@@ -136,6 +143,9 @@ class Solver {
   std::vector<std::size_t> scopes_;  // assertions_.size() at each open push
   int num_groups_ = 0;
   int group_ = -1;
+
+  // Scratch of check_interpolant: the terms still to look at.
+  std::vector<Term const*> term_stack_;
 };
 
 }  // namespace tvx
