@@ -488,7 +488,9 @@ Term const* TermManager::make_number(std::string const& value, DataType const* t
   if (it != numerals_.end()) {
     s = it->second;
   } else {
-    symbols_.emplace_back(next_symbol_id_++, 0, type, type, SymbolTag::NUMERAL, text);
+    symbols_.emplace_back(next_symbol_id_, 0, type, type, SymbolTag::NUMERAL, text);
+    ++next_symbol_id_;
+    assert(symbols_.back().get_id() == symbols_.size() && "a symbol's id is its index plus one");
     s = &symbols_.back();
     numerals_.emplace(std::move(key), s);
   }
