@@ -4,6 +4,7 @@
 #include <tvx/tracer/smtlib2_api_tracer.h>
 
 #include <algorithm>
+#include <cassert>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -84,6 +85,7 @@ void SmtLib2ApiTracer::grow_marks(std::size_t top) {
   if (2 * top + 1 >= visit_marks_.size()) {
     visit_marks_.resize(std::max(2 * visit_marks_.size(), 2 * top + 2), false);
   }
+  assert(visit_marks_.size() >= 2 * top + 2 && "two mark bits per id up to the root's");
   if (global_decls_ && top >= declared_closure_.size()) {
     declared_closure_.resize(std::max(2 * declared_closure_.size(), top + 1), false);
   }
@@ -164,6 +166,11 @@ inline void SmtLib2ApiTracer::finish_term(Term const* t, std::size_t n, bool def
     }
   }
   if (define && !defined_terms_[n]) {
+    // The defined terms are closed under arguments: a term's arguments are done, and so
+    // defined, before the term.
+    assert(std::all_of(t->args(), t->args() + t->get_arity(), [&](Term const* a) {
+      return defined_terms_[static_cast<std::size_t>(a->get_id())];
+    }));
     definitions_.push_back({static_cast<std::uint64_t>(n), t});
     defined_terms_[n] = true;
   }
@@ -217,6 +224,8 @@ void SmtLib2ApiTracer::walk(std::vector<Symbol const*>& symbols,
     Term const* const* args = t->args();
     for (std::size_t i = 0, arity = t->get_arity(); i < arity; ++i) {
       std::size_t const m = static_cast<std::size_t>(args[i]->get_id());
+      // Arguments are made before the terms that use them.
+      assert(m < n && "an argument's id is smaller than its parent's");
       if (!marks[2 * m] && !can_skip(m, define)) {
         stack.push_back(args[i]);
         pushed = true;
@@ -261,6 +270,7 @@ void SmtLib2ApiTracer::abandon_search(bool define) {
 void SmtLib2ApiTracer::search(Term const* term, std::vector<Symbol const*>& symbols,
                               std::set<DataType const*, TermPrinter::sym_ty_lt>& types,
                               bool define) {
+  assert((global_decls_ || !define) && "definitions are made in global-declarations mode only");
   symbols.clear();
   types.clear();
   if (!start_search(term, define)) {
@@ -280,12 +290,17 @@ void SmtLib2ApiTracer::search(Term const* term, std::vector<Symbol const*>& symb
   }
 }
 
+// Every mark is clear between searches: only the visited terms were marked.
 void SmtLib2ApiTracer::clear_marks() {
   for (Term const* t : search_visited_) {
     std::size_t const n = static_cast<std::size_t>(t->get_id());
     visit_marks_[2 * n] = false;
     visit_marks_[2 * n + 1] = false;
   }
+  assert(std::all_of(search_stack_.begin(), search_stack_.end(), [&](Term const* t) {
+    std::size_t const n = static_cast<std::size_t>(t->get_id());
+    return !visit_marks_[2 * n] && !visit_marks_[2 * n + 1];
+  }));
 }
 
 }  // namespace tvx
