@@ -1,5 +1,6 @@
 #include <tvx/solver/solver.h>
 
+#include <algorithm>
 #include <cassert>
 #include <cstdint>
 #include <iostream>
@@ -39,6 +40,14 @@ void collect_symbols(std::vector<Term const*>& stack, std::unordered_set<Term co
       stack.push_back(t->get_arg(i));
     }
   }
+}
+
+// Whether the entries' symbols ascend by id.
+template <class Value>
+bool in_id_order(std::vector<std::pair<Symbol const*, Value>> const& entries) {
+  return std::is_sorted(entries.begin(), entries.end(), [](auto const& a, auto const& b) {
+    return a.first->get_id() < b.first->get_id();
+  });
 }
 
 }  // namespace
@@ -225,6 +234,7 @@ void Solver::pop(std::size_t levels) {
   for (std::size_t i = 0; i < levels; ++i) {
     tracer_->trace_pop_backtrack_point();
     forget_answers();
+    assert(!scopes_.empty() && "an engine pops only open scopes");
     engine_->pop();
     // A scope remembers how many assertions were there when it opened; none is removed since.
     assert(scopes_.back() <= assertions_.size());
@@ -413,7 +423,10 @@ Model Solver::get_model() {
   check_state(state_ == State::kSat || state_ == State::kUnknown, "get_model",
               "needs a satisfiable (or unknown) check, with no assertion or scope change since");
   tracer_->trace_get_model();
-  return engine_->model();
+  Model model = engine_->model();
+  assert(in_id_order(model.constants) && in_id_order(model.functions) &&
+         "a model lists its symbols in id order");
+  return model;
 }
 
 Term const* Solver::get_model_value(Term const* term) {
