@@ -467,8 +467,18 @@ TEST(SolverConfigTest, TracingIsSwitchedByTheConfiguration) {
   EXPECT_THAT(text.str(), ::testing::EndsWith("(assert .1)\n(check-sat)\n(define-fun .2 () Bool "
                                               "true)\n(get-value (.2))\n"));
   config.api_call_trace = false;
+  // A recorder that does not trace: no state is enforced and every query answers nothing,
+  // an interpolant with an empty side included.
   Solver quiet(mgr, config, nullptr);
   EXPECT_EQ(quiet.tracer(), nullptr);
+  EXPECT_EQ(quiet.engine(), nullptr);
+  Term const* q = mgr.make_constant(mgr.make_symbol("q", mgr.get_bool_type()));
+  quiet.assert_formula(q);
+  EXPECT_TRUE(quiet.get_unsat_core().empty());
+  EXPECT_EQ(quiet.get_interpolant({}), nullptr);
+  EXPECT_TRUE(quiet.check_allsat({q}).empty());
+  EXPECT_EQ(quiet.reason_unknown(), "no engine");
+  EXPECT_TRUE(quiet.get_model().constants.empty());
 }
 
 // The trace is written before the engine sees the call: a crash in the engine leaves the
