@@ -11,6 +11,7 @@
 #include <iostream>
 #include <memory>
 #include <new>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -104,18 +105,20 @@ class Progress {
   bool shown_ = false;
 };
 
-}  // namespace
-
-int main(int argc, char** argv) {
-  std::ios::sync_with_stdio(false);
+// What the command line asks for.
+struct Options {
   bool global_decls = false;
   bool dump_config = false;
-  std::vector<std::string> settings;
-  std::string output;
-  std::string solver_name;
+  std::vector<std::string> settings;  // KEY=VALUE, in the order given
+  std::string output;                 // the trace file; empty for none
+  std::string solver_name;            // empty: trace only
   std::string input;
   bool have_input = false;
+};
 
+// Reads the command line into `opts`. Returns an exit status when the program is done (help,
+// version, a usage error), and nothing when it goes on to run.
+std::optional<int> parse_options(int argc, char** argv, Options& opts) {
   for (int i = 1; i < argc; ++i) {
     std::string const arg = argv[i];
     if (arg == "--help" || arg == "-h") {
@@ -127,38 +130,38 @@ int main(int argc, char** argv) {
       return kExitOk;
     }
     if (arg == "--global-decls") {
-      global_decls = true;
+      opts.global_decls = true;
     } else if (arg == "--dump-config") {
-      dump_config = true;
+      opts.dump_config = true;
     } else if (arg == "--set" || arg == "-o" || arg == "--trace" || arg == "--solver") {
       if (i + 1 >= argc) {
         return usage_error("option '" + arg + "' needs an argument");
       }
-      (arg == "--set"      ? settings.emplace_back()
-       : arg == "--solver" ? solver_name
-                           : output) = argv[++i];
-      if (arg == "--solver" && solver_name.empty()) {
+      (arg == "--set"      ? opts.settings.emplace_back()
+       : arg == "--solver" ? opts.solver_name
+                           : opts.output) = argv[++i];
+      if (arg == "--solver" && opts.solver_name.empty()) {
         return usage_error("option '--solver' needs a solver name");
       }
     } else if (arg.compare(0, 6, "--set=") == 0) {
-      settings.push_back(arg.substr(6));
+      opts.settings.push_back(arg.substr(6));
     } else if (arg.size() > 1 && arg[0] == '-' && arg != "-") {
       return usage_error("unknown option '" + arg + "'");
     } else {
-      if (have_input) {
+      if (opts.have_input) {
         return usage_error("more than one input file");
       }
-      input = arg;
-      have_input = true;
+      opts.input = arg;
+      opts.have_input = true;
     }
   }
+  return std::nullopt;
+}
 
-  bool const answering = !solver_name.empty();
-  tvx::Configuration config;
-  config.model_generation = answering;
-  config.unsat_core_generation = answering;
+// Applies the --set entries to `config`; returns the exit status of a usage error, if any.
+std::optional<int> apply_settings(Options const& opts, tvx::Configuration& config) {
   tvx::ConfigurationSetter setter;
-  for (std::string const& s : settings) {
+  for (std::string const& s : opts.settings) {
     std::size_t const eq = s.find('=');
     if (eq == std::string::npos) {
       return usage_error("expected KEY=VALUE after --set, found '" + s + "'");
@@ -169,74 +172,98 @@ int main(int argc, char** argv) {
       return usage_error(e.what());
     }
   }
+  return std::nullopt;
+}
+
+// Reads the script from `in` through a Solver that traces to `out` (not at all when it is
+// null) and, with a solver named, answers on standard output. Returns the exit status.
+int run_session(Options const& opts, tvx::Configuration& config, std::istream& in,
+                std::string const& name, std::ostream* out) {
+  bool const answering = !opts.solver_name.empty();
+  tvx::TermManager mgr;
+  std::unique_ptr<tvx::Engine> engine;
+  if (answering) {
+    try {
+      engine = tvx::make_engine(opts.solver_name, mgr, config);
+    } catch (tvx::Error const& e) {
+      std::cerr << "tvx-trace: error: " << e.what() << "\n";
+      return kExitInput;
+    }
+  }
+  // Without a trace file, a solver's session is answered and not traced.
+  std::unique_ptr<tvx::Solver> solver;
+  if (out != nullptr) {
+    solver = std::make_unique<tvx::Solver>(mgr, config, std::move(engine), *out, opts.global_decls,
+                                           opts.dump_config);
+  } else {
+    solver = std::make_unique<tvx::Solver>(mgr, config, std::move(engine));
+  }
+  tvx::smt2::ScriptReader reader(*solver);
+  tvx::smt2::ResponseWriter responses(mgr, config, std::cout);
+  if (answering) {
+    reader.set_response_writer(&responses);
+  }
+  Progress progress(isatty(2) != 0 && !answering);
+  reader.set_progress_callback([&progress](std::uint64_t bytes, std::uint64_t commands) {
+    progress.update(bytes, commands);
+  });
+  try {
+    reader.read(in, name);
+  } catch (tvx::smt2::ReadError const& e) {
+    progress.finish();
+    if (answering) {
+      responses.error(e.what());
+    }
+    std::cerr << e.what() << "\n";
+    return kExitInput;
+  } catch (std::bad_alloc const&) {
+    progress.finish();
+    std::cerr << "tvx-trace: error: out of memory\n";
+    return kExitInput;
+  }
+  return kExitOk;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  std::ios::sync_with_stdio(false);
+  Options opts;
+  if (std::optional<int> const done = parse_options(argc, argv, opts)) {
+    return *done;
+  }
+  bool const answering = !opts.solver_name.empty();
+  tvx::Configuration config;
+  config.model_generation = answering;
+  config.unsat_core_generation = answering;
+  if (std::optional<int> const error = apply_settings(opts, config)) {
+    return *error;
+  }
 
   std::ifstream file_in;
   std::istream* in = &std::cin;
   std::string name = "<stdin>";
-  if (have_input && input != "-") {
-    file_in.open(input, std::ios::binary);
+  if (opts.have_input && opts.input != "-") {
+    file_in.open(opts.input, std::ios::binary);
     if (!file_in) {
-      std::cerr << "tvx-trace: error: cannot open '" << input << "' for reading\n";
+      std::cerr << "tvx-trace: error: cannot open '" << opts.input << "' for reading\n";
       return kExitInput;
     }
     in = &file_in;
-    name = input;
+    name = opts.input;
   }
   std::ofstream file_out;
   std::ostream* out = answering ? nullptr : &std::cout;
-  if (!output.empty()) {
-    file_out.open(output, std::ios::binary | std::ios::trunc);
+  if (!opts.output.empty()) {
+    file_out.open(opts.output, std::ios::binary | std::ios::trunc);
     if (!file_out) {
-      std::cerr << "tvx-trace: error: cannot open '" << output << "' for writing\n";
+      std::cerr << "tvx-trace: error: cannot open '" << opts.output << "' for writing\n";
       return kExitInput;
     }
     out = &file_out;
   }
 
-  int status = kExitOk;
-  {
-    tvx::TermManager mgr;
-    std::unique_ptr<tvx::Engine> engine;
-    if (answering) {
-      try {
-        engine = tvx::make_engine(solver_name, mgr, config);
-      } catch (tvx::Error const& e) {
-        std::cerr << "tvx-trace: error: " << e.what() << "\n";
-        return kExitInput;
-      }
-    }
-    // Without a trace file, a solver's session is answered and not traced.
-    std::unique_ptr<tvx::Solver> solver;
-    if (out != nullptr) {
-      solver = std::make_unique<tvx::Solver>(mgr, config, std::move(engine), *out, global_decls,
-                                             dump_config);
-    } else {
-      solver = std::make_unique<tvx::Solver>(mgr, config, std::move(engine));
-    }
-    tvx::smt2::ScriptReader reader(*solver);
-    tvx::smt2::ResponseWriter responses(mgr, config, std::cout);
-    if (answering) {
-      reader.set_response_writer(&responses);
-    }
-    Progress progress(isatty(2) != 0 && !answering);
-    reader.set_progress_callback([&progress](std::uint64_t bytes, std::uint64_t commands) {
-      progress.update(bytes, commands);
-    });
-    try {
-      reader.read(*in, name);
-    } catch (tvx::smt2::ReadError const& e) {
-      progress.finish();
-      if (answering) {
-        responses.error(e.what());
-      }
-      std::cerr << e.what() << "\n";
-      status = kExitInput;
-    } catch (std::bad_alloc const&) {
-      progress.finish();
-      std::cerr << "tvx-trace: error: out of memory\n";
-      status = kExitInput;
-    }
-  }
+  int const status = run_session(opts, config, *in, name, out);
   if (out == nullptr) {
     return status;
   }

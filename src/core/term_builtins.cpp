@@ -4,6 +4,7 @@
 #include <tvx/core/term_manager.h>
 
 #include <algorithm>
+#include <cassert>
 #include <cstring>
 #include <sstream>
 #include <string>
@@ -227,6 +228,219 @@ std::string canonical_bv(std::string const& value, DataType const* type) {
   return "#b" + decimal_to_bits(value, width);
 }
 
+// One application of an operator being checked against its signature: its arguments and
+// indices, the sorts the checks compare with, and the error that names them all.
+struct Application {
+  char const* op;
+  Term const* const* args;
+  std::size_t n;
+  std::uint64_t const* indices;
+  std::size_t num_indices;
+  DataType const* bool_type;
+  DataType const* int_type;
+  DataType const* real_type;
+
+  [[noreturn]] void fail(std::string const& why) const {
+    fail_application(op, args, n, indices, num_indices, why);
+  }
+  DataType const* sort(std::size_t i) const { return args[i]->get_type(); }
+  void arity(std::size_t expected) const {
+    if (n != expected) {
+      fail("expected " + std::to_string(expected) + " argument(s)");
+    }
+  }
+  void at_least(std::size_t expected) const {
+    if (n < expected) {
+      fail("expected at least " + std::to_string(expected) + " arguments");
+    }
+  }
+  void all_of_sort(DataType const* expected, char const* what) const {
+    for (std::size_t i = 0; i < n; ++i) {
+      if (args[i]->get_type() != expected) {
+        fail(std::string("expected ") + what);
+      }
+    }
+  }
+  DataType const* same_arith() const {
+    DataType const* s = sort(0);
+    if (!s->is_int() && !s->is_real()) {
+      fail("expected Int or Real arguments");
+    }
+    all_of_sort(s, "arguments of one sort, Int or Real");
+    return s;
+  }
+  DataType const* same_bv() const {
+    DataType const* s = sort(0);
+    if (!s->is_bv()) {
+      fail("expected bit-vector arguments");
+    }
+    all_of_sort(s, "bit-vector arguments of one width");
+    return s;
+  }
+  // `count` arguments, all of sort `expected`; the result sort is `result`.
+  DataType const* fixed(std::size_t count, DataType const* expected, char const* what,
+                        DataType const* result) const {
+    arity(count);
+    all_of_sort(expected, what);
+    return result;
+  }
+};
+
+// The result sort of an application of a core operator: the Boolean connectives, the chains
+// (=, distinct) and ite.
+DataType const* core_result(Sig sig, Application const& app) {
+  switch (sig) {
+    case Sig::Const:
+      app.arity(0);
+      return app.bool_type;
+    case Sig::BoolUnary:
+      return app.fixed(1, app.bool_type, "a Bool argument", app.bool_type);
+    case Sig::BoolNary:
+      app.at_least(2);
+      app.all_of_sort(app.bool_type, "Bool arguments");
+      return app.bool_type;
+    case Sig::Chain:
+      app.at_least(2);
+      if (app.sort(0)->is_function()) {
+        app.fail("expected sorted arguments");
+      }
+      app.all_of_sort(app.sort(0), "arguments of one sort");
+      return app.bool_type;
+    default:  // Sig::Ite
+      app.arity(3);
+      if (app.sort(0) != app.bool_type) {
+        app.fail("expected a Bool condition");
+      }
+      if (app.sort(1) != app.sort(2)) {
+        app.fail("expected two branches of one sort");
+      }
+      return app.sort(1);
+  }
+}
+
+// The result sort of an application of an arithmetic operator.
+DataType const* arith_result(Sig sig, Application const& app) {
+  switch (sig) {
+    case Sig::ArithNary:
+      app.at_least(2);
+      return app.same_arith();
+    case Sig::Minus:
+      app.at_least(1);
+      return app.same_arith();
+    case Sig::RealNary:
+      app.at_least(2);
+      app.all_of_sort(app.real_type, "Real arguments");
+      return app.real_type;
+    case Sig::IntNary:
+      app.at_least(2);
+      app.all_of_sort(app.int_type, "Int arguments");
+      return app.int_type;
+    case Sig::IntBinary:
+      return app.fixed(2, app.int_type, "Int arguments", app.int_type);
+    case Sig::IntUnary:
+      return app.fixed(1, app.int_type, "an Int argument", app.int_type);
+    case Sig::ArithChain:
+      app.at_least(2);
+      app.same_arith();
+      return app.bool_type;
+    case Sig::ToReal:
+      return app.fixed(1, app.int_type, "an Int argument", app.real_type);
+    case Sig::ToInt:
+      return app.fixed(1, app.real_type, "a Real argument", app.int_type);
+    default:  // Sig::IsInt
+      return app.fixed(1, app.real_type, "a Real argument", app.bool_type);
+  }
+}
+
+// The width of a concatenation's result.
+std::uint64_t concat_width(Application const& app) {
+  app.at_least(2);
+  std::uint64_t width = 0;
+  for (std::size_t i = 0; i < app.n; ++i) {
+    if (!app.sort(i)->is_bv()) {
+      app.fail("expected bit-vector arguments");
+    }
+    width += app.sort(i)->get_bv_width();
+  }
+  if (width > TermManager::kMaxBvWidth) {
+    app.fail("the result is too wide");
+  }
+  return width;
+}
+
+// The result width of an indexed bit-vector operator (extract, repeat, the extensions) over
+// one argument of width m.
+std::uint64_t indexed_width(Sig sig, Application const& app, std::uint64_t m) {
+  std::uint64_t const* idx = app.indices;
+  switch (sig) {
+    case Sig::Extract:
+      if (!(idx[0] < m && idx[1] <= idx[0])) {
+        app.fail("expected indices i j with width > i >= j");
+      }
+      return idx[0] - idx[1] + 1;
+    case Sig::Repeat:
+      if (idx[0] == 0 || idx[0] > TermManager::kMaxBvWidth / m) {
+        app.fail("expected a repeat count of at least 1 within the widest sort");
+      }
+      return m * idx[0];
+    default:  // Sig::Extend
+      if (idx[0] > TermManager::kMaxBvWidth - m) {
+        app.fail("the result is too wide");
+      }
+      return m + idx[0];
+  }
+}
+
+// The result sort of an application of a bit-vector operator.
+DataType const* bv_result(Sig sig, Application const& app, TermManager& mgr) {
+  switch (sig) {
+    case Sig::Concat:
+      return mgr.get_bv_type(concat_width(app));
+    case Sig::Extract:
+    case Sig::Repeat:
+    case Sig::Extend:
+      app.arity(1);
+      return mgr.get_bv_type(indexed_width(sig, app, app.same_bv()->get_bv_width()));
+    case Sig::Rotate:
+    case Sig::BvUnary:
+      app.arity(1);
+      return app.same_bv();
+    case Sig::BvNary:
+      app.at_least(2);
+      return app.same_bv();
+    case Sig::BvBinary:
+      app.arity(2);
+      return app.same_bv();
+    case Sig::BvComp:
+      app.arity(2);
+      app.same_bv();
+      return mgr.get_bv_type(1);
+    default:  // Sig::BvPred
+      app.arity(2);
+      app.same_bv();
+      return app.bool_type;
+  }
+}
+
+// The result sort of select or store.
+DataType const* array_result(Sig sig, Application const& app) {
+  app.arity(sig == Sig::Select ? 2 : 3);
+  DataType const* a = app.sort(0);
+  if (!a->is_array()) {
+    app.fail("expected an array first");
+  }
+  if (app.sort(1) != a->get_array_index()) {
+    app.fail("expected an index of sort " + a->get_array_index()->to_string());
+  }
+  if (sig == Sig::Select) {
+    return a->get_array_element();
+  }
+  if (app.sort(2) != a->get_array_element()) {
+    app.fail("expected an element of sort " + a->get_array_element()->to_string());
+  }
+  return a;
+}
+
 }  // namespace
 
 Term const* TermManager::make_term(Symbol const* s, std::vector<Term const*> const& args) {
@@ -260,29 +474,29 @@ Term const* TermManager::make_term(Symbol const* s, Term const* const* args, std
 }
 
 Term const* TermManager::make_true() {
-  return make_builtin("true", nullptr, 0);
+  return make_builtin(SymbolTag::TRUE, nullptr, 0);
 }
 Term const* TermManager::make_false() {
-  return make_builtin("false", nullptr, 0);
+  return make_builtin(SymbolTag::FALSE, nullptr, 0);
 }
 Term const* TermManager::make_not(Term const* t) {
-  return make_builtin("not", &t, 1);
+  return make_builtin(SymbolTag::NOT, &t, 1);
 }
 Term const* TermManager::make_and(Term const* a, Term const* b) {
   Term const* args[2] = {a, b};
-  return make_builtin("and", args, 2);
+  return make_builtin(SymbolTag::AND, args, 2);
 }
 Term const* TermManager::make_or(Term const* a, Term const* b) {
   Term const* args[2] = {a, b};
-  return make_builtin("or", args, 2);
+  return make_builtin(SymbolTag::OR, args, 2);
 }
 Term const* TermManager::make_equal(Term const* a, Term const* b) {
   Term const* args[2] = {a, b};
-  return make_builtin("=", args, 2);
+  return make_builtin(SymbolTag::EQUAL, args, 2);
 }
 Term const* TermManager::make_ite(Term const* c, Term const* a, Term const* b) {
   Term const* args[3] = {c, a, b};
-  return make_builtin("ite", args, 3);
+  return make_builtin(SymbolTag::ITE, args, 3);
 }
 
 Term const* TermManager::make_number(std::string const& value, DataType const* type) {
@@ -303,7 +517,9 @@ Term const* TermManager::make_number(std::string const& value, DataType const* t
   if (it != numerals_.end()) {
     s = it->second;
   } else {
-    symbols_.emplace_back(next_symbol_id_++, 0, type, type, SymbolTag::NUMERAL, text);
+    symbols_.emplace_back(next_symbol_id_, 0, type, type, SymbolTag::NUMERAL, text);
+    ++next_symbol_id_;
+    assert(symbols_.back().get_id() == symbols_.size() && "a symbol's id is its index plus one");
     s = &symbols_.back();
     numerals_.emplace(std::move(key), s);
   }
@@ -338,235 +554,57 @@ Term const* TermManager::make_builtin(SymbolTag::tag op_tag, Term const* const* 
   if (op_tag == SymbolTag::NEG) {
     info = optable::op_of_tag(SymbolTag::SUB);  // "-" of one argument
   }
-  char const* const op = info->name;
+  Application const app{info->name,  args,       n,         indices,
+                        num_indices, bool_type_, int_type_, real_type_};
   for (std::size_t i = 0; i < n; ++i) {
     if (args[i] == nullptr) {
-      throw Error(std::string("invalid application of '") + op + "': null argument");
+      throw Error(std::string("invalid application of '") + app.op + "': null argument");
     }
   }
-  auto fail = [&](std::string const& why) {
-    fail_application(op, args, n, indices, num_indices, why);
-  };
   if (num_indices != num_indices_of(info->sig)) {
-    fail("expected " + std::to_string(num_indices_of(info->sig)) + " index(es), got " +
-         std::to_string(num_indices));
+    app.fail("expected " + std::to_string(num_indices_of(info->sig)) + " index(es), got " +
+             std::to_string(num_indices));
   }
-  auto arity = [&](std::size_t expected) {
-    if (n != expected) {
-      fail("expected " + std::to_string(expected) + " argument(s)");
-    }
-  };
-  auto at_least = [&](std::size_t expected) {
-    if (n < expected) {
-      fail("expected at least " + std::to_string(expected) + " arguments");
-    }
-  };
-  auto all_of_sort = [&](DataType const* sort, char const* what) {
-    for (std::size_t i = 0; i < n; ++i) {
-      if (args[i]->get_type() != sort) {
-        fail(std::string("expected ") + what);
-      }
-    }
-  };
-  auto same_arith = [&]() -> DataType const* {
-    DataType const* sort = args[0]->get_type();
-    if (!sort->is_int() && !sort->is_real()) {
-      fail("expected Int or Real arguments");
-    }
-    all_of_sort(sort, "arguments of one sort, Int or Real");
-    return sort;
-  };
-  auto same_bv = [&]() -> DataType const* {
-    DataType const* sort = args[0]->get_type();
-    if (!sort->is_bv()) {
-      fail("expected bit-vector arguments");
-    }
-    all_of_sort(sort, "bit-vector arguments of one width");
-    return sort;
-  };
-
-  SymbolTag::tag tag = info->tag;
+  SymbolTag::tag const tag = info->sig == Sig::Minus && n == 1 ? SymbolTag::NEG : info->tag;
   DataType const* result = nullptr;
   switch (info->sig) {
     case Sig::Const:
-      arity(0);
-      result = bool_type_;
-      break;
     case Sig::BoolUnary:
-      arity(1);
-      all_of_sort(bool_type_, "a Bool argument");
-      result = bool_type_;
-      break;
     case Sig::BoolNary:
-      at_least(2);
-      all_of_sort(bool_type_, "Bool arguments");
-      result = bool_type_;
-      break;
     case Sig::Chain:
-      at_least(2);
-      if (args[0]->get_type()->is_function()) {
-        fail("expected sorted arguments");
-      }
-      all_of_sort(args[0]->get_type(), "arguments of one sort");
-      result = bool_type_;
-      break;
     case Sig::Ite:
-      arity(3);
-      if (args[0]->get_type() != bool_type_) {
-        fail("expected a Bool condition");
-      }
-      if (args[1]->get_type() != args[2]->get_type()) {
-        fail("expected two branches of one sort");
-      }
-      result = args[1]->get_type();
+      result = core_result(info->sig, app);
       break;
     case Sig::ArithNary:
-      at_least(2);
-      result = same_arith();
-      break;
     case Sig::Minus:
-      at_least(1);
-      result = same_arith();
-      if (n == 1) {
-        tag = SymbolTag::NEG;
-      }
-      break;
     case Sig::RealNary:
-      at_least(2);
-      all_of_sort(real_type_, "Real arguments");
-      result = real_type_;
-      break;
     case Sig::IntNary:
-      at_least(2);
-      all_of_sort(int_type_, "Int arguments");
-      result = int_type_;
-      break;
     case Sig::IntBinary:
-      arity(2);
-      all_of_sort(int_type_, "Int arguments");
-      result = int_type_;
-      break;
     case Sig::IntUnary:
-      arity(1);
-      all_of_sort(int_type_, "an Int argument");
-      result = int_type_;
-      break;
     case Sig::ArithChain:
-      at_least(2);
-      same_arith();
-      result = bool_type_;
-      break;
     case Sig::ToReal:
-      arity(1);
-      all_of_sort(int_type_, "an Int argument");
-      result = real_type_;
-      break;
     case Sig::ToInt:
-      arity(1);
-      all_of_sort(real_type_, "a Real argument");
-      result = int_type_;
-      break;
     case Sig::IsInt:
-      arity(1);
-      all_of_sort(real_type_, "a Real argument");
-      result = bool_type_;
+      result = arith_result(info->sig, app);
       break;
-    case Sig::Concat: {
-      at_least(2);
-      std::uint64_t width = 0;
-      for (std::size_t i = 0; i < n; ++i) {
-        if (!args[i]->get_type()->is_bv()) {
-          fail("expected bit-vector arguments");
-        }
-        width += args[i]->get_type()->get_bv_width();
-      }
-      if (width > kMaxBvWidth) {
-        fail("the result is too wide");
-      }
-      result = get_bv_type(width);
-      break;
-    }
-    case Sig::Extract: {
-      arity(1);
-      std::uint64_t const m = same_bv()->get_bv_width();
-      if (!(indices[0] < m && indices[1] <= indices[0])) {
-        fail("expected indices i j with width > i >= j");
-      }
-      result = get_bv_type(indices[0] - indices[1] + 1);
-      break;
-    }
-    case Sig::Repeat: {
-      arity(1);
-      std::uint64_t const m = same_bv()->get_bv_width();
-      if (indices[0] == 0 || indices[0] > kMaxBvWidth / m) {
-        fail("expected a repeat count of at least 1 within the widest sort");
-      }
-      result = get_bv_type(m * indices[0]);
-      break;
-    }
-    case Sig::Extend: {
-      arity(1);
-      std::uint64_t const m = same_bv()->get_bv_width();
-      if (indices[0] > kMaxBvWidth - m) {
-        fail("the result is too wide");
-      }
-      result = get_bv_type(m + indices[0]);
-      break;
-    }
+    case Sig::Concat:
+    case Sig::Extract:
+    case Sig::Repeat:
+    case Sig::Extend:
     case Sig::Rotate:
-      arity(1);
-      result = same_bv();
-      break;
     case Sig::BvUnary:
-      arity(1);
-      result = same_bv();
-      break;
     case Sig::BvNary:
-      at_least(2);
-      result = same_bv();
-      break;
     case Sig::BvBinary:
-      arity(2);
-      result = same_bv();
-      break;
     case Sig::BvComp:
-      arity(2);
-      same_bv();
-      result = get_bv_type(1);
-      break;
     case Sig::BvPred:
-      arity(2);
-      same_bv();
-      result = bool_type_;
+      result = bv_result(info->sig, app, *this);
       break;
-    case Sig::Select: {
-      arity(2);
-      DataType const* a = args[0]->get_type();
-      if (!a->is_array()) {
-        fail("expected an array first");
-      }
-      if (args[1]->get_type() != a->get_array_index()) {
-        fail("expected an index of sort " + a->get_array_index()->to_string());
-      }
-      result = a->get_array_element();
+    case Sig::Select:
+    case Sig::Store:
+      result = array_result(info->sig, app);
       break;
-    }
-    case Sig::Store: {
-      arity(3);
-      DataType const* a = args[0]->get_type();
-      if (!a->is_array()) {
-        fail("expected an array first");
-      }
-      if (args[1]->get_type() != a->get_array_index()) {
-        fail("expected an index of sort " + a->get_array_index()->to_string());
-      }
-      if (args[2]->get_type() != a->get_array_element()) {
-        fail("expected an element of sort " + a->get_array_element()->to_string());
-      }
-      result = a;
-      break;
-    }
   }
+  assert(result != nullptr && "every signature gives its result sort");
 
   // One symbol per operator and signature; the argument sorts are the signature.
   arg_types_scratch_.clear();

@@ -107,7 +107,11 @@ TermManager::~TermManager() = default;
 
 DataType const* TermManager::intern_type(DataType::Kind kind, std::string name, std::uint64_t width,
                                          std::vector<DataType const*> components) {
-  types_.emplace_back(next_type_id_++, kind, std::move(name), width, std::move(components));
+  // The id is taken only once the sort exists, so that ids stay the indices plus one (which
+  // owns() relies on) even when making one fails.
+  types_.emplace_back(next_type_id_, kind, std::move(name), width, std::move(components));
+  ++next_type_id_;
+  assert(types_.back().get_id() == types_.size() && "a sort's id is its index plus one");
   return &types_.back();
 }
 
@@ -271,6 +275,7 @@ Symbol const* TermManager::new_uninterpreted_symbol(std::string const& name, Dat
     throw;
   }
   ++next_symbol_id_;
+  assert(symbols_.back().get_id() == symbols_.size() && "a symbol's id is its index plus one");
   Symbol const* s = &symbols_.back();
   if (user) {
     own->second.user = s;
@@ -368,7 +373,9 @@ Symbol const* TermManager::interpreted_symbol(SymbolTag::tag tag, std::string co
   if (n > 0) {
     type = get_function_type(std::vector<DataType const*>(arg_types, arg_types + n), result);
   }
-  symbols_.emplace_back(next_symbol_id_++, n, type, result, tag, name, num_indices, indices);
+  symbols_.emplace_back(next_symbol_id_, n, type, result, tag, name, num_indices, indices);
+  ++next_symbol_id_;
+  assert(symbols_.back().get_id() == symbols_.size() && "a symbol's id is its index plus one");
   Symbol const* s = &symbols_.back();
   theory_symbols_.emplace(key_scratch_, s);
   return s;
@@ -422,12 +429,17 @@ void TermManager::grow_terms() {
   }
   term_slots_.swap(slots);
   term_shift_ = shift;
+  // Probes wrap with a mask and start at the hash's top bits: the size is a power of two.
+  assert((size & (size - 1)) == 0 && (std::size_t{1} << (64 - shift)) == size);
 }
 
 Term const* TermManager::intern_term(Symbol const* s, Term const* const* args, std::size_t n) {
+  assert(n == s->get_arity() && "a term has as many arguments as its symbol's arity");
   if (2 * (term_count_ + 1) > term_slots_.size()) {
     grow_terms();
   }
+  // At most half the slots are full, so a probe always ends at an empty slot.
+  assert(2 * (term_count_ + 1) <= term_slots_.size());
   std::uint64_t const hash = structural_hash(s, args, n);
   std::size_t const i = find_slot(hash, s, args, n);
   if (term_slots_[i].term != nullptr) {
@@ -440,6 +452,7 @@ Term const* TermManager::intern_term(Symbol const* s, Term const* const* args, s
   ++next_term_id_;
   term_slots_[i] = TermSlot{hash, t};
   ++term_count_;
+  assert(t->get_id() == term_count_ && "term ids grow in creation order from 1");
   return t;
 }
 

@@ -63,7 +63,103 @@ void ScriptReader::Impl::read(std::istream& in, std::string const& filename) {
   }
 }
 
-// Reads and carries out one command; false after (exit).
+// Carries out a command that declares, asserts, changes scopes or sets options; false for
+// any other command.
+bool ScriptReader::Impl::state_command(Command c, Token const& cmd) {
+  switch (c) {
+    case Command::kAssert:
+      cmd_assert();
+      return true;
+    case Command::kDeclareFun:
+    case Command::kDeclareConst:
+      cmd_declare_fun(c == Command::kDeclareConst);
+      return true;
+    case Command::kDefineFun:
+    case Command::kDefineConst:
+      cmd_define_fun(c == Command::kDefineConst);
+      return true;
+    case Command::kDeclareSort:
+      cmd_declare_sort();
+      return true;
+    case Command::kDefineSort:
+      cmd_define_sort();
+      return true;
+    case Command::kPush:
+    case Command::kPop:
+      cmd_push_pop(c == Command::kPush, cmd);
+      return true;
+    case Command::kResetAssertions:
+      cmd_reset_assertions();
+      return true;
+    case Command::kSetOption:
+      cmd_set_option();
+      return true;
+    case Command::kSetLogic:
+      cmd_set_logic();
+      return true;
+    case Command::kSetInfo:
+      cmd_set_info();
+      return true;
+    default:
+      return false;
+  }
+}
+
+// Carries out a check or a query; false for any other command.
+bool ScriptReader::Impl::query_command(Command c) {
+  switch (c) {
+    case Command::kCheckSat:
+      cmd_check_sat();
+      return true;
+    case Command::kCheckSatAssuming:
+      cmd_check_sat_assuming();
+      return true;
+    case Command::kCheckAllsat:
+      cmd_check_allsat();
+      return true;
+    case Command::kGetValue:
+      cmd_get_value();
+      return true;
+    case Command::kGetModel:
+      cmd_get_model();
+      return true;
+    case Command::kGetUnsatCore:
+      cmd_get_unsat_core();
+      return true;
+    case Command::kGetUnsatAssumptions:
+      cmd_get_unsat_assumptions();
+      return true;
+    case Command::kGetInterpolant:
+      cmd_get_interpolant();
+      return true;
+    case Command::kGetInfo:
+    case Command::kGetOption:
+      cmd_get_info(c == Command::kGetInfo);
+      return true;
+    case Command::kEcho:
+      cmd_echo();
+      return true;
+    default:
+      return false;
+  }
+}
+
+// A command this reader does not carry out: the error that says why.
+void ScriptReader::Impl::refuse_command(Command c, Token const& cmd) {
+  std::string const& name = cmd.text;
+  switch (c) {
+    case Command::kReset:
+      error_at(cmd, "the command 'reset' is not supported");
+    case Command::kRecursive:
+      error_at(cmd, "recursive definitions ('" + name + "') are not supported");
+    case Command::kDatatypes:
+      error_at(cmd, "datatypes ('" + name + "') are not supported");
+    case Command::kNotSupported:
+      error_at(cmd, "the command '" + name + "' is not supported");
+    default:
+      error_at(cmd, "unknown command '" + name + "'");
+  }
+}
 
 // Reads and carries out one command; false after (exit).
 bool ScriptReader::Impl::command() {
@@ -73,93 +169,13 @@ bool ScriptReader::Impl::command() {
     expected("a command name");
   }
   lex_->next();
-  std::string const& name = cmd.text;
-  switch (command_of(name)) {
-    case Command::kAssert:
-      cmd_assert();
-      break;
-    case Command::kDeclareFun:
-      cmd_declare_fun(false);
-      break;
-    case Command::kDeclareConst:
-      cmd_declare_fun(true);
-      break;
-    case Command::kDefineFun:
-      cmd_define_fun(false);
-      break;
-    case Command::kDefineConst:
-      cmd_define_fun(true);
-      break;
-    case Command::kDeclareSort:
-      cmd_declare_sort();
-      break;
-    case Command::kDefineSort:
-      cmd_define_sort();
-      break;
-    case Command::kPush:
-      cmd_push_pop(true, cmd);
-      break;
-    case Command::kPop:
-      cmd_push_pop(false, cmd);
-      break;
-    case Command::kCheckSat:
-      cmd_check_sat();
-      break;
-    case Command::kCheckSatAssuming:
-      cmd_check_sat_assuming();
-      break;
-    case Command::kCheckAllsat:
-      cmd_check_allsat();
-      break;
-    case Command::kGetValue:
-      cmd_get_value();
-      break;
-    case Command::kGetModel:
-      cmd_get_model();
-      break;
-    case Command::kGetUnsatCore:
-      cmd_get_unsat_core();
-      break;
-    case Command::kGetUnsatAssumptions:
-      cmd_get_unsat_assumptions();
-      break;
-    case Command::kGetInterpolant:
-      cmd_get_interpolant();
-      break;
-    case Command::kResetAssertions:
-      cmd_reset_assertions();
-      break;
-    case Command::kSetOption:
-      cmd_set_option();
-      break;
-    case Command::kSetLogic:
-      cmd_set_logic();
-      break;
-    case Command::kSetInfo:
-      cmd_set_info();
-      break;
-    case Command::kGetInfo:
-      cmd_get_info(true);
-      break;
-    case Command::kGetOption:
-      cmd_get_info(false);
-      break;
-    case Command::kEcho:
-      cmd_echo();
-      break;
-    case Command::kExit:
-      expect_rparen(" after exit");
-      return false;
-    case Command::kReset:
-      error_at(cmd, "the command 'reset' is not supported");
-    case Command::kRecursive:
-      error_at(cmd, "recursive definitions ('" + name + "') are not supported");
-    case Command::kDatatypes:
-      error_at(cmd, "datatypes ('" + name + "') are not supported");
-    case Command::kNotSupported:
-      error_at(cmd, "the command '" + name + "' is not supported");
-    case Command::kUnknown:
-      error_at(cmd, "unknown command '" + name + "'");
+  Command const c = command_of(cmd.text);
+  if (c == Command::kExit) {
+    expect_rparen(" after exit");
+    return false;
+  }
+  if (!state_command(c, cmd) && !query_command(c)) {
+    refuse_command(c, cmd);
   }
   return true;
 }

@@ -220,6 +220,10 @@ class ScriptReader::Impl {
 
   // One function per command; command() reads the command's name and calls it.
   bool command();
+  // The families of commands that command() hands a command to.
+  bool state_command(Command c, Token const& cmd);
+  bool query_command(Command c);
+  [[noreturn]] void refuse_command(Command c, Token const& cmd);
   void cmd_check_sat();
   void cmd_check_sat_assuming();
   void cmd_check_allsat();
@@ -242,6 +246,11 @@ class ScriptReader::Impl {
 
   // terms
   Term const* parse_term(bool assertion);
+  // The phases of parse_term, inline in term_parser.cpp, the one file that calls them.
+  inline Term const* start_term();
+  inline bool finish_term(Term const*& value, std::size_t base, bool assertion);
+  inline void open_let(std::uint64_t line, std::uint64_t column);
+  inline void next_binding(Frame& f);
   Term const* atom(Token const& t);
   void open_application();
   void open_indexed_application();

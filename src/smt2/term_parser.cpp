@@ -1,6 +1,8 @@
 // The term parser: atoms (numerals, literals, names), applications of operators, declared
 // functions and macros, indexed operators, let and annotations. Terms are parsed bottom-up on
 // an explicit stack of frames, so nesting depth costs memory and never call stack.
+#include <cassert>
+
 #include "core/arith_args.h"
 #include "smt2/reader_impl.h"
 
@@ -376,104 +378,124 @@ void ScriptReader::Impl::close_annotation(Term const* value, bool outermost, boo
   lex_->next();
 }
 
+// "(let (" has been read up to the first binding's name: opens the frame of the bindings.
+inline void ScriptReader::Impl::open_let(std::uint64_t line, std::uint64_t column) {
+  lex_->next();
+  expect_lparen(" starting the let bindings");
+  if (lex_->peek_kind() == TokenKind::kRParen) {
+    expected("a binding (NAME TERM)");
+  }
+  expect_lparen(" starting a binding (NAME TERM)");
+  Token const nt = lex_->peek();
+  if (nt.kind != TokenKind::kSymbol) {
+    expected("a name to bind");
+  }
+  frames_.push_back(Frame{State::kLetBinding, HeadKind::kBuiltin, nullptr, values_.size(),
+                          let_names_.size(), line, column});
+  let_names_.push_back(LetName{&entry(nt.text), nt.line, nt.column});
+  lex_->next();
+}
+
+// Phase one: reads the start of a term. Returns the term when it is an atom or an indexed
+// constant, and null when it opened a frame instead.
+inline Term const* ScriptReader::Impl::start_term() {
+  Token const t = lex_->peek();
+  if (t.kind != TokenKind::kLParen) {
+    Term const* value = atom(t);
+    assert(value != nullptr && "an atom is a term");
+    lex_->next();
+    return value;
+  }
+  std::uint64_t const line = t.line;
+  std::uint64_t const column = t.column;
+  lex_->next();
+  Token const h = lex_->peek();
+  bool const keyword = h.kind == TokenKind::kSymbol && !h.quoted;
+  if (keyword && eq(h.text, "let")) {
+    open_let(line, column);
+  } else if (keyword && eq(h.text, "!")) {
+    lex_->next();
+    frames_.push_back(
+        Frame{State::kAnnotation, HeadKind::kBuiltin, nullptr, values_.size(), 0, line, column});
+  } else if (keyword && eq(h.text, "_")) {
+    lex_->next();
+    return indexed_constant();
+  } else if (h.kind == TokenKind::kLParen) {
+    lex_->next();
+    open_indexed_application();
+  } else if (h.kind == TokenKind::kSymbol) {
+    open_application();
+  } else {
+    expected("a function symbol, 'let' or '!' after '('");
+  }
+  return nullptr;
+}
+
+// A let's bound term is complete: reads the next binding's name, or the end of the bindings,
+// after which the names are bound and the body follows.
+inline void ScriptReader::Impl::next_binding(Frame& f) {
+  expect_rparen(" closing the binding (NAME TERM)");
+  if (lex_->peek_kind() == TokenKind::kLParen) {
+    lex_->next();
+    Token const nt = lex_->peek();
+    if (nt.kind != TokenKind::kSymbol) {
+      expected("a name to bind");
+    }
+    let_names_.push_back(LetName{&entry(nt.text), nt.line, nt.column});
+    lex_->next();
+    return;
+  }
+  if (lex_->peek_kind() != TokenKind::kRParen) {
+    expected("'(' starting a binding or ')' ending the bindings");
+  }
+  lex_->next();
+  bind_let(f);
+}
+
+// Phase two: hands the complete term `value` to the frame on top, which may complete in turn.
+// Returns true when the term begun at frame depth `base` is complete (in `value`), false when
+// the frames wait for more input.
+inline bool ScriptReader::Impl::finish_term(Term const*& value, std::size_t base, bool assertion) {
+  for (;;) {
+    if (frames_.size() == base) {
+      return true;
+    }
+    Frame& f = frames_.back();
+    switch (f.state) {
+      case State::kApply:
+        values_.push_back(value);
+        if (lex_->peek_kind() != TokenKind::kRParen) {
+          return false;  // the next argument
+        }
+        lex_->next();
+        value = close_application();
+        break;
+      case State::kLetBinding:
+        values_.push_back(value);
+        next_binding(f);
+        return false;  // the next bound term, or the body
+      case State::kLetBody:
+        expect_rparen(" closing the let");
+        undo_lets(f.aux_begin);
+        frames_.pop_back();
+        break;
+      case State::kAnnotation:
+        frames_.pop_back();
+        close_annotation(value, frames_.size() == base, assertion);
+        break;
+    }
+  }
+}
+
 // Parses one term starting at the current token, bottom-up on the frame stack: phase one
 // reads the start of a term and either completes an atom or opens a frame; phase two hands a
 // completed term to the frame on top, which may complete in turn.
 Term const* ScriptReader::Impl::parse_term(bool assertion) {
   std::size_t const base = frames_.size();
   for (;;) {
-    Term const* value = nullptr;
-    Token const t = lex_->peek();
-    if (t.kind == TokenKind::kLParen) {
-      std::uint64_t const line = t.line;
-      std::uint64_t const column = t.column;
-      lex_->next();
-      Token const h = lex_->peek();
-      if (h.kind == TokenKind::kSymbol && !h.quoted && eq(h.text, "let")) {
-        lex_->next();
-        expect_lparen(" starting the let bindings");
-        if (lex_->peek_kind() == TokenKind::kRParen) {
-          expected("a binding (NAME TERM)");
-        }
-        expect_lparen(" starting a binding (NAME TERM)");
-        Token const nt = lex_->peek();
-        if (nt.kind != TokenKind::kSymbol) {
-          expected("a name to bind");
-        }
-        frames_.push_back(Frame{State::kLetBinding, HeadKind::kBuiltin, nullptr, values_.size(),
-                                let_names_.size(), line, column});
-        let_names_.push_back(LetName{&entry(nt.text), nt.line, nt.column});
-        lex_->next();
-        continue;
-      }
-      if (h.kind == TokenKind::kSymbol && !h.quoted && eq(h.text, "!")) {
-        lex_->next();
-        frames_.push_back(Frame{State::kAnnotation, HeadKind::kBuiltin, nullptr, values_.size(), 0,
-                                line, column});
-        continue;
-      }
-      if (h.kind == TokenKind::kSymbol && !h.quoted && eq(h.text, "_")) {
-        lex_->next();
-        value = indexed_constant();
-      } else if (h.kind == TokenKind::kLParen) {
-        lex_->next();
-        open_indexed_application();
-        continue;
-      } else if (h.kind == TokenKind::kSymbol) {
-        open_application();
-        continue;
-      } else {
-        expected("a function symbol, 'let' or '!' after '('");
-      }
-    } else {
-      value = atom(t);
-      lex_->next();
-    }
-
-    // Phase two: value is a complete term.
-    for (;;) {
-      if (frames_.size() == base) {
-        return value;
-      }
-      Frame& f = frames_.back();
-      if (f.state == State::kApply) {
-        values_.push_back(value);
-        if (lex_->peek_kind() != TokenKind::kRParen) {
-          break;  // the next argument
-        }
-        lex_->next();
-        value = close_application();
-        continue;
-      }
-      if (f.state == State::kLetBinding) {
-        values_.push_back(value);
-        expect_rparen(" closing the binding (NAME TERM)");
-        if (lex_->peek_kind() == TokenKind::kLParen) {
-          lex_->next();
-          Token const nt = lex_->peek();
-          if (nt.kind != TokenKind::kSymbol) {
-            expected("a name to bind");
-          }
-          let_names_.push_back(LetName{&entry(nt.text), nt.line, nt.column});
-          lex_->next();
-          break;  // the next bound term
-        }
-        if (lex_->peek_kind() != TokenKind::kRParen) {
-          expected("'(' starting a binding or ')' ending the bindings");
-        }
-        lex_->next();
-        bind_let(f);
-        break;  // the body
-      }
-      if (f.state == State::kLetBody) {
-        expect_rparen(" closing the let");
-        undo_lets(f.aux_begin);
-        frames_.pop_back();
-        continue;
-      }
-      // kAnnotation
-      frames_.pop_back();
-      close_annotation(value, frames_.size() == base, assertion);
+    Term const* value = start_term();
+    if (value != nullptr && finish_term(value, base, assertion)) {
+      return value;
     }
   }
 }

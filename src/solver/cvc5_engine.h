@@ -71,8 +71,6 @@ class Cvc5Session {
   // Reads a lambda's body for a TableBuilder.
   class BodyReader;
   FunctionValue function_value(Symbol const* s, cvc5::Term const& lambda);
-  void collect_symbols(std::vector<Term const*> const& roots,
-                       std::unordered_set<Symbol const*>& out);
 
   TermManager& mgr_;
   cvc5::Solver solver_;

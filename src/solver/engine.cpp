@@ -1,5 +1,7 @@
 #include <tvx/solver/engine.h>
 
+#include <algorithm>
+#include <cassert>
 #include <cstddef>
 
 #include <tvx/core/error.h>
@@ -24,6 +26,8 @@ char const* to_string(CheckResult result) {
 
 Term const* FunctionValue::at(std::vector<Term const*> const& args) const {
   for (Point const& p : points) {
+    assert(std::any_of(p.args.begin(), p.args.end(), [](Term const* a) { return a != nullptr; }) &&
+           "every point fixes at least one argument");
     bool match = p.args.size() == args.size();
     for (std::size_t i = 0; match && i < args.size(); ++i) {
       match = p.args[i] == nullptr || p.args[i] == args[i];

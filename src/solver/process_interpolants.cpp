@@ -1,6 +1,7 @@
 // The process engine's interpolants: a helper solver started with interpolation, in which A is
 // asserted and the interpolant of A and not B is asked, and its answer read back as a formula
 // over the session's symbols. See process_engine.h.
+#include <cassert>
 #include <cstddef>
 #include <string>
 #include <unordered_map>
@@ -22,6 +23,8 @@ Term const* ProcessEngine::interpolant(std::vector<Term const*> const& a,
     throw Unsupported("the engine of solver '" + name_ +
                       "' cannot compute interpolants; the cvc5 engine, and cvc5 over a pipe, can");
   }
+  // The environment answers when a side is empty, and checks the symbols of the answer.
+  assert(!a.empty() && !b.empty());
   // A solver of its own, in which A is asserted: an interpolant I of A and not B has A imply I
   // and I imply not B, so I and B are unsatisfiable together.
   Configuration config = config_;
@@ -31,9 +34,7 @@ Term const* ProcessEngine::interpolant(std::vector<Term const*> const& a,
   for (Term const* f : a) {
     helper.assert_formula(f, false);
   }
-  Term const* conjunction = b.empty()       ? mgr_.make_true()
-                            : b.size() == 1 ? b[0]
-                                            : mgr_.make_builtin(SymbolTag::AND, b);
+  Term const* conjunction = b.size() == 1 ? b[0] : mgr_.make_builtin(SymbolTag::AND, b);
   return helper.interpolant_of(mgr_.make_not(conjunction));
 }
 

@@ -1,19 +1,66 @@
 #include <tvx/solver/solver.h>
 
+#include <algorithm>
+#include <cassert>
 #include <cstdint>
 #include <iostream>
 #include <string>
+#include <unordered_set>
 #include <utility>
 
 #include <tvx/core/error.h>
 
+#include "solver/recording_engine.h"
+#include "solver/solver_tracer.h"
+#include "tracer/null_api_tracer.h"
+
 namespace tvx {
+
+namespace {
+
+std::unique_ptr<Engine> engine_or_recorder(std::unique_ptr<Engine> engine) {
+  return engine != nullptr ? std::move(engine) : std::make_unique<RecordingEngine>();
+}
+
+// Adds the uninterpreted symbols of the terms on `stack` and below them to `symbols`; `stack`
+// is empty on return.
+void collect_symbols(std::vector<Term const*>& stack, std::unordered_set<Term const*>& seen,
+                     std::unordered_set<Symbol const*>& symbols) {
+  seen.clear();
+  while (!stack.empty()) {
+    Term const* t = stack.back();
+    stack.pop_back();
+    if (!seen.insert(t).second) {
+      continue;
+    }
+    if (t->get_symbol()->is_uninterpreted()) {
+      symbols.insert(t->get_symbol());
+    }
+    for (std::size_t i = 0; i < t->get_arity(); ++i) {
+      stack.push_back(t->get_arg(i));
+    }
+  }
+}
+
+// Whether the entries' symbols ascend by id.
+template <class Value>
+bool in_id_order(std::vector<std::pair<Symbol const*, Value>> const& entries) {
+  return std::is_sorted(entries.begin(), entries.end(), [](auto const& a, auto const& b) {
+    return a.first->get_id() < b.first->get_id();
+  });
+}
+
+}  // namespace
 
 // ------------------------------------------------------------------------ construction
 
 Solver::Solver(TermManager& mgr, Configuration& config, std::unique_ptr<Engine> engine)
-    : mgr_(mgr), config_(config), engine_(std::move(engine)) {
+    : mgr_(mgr),
+      config_(config),
+      recorder_(engine == nullptr),
+      engine_(engine_or_recorder(std::move(engine))) {
   if (!config.api_call_trace) {
+    start_tracing(nullptr);
     return;
   }
   std::string const& name = config.api_call_trace_filename;
@@ -30,23 +77,40 @@ Solver::Solver(TermManager& mgr, Configuration& config, std::unique_ptr<Engine> 
     }
     out = &trace_file_;
   }
-  start_tracing(*out, config.api_call_trace_global_decls, config.api_call_trace_dump_config);
+  start_tracing(std::make_unique<SmtLib2ApiTracer>(&config_, &mgr_, *out,
+                                                   config.api_call_trace_global_decls,
+                                                   config.api_call_trace_dump_config));
 }
 
 Solver::Solver(TermManager& mgr, Configuration& config, std::unique_ptr<Engine> engine,
                std::ostream& trace, bool global_decls, bool dump_config)
-    : mgr_(mgr), config_(config), engine_(std::move(engine)) {
-  start_tracing(trace, global_decls, dump_config);
+    : mgr_(mgr),
+      config_(config),
+      recorder_(engine == nullptr),
+      engine_(engine_or_recorder(std::move(engine))) {
+  start_tracing(
+      std::make_unique<SmtLib2ApiTracer>(&config_, &mgr_, trace, global_decls, dump_config));
 }
 
 Solver::Solver(TermManager& mgr, Configuration& config, std::unique_ptr<Engine> engine,
                std::unique_ptr<SmtLib2ApiTracer> tracer)
-    : mgr_(mgr), config_(config), engine_(std::move(engine)), tracer_(std::move(tracer)) {}
+    : mgr_(mgr),
+      config_(config),
+      recorder_(engine == nullptr),
+      engine_(engine_or_recorder(std::move(engine))) {
+  start_tracing(std::move(tracer));
+}
 
 Solver::~Solver() = default;
 
-void Solver::start_tracing(std::ostream& out, bool global_decls, bool dump_config) {
-  tracer_ = std::make_unique<SmtLib2ApiTracer>(&config_, &mgr_, out, global_decls, dump_config);
+// Without a writer the solver reports its calls to a tracer that writes nothing.
+void Solver::start_tracing(std::unique_ptr<SmtLib2ApiTracer> writer) {
+  writer_ = writer.get();
+  if (writer == nullptr) {
+    tracer_ = std::make_unique<NullApiTracer>();
+  } else {
+    tracer_ = std::make_unique<SolverTracer>(mgr_, std::move(writer));
+  }
 }
 
 // ------------------------------------------------------------------------ checks
@@ -103,76 +167,12 @@ void Solver::check_group(int group, char const* call) const {
 
 // Queries are checked against the last check's answer only when an engine gives answers.
 void Solver::check_state(bool ok, char const* call, char const* needed) const {
-  if (engine_ != nullptr && !ok) {
+  if (!recorder_ && !ok) {
     throw Error(std::string(call) + ": " + needed);
   }
 }
 
 // ------------------------------------------------------------------------ declarations
-
-// Per sort, whether an uninterpreted sort sits inside an array sort among its components;
-// only such sorts need reporting, so sessions without them pay nothing for this.
-bool Solver::has_nested_sort(DataType const* type) {
-  std::size_t const id = static_cast<std::size_t>(type->get_id());
-  if (id < nested_.size() && nested_[id] != 0) {
-    return nested_[id] == 2;
-  }
-  bool nested = false;
-  sort_stack_.clear();
-  sort_stack_.push_back(type);
-  while (!sort_stack_.empty() && !nested) {
-    DataType const* t = sort_stack_.back();
-    sort_stack_.pop_back();
-    for (std::size_t i = 0; i < t->get_num_components(); ++i) {
-      DataType const* c = t->get_component(i);
-      nested = nested || (t->is_array() && c->is_uninterpreted());
-      sort_stack_.push_back(c);
-    }
-  }
-  if (nested_.size() <= id) {
-    nested_.resize(id + 1, 0);
-  }
-  nested_[id] = nested ? 2 : 1;
-  return nested;
-}
-
-void Solver::declare_signature_sorts(DataType const* type) {
-  sort_stack_.clear();
-  sort_stack_.push_back(type);
-  while (!sort_stack_.empty()) {
-    DataType const* t = sort_stack_.back();
-    sort_stack_.pop_back();
-    if (t->is_uninterpreted()) {
-      tracer_->trace_type_declaration(t);
-    }
-    for (std::size_t i = t->get_num_components(); i-- > 0;) {
-      sort_stack_.push_back(t->get_component(i));
-    }
-  }
-}
-
-void Solver::declare_nested_sorts(Term const* term) {
-  if (tracer_ == nullptr) {
-    return;
-  }
-  // Look at the symbols made since the last call; only if one of them has a nested sort does
-  // a term need the extra search.
-  for (; symbols_scanned_ < mgr_.num_symbols(); ++symbols_scanned_) {
-    Symbol const* s = mgr_.symbol_at(symbols_scanned_);
-    any_nested_ = any_nested_ || (s->is_uninterpreted() && has_nested_sort(s->get_type()));
-  }
-  if (!any_nested_) {
-    return;
-  }
-  new_symbols_.clear();
-  new_types_.clear();
-  tracer_->find_symbols_and_types_to_declare(term, new_symbols_, new_types_);
-  for (Symbol const* s : new_symbols_) {
-    if (has_nested_sort(s->get_type())) {
-      declare_signature_sorts(s->get_type());
-    }
-  }
-}
 
 DataType const* Solver::declare_sort(std::string const& name) {
   DataType const* sort = mgr_.make_simple_type(name);
@@ -186,12 +186,8 @@ void Solver::declare_sort(DataType const* sort) {
     throw Error("declare_sort: the sort " + sort->to_string() +
                 " is built in; only uninterpreted sorts are declared");
   }
-  if (tracer_ != nullptr) {
-    tracer_->trace_type_declaration(sort);
-  }
-  if (engine_ != nullptr) {
-    engine_->declare_sort(sort);
-  }
+  tracer_->trace_type_declaration(sort);
+  engine_->declare_sort(sort);
 }
 
 Symbol const* Solver::declare_fun(std::string const& name, std::vector<DataType const*> const& args,
@@ -207,40 +203,25 @@ Symbol const* Solver::declare_fun(std::string const& name, std::vector<DataType 
 
 void Solver::declare_fun(Symbol const* symbol) {
   check_symbol(symbol, "declare_fun");
-  if (tracer_ != nullptr) {
-    // The tracer declares a symbol as it is: the sorts of its signature come first.
-    declare_signature_sorts(symbol->get_type());
-    tracer_->trace_symbol_declaration(symbol);
-  }
-  if (engine_ != nullptr) {
-    engine_->declare_fun(symbol);
-  }
+  tracer_->trace_symbol_declaration(symbol);
+  engine_->declare_fun(symbol);
 }
 
 // ------------------------------------------------------------------------ assertions
 
 void Solver::assert_formula(Term const* formula) {
   check_formula(formula, "assert_formula");
-  if (tracer_ != nullptr) {
-    declare_nested_sorts(formula);
-    tracer_->trace_assert_formula(formula);
-  }
+  tracer_->trace_assert_formula(formula);
   forget_answers();
-  if (engine_ != nullptr) {
-    engine_->assert_formula(formula, config_.unsat_core_generation);
-  }
+  engine_->assert_formula(formula, config_.unsat_core_generation);
   assertions_.push_back(Assertion{formula, group_});
 }
 
 void Solver::push(std::size_t levels) {
   for (std::size_t i = 0; i < levels; ++i) {
-    if (tracer_ != nullptr) {
-      tracer_->trace_push_backtrack_point();
-    }
+    tracer_->trace_push_backtrack_point();
     forget_answers();
-    if (engine_ != nullptr) {
-      engine_->push();
-    }
+    engine_->push();
     scopes_.push_back(assertions_.size());
   }
 }
@@ -251,37 +232,30 @@ void Solver::pop(std::size_t levels) {
                 std::to_string(scopes_.size()) + " are open");
   }
   for (std::size_t i = 0; i < levels; ++i) {
-    if (tracer_ != nullptr) {
-      tracer_->trace_pop_backtrack_point();
-    }
+    tracer_->trace_pop_backtrack_point();
     forget_answers();
-    if (engine_ != nullptr) {
-      engine_->pop();
-    }
+    assert(!scopes_.empty() && "an engine pops only open scopes");
+    engine_->pop();
+    // A scope remembers how many assertions were there when it opened; none is removed since.
+    assert(scopes_.back() <= assertions_.size());
     assertions_.resize(scopes_.back());
     scopes_.pop_back();
   }
 }
 
 void Solver::reset_assertions() {
-  if (tracer_ != nullptr) {
-    tracer_->trace_reset_assertions();
-  }
+  tracer_->trace_reset_assertions();
   forget_answers();
   group_ = -1;
   assertions_.clear();
   scopes_.clear();
-  if (engine_ != nullptr) {
-    engine_->reset_assertions();
-  }
+  engine_->reset_assertions();
 }
 
 // ------------------------------------------------------------------------ checks
 
 CheckResult Solver::check() {
-  if (tracer_ != nullptr) {
-    tracer_->trace_check();
-  }
+  tracer_->trace_check();
   return run_check({});
 }
 
@@ -289,22 +263,13 @@ CheckResult Solver::check_with_assumptions(std::vector<TheoryLit> const& assumpt
   for (TheoryLit const& lit : assumptions) {
     check_formula(lit.get_term(), "check_with_assumptions");
   }
-  if (tracer_ != nullptr) {
-    for (TheoryLit const& lit : assumptions) {
-      declare_nested_sorts(lit.get_term());
-    }
-    tracer_->trace_check_with_assumptions(assumptions);
-  }
+  tracer_->trace_check_with_assumptions(assumptions);
   return run_check(assumptions);
 }
 
 CheckResult Solver::run_check(std::vector<TheoryLit> const& assumptions) {
   forget_answers();
   reason_unknown_.clear();
-  if (engine_ == nullptr) {
-    reason_unknown_ = "no engine";
-    return CheckResult::Unknown;
-  }
   CheckResult const result = engine_->check(assumptions);
   if (result == CheckResult::Unknown) {
     reason_unknown_ = engine_->reason_unknown();
@@ -321,19 +286,10 @@ std::vector<std::vector<TheoryLit>> Solver::check_allsat(std::vector<Term const*
   }
   check_state(config_.model_generation, "check_allsat",
               "needs model_generation, to read each model's truth values");
-  if (tracer_ != nullptr) {
-    for (Term const* t : terms) {
-      declare_nested_sorts(t);
-    }
-    tracer_->trace_check_allsat(terms);
-  }
+  tracer_->trace_check_allsat(terms);
   forget_answers();
   reason_unknown_.clear();
   std::vector<std::vector<TheoryLit>> cubes;
-  if (engine_ == nullptr) {
-    reason_unknown_ = "no engine";
-    return cubes;
-  }
   engine_->push();
   try {
     std::vector<Term const*> blocking;
@@ -356,7 +312,7 @@ std::vector<std::vector<TheoryLit>> Solver::check_allsat(std::vector<Term const*
       // The next model must differ on some term; with no terms, one model is all there is.
       Term const* clause = blocking.empty()       ? mgr_.make_false()
                            : blocking.size() == 1 ? blocking[0]
-                                                  : mgr_.make_builtin("or", blocking);
+                                                  : mgr_.make_builtin(SymbolTag::OR, blocking);
       engine_->assert_formula(clause, false);
     }
   } catch (...) {
@@ -373,17 +329,13 @@ int Solver::new_interpolation_group() {
   if (num_groups_ == INT32_MAX) {
     throw Error("new_interpolation_group: no more groups can be made");
   }
-  if (tracer_ != nullptr) {
-    tracer_->trace_new_interpolation_group();
-  }
+  tracer_->trace_new_interpolation_group();
   return num_groups_++;
 }
 
 void Solver::set_interpolation_group(int group) {
   check_group(group, "set_interpolation_group");
-  if (tracer_ != nullptr) {
-    tracer_->trace_set_interpolation_group(group);
-  }
+  tracer_->trace_set_interpolation_group(group);
   group_ = group;
 }
 
@@ -393,10 +345,8 @@ Term const* Solver::get_interpolant(std::vector<int> const& groups) {
   }
   check_state(state_ == State::kUnsat, "get_interpolant",
               "needs an unsatisfiable check, with no assertion or scope change since");
-  if (tracer_ != nullptr) {
-    tracer_->trace_get_interpolant(groups);
-  }
-  if (engine_ == nullptr) {
+  tracer_->trace_get_interpolant(groups);
+  if (recorder_) {
     return nullptr;
   }
   std::vector<Term const*> a;
@@ -408,7 +358,46 @@ Term const* Solver::get_interpolant(std::vector<int> const& groups) {
     }
     (in_a ? a : b).push_back(as.formula);
   }
-  return engine_->interpolant(a, b);
+  // With one side empty the other is unsatisfiable alone, and a constant interpolates.
+  if (a.empty()) {
+    return mgr_.make_true();
+  }
+  if (b.empty()) {
+    return mgr_.make_false();
+  }
+  Term const* interpolant = engine_->interpolant(a, b);
+  check_interpolant(interpolant, a, b);
+  return interpolant;
+}
+
+void Solver::check_interpolant(Term const* interpolant, std::vector<Term const*> const& a,
+                               std::vector<Term const*> const& b) {
+  std::string const where = engine_->name() + ": get_interpolant: ";
+  if (interpolant == nullptr || !mgr_.owns(interpolant) || !interpolant->get_type()->is_bool()) {
+    throw EngineError(where + "the engine's answer is not a formula of this session");
+  }
+  std::unordered_set<Term const*> seen;
+  std::unordered_set<Symbol const*> in_a;
+  std::unordered_set<Symbol const*> in_b;
+  std::unordered_set<Symbol const*> in_i;
+  term_stack_.assign(a.begin(), a.end());
+  collect_symbols(term_stack_, seen, in_a);
+  term_stack_.assign(b.begin(), b.end());
+  collect_symbols(term_stack_, seen, in_b);
+  term_stack_.assign(1, interpolant);
+  collect_symbols(term_stack_, seen, in_i);
+  // Report the first offending symbol by id, so that the message does not vary between runs.
+  Symbol const* unshared = nullptr;
+  for (Symbol const* s : in_i) {
+    if ((in_a.count(s) == 0 || in_b.count(s) == 0) &&
+        (unshared == nullptr || s->get_id() < unshared->get_id())) {
+      unshared = s;
+    }
+  }
+  if (unshared != nullptr) {
+    throw EngineError(where + "the interpolant uses '" + unshared->get_name() + "', which " +
+                      (in_a.count(unshared) == 0 ? "A" : "B") + " does not use");
+  }
 }
 
 // ------------------------------------------------------------------------ queries
@@ -418,29 +407,26 @@ std::vector<Term const*> Solver::get_unsat_core() {
               "needs unsat_core_generation, set before the assertions");
   check_state(state_ == State::kUnsat, "get_unsat_core",
               "needs an unsatisfiable check, with no assertion or scope change since");
-  if (tracer_ != nullptr) {
-    tracer_->trace_get_unsat_core();
-  }
-  return engine_ == nullptr ? std::vector<Term const*>{} : engine_->unsat_core();
+  tracer_->trace_get_unsat_core();
+  return engine_->unsat_core();
 }
 
 std::vector<TheoryLit> Solver::get_unsat_assumptions() {
   check_state(state_ == State::kUnsat, "get_unsat_assumptions",
               "needs an unsatisfiable check, with no assertion or scope change since");
-  if (tracer_ != nullptr) {
-    tracer_->trace_get_unsat_assumptions();
-  }
-  return engine_ == nullptr ? std::vector<TheoryLit>{} : engine_->unsat_assumptions();
+  tracer_->trace_get_unsat_assumptions();
+  return engine_->unsat_assumptions();
 }
 
 Model Solver::get_model() {
   check_state(config_.model_generation, "get_model", "needs model_generation");
   check_state(state_ == State::kSat || state_ == State::kUnknown, "get_model",
               "needs a satisfiable (or unknown) check, with no assertion or scope change since");
-  if (tracer_ != nullptr) {
-    tracer_->trace_get_model();
-  }
-  return engine_ == nullptr ? Model{} : engine_->model();
+  tracer_->trace_get_model();
+  Model model = engine_->model();
+  assert(in_id_order(model.constants) && in_id_order(model.functions) &&
+         "a model lists its symbols in id order");
+  return model;
 }
 
 Term const* Solver::get_model_value(Term const* term) {
@@ -448,14 +434,8 @@ Term const* Solver::get_model_value(Term const* term) {
   check_state(config_.model_generation, "get_model_value", "needs model_generation");
   check_state(state_ == State::kSat || state_ == State::kUnknown, "get_model_value",
               "needs a satisfiable (or unknown) check, with no assertion or scope change since");
-  if (tracer_ != nullptr) {
-    // The traced query declares nothing itself: declare what the term needs first, so the
-    // trace replays even for a term whose symbols no assertion used.
-    declare_nested_sorts(term);
-    tracer_->do_print_new_declarations(term);
-    tracer_->trace_get_model_value(term);
-  }
-  return engine_ == nullptr ? nullptr : engine_->value(term);
+  tracer_->trace_get_model_value(term);
+  return engine_->value(term);
 }
 
 }  // namespace tvx

@@ -4,6 +4,7 @@
 #include <tvx/tracer/smtlib2_api_tracer.h>
 
 #include <algorithm>
+#include <cassert>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -84,6 +85,7 @@ void SmtLib2ApiTracer::grow_marks(std::size_t top) {
   if (2 * top + 1 >= visit_marks_.size()) {
     visit_marks_.resize(std::max(2 * visit_marks_.size(), 2 * top + 2), false);
   }
+  assert(visit_marks_.size() >= 2 * top + 2 && "two mark bits per id up to the root's");
   if (global_decls_ && top >= declared_closure_.size()) {
     declared_closure_.resize(std::max(2 * declared_closure_.size(), top + 1), false);
   }
@@ -106,138 +108,178 @@ void SmtLib2ApiTracer::find_symbols_and_types_to_declare(
   symbols.insert(found_symbols_.begin(), found_symbols_.end());
 }
 
+// Whether the walk can leave the term with id n alone: in global-declarations mode nothing
+// declared is ever forgotten, so a term whose whole DAG was found declared (its closure bit)
+// stays so, and, unless definitions are wanted and it has none, holds nothing to find.
+inline bool SmtLib2ApiTracer::can_skip(std::size_t n, bool define) const {
+  return global_decls_ && declared_closure_[n] && (!define || defined_terms_[n]);
+}
+
+// Examines the term t with id n: its symbol when uninterpreted and undeclared, its sort when
+// simple and undeclared. A closed term (global mode) is walked for its definition only. Most
+// terms share their sort with the term examined before, so the record of declared sorts is
+// looked up once per run of one sort (last_sort, last_sort_undeclared).
+inline void SmtLib2ApiTracer::examine(Term const* t, std::size_t n,
+                                      std::vector<Symbol const*>& symbols,
+                                      std::set<DataType const*, TermPrinter::sym_ty_lt>& types,
+                                      DataType const*& last_sort, bool& last_sort_undeclared) {
+  if (global_decls_ && declared_closure_[n]) {
+    return;
+  }
+  Symbol const* s = t->get_symbol();
+  DataType const* ty = s->get_output_type();
+  bool own_declared = true;
+  if (!mgr_->is_interpreted(s) && !is_symbol_declared(s)) {
+    symbols.push_back(s);
+    own_declared = false;
+  }
+  if (ty->is_simple()) {
+    // The declarable sorts are the user's uninterpreted ones.
+    if (ty != last_sort) {
+      last_sort = ty;
+      last_sort_undeclared =
+          ty->is_uninterpreted() && declared_types_.find(ty) == declared_types_.end();
+    }
+    if (last_sort_undeclared) {
+      types.insert(ty);
+      own_declared = false;
+    }
+  }
+  // From here on the closure bit holds "its own symbol and sort need nothing"; it becomes
+  // final when the term is done.
+  if (global_decls_) {
+    declared_closure_[n] = own_declared;
+  }
+}
+
+// Marks the term t with id n done: its closure bit becomes final (closed when all its
+// arguments are), and with define set it is listed for a definition unless it has one.
+inline void SmtLib2ApiTracer::finish_term(Term const* t, std::size_t n, bool define) {
+  visit_marks_[2 * n] = true;
+  if (global_decls_ && declared_closure_[n]) {
+    Term const* const* args = t->args();
+    for (std::size_t i = 0, arity = t->get_arity(); i < arity; ++i) {
+      if (!declared_closure_[static_cast<std::size_t>(args[i]->get_id())]) {
+        declared_closure_[n] = false;
+        break;
+      }
+    }
+  }
+  if (define && !defined_terms_[n]) {
+    // The defined terms are closed under arguments: a term's arguments are done, and so
+    // defined, before the term.
+    assert(std::all_of(t->args(), t->args() + t->get_arity(), [&](Term const* a) {
+      return defined_terms_[static_cast<std::size_t>(a->get_id())];
+    }));
+    definitions_.push_back({static_cast<std::uint64_t>(n), t});
+    defined_terms_[n] = true;
+  }
+}
+
+// Sizes the per-id vectors for term and puts it alone on the work stack; false when the walk
+// can leave the whole term alone.
+bool SmtLib2ApiTracer::start_search(Term const* term, bool define) {
+  std::size_t const top = static_cast<std::size_t>(term->get_id());
+  grow_marks(top);
+  if (define && top >= defined_terms_.size()) {
+    defined_terms_.resize(std::max(2 * defined_terms_.size(), top + 1), false);
+  }
+  if (can_skip(top, define)) {
+    return false;
+  }
+  search_stack_.clear();
+  search_visited_.clear();
+  search_stack_.push_back(term);
+  return true;
+}
+
+// The walk itself: each term is examined at its first sight and done when its arguments are.
+void SmtLib2ApiTracer::walk(std::vector<Symbol const*>& symbols,
+                            std::set<DataType const*, TermPrinter::sym_ty_lt>& types, bool define) {
+  std::vector<Term const*>& stack = search_stack_;
+  std::vector<bool>& marks = visit_marks_;
+  DataType const* last_sort = nullptr;
+  bool last_sort_undeclared = false;
+  while (!stack.empty()) {
+    Term const* t = stack.back();
+    std::size_t const n = static_cast<std::size_t>(t->get_id());
+    if (marks[2 * n]) {
+      stack.pop_back();
+      continue;
+    }
+    if (marks[2 * n + 1]) {
+      stack.pop_back();
+      finish_term(t, n, define);
+      continue;
+    }
+    if (can_skip(n, define)) {
+      stack.pop_back();
+      continue;
+    }
+    // Listed before it is marked, so that a failure in between leaves no mark uncleared.
+    search_visited_.push_back(t);
+    examine(t, n, symbols, types, last_sort, last_sort_undeclared);
+    marks[2 * n + 1] = true;
+    bool pushed = false;
+    Term const* const* args = t->args();
+    for (std::size_t i = 0, arity = t->get_arity(); i < arity; ++i) {
+      std::size_t const m = static_cast<std::size_t>(args[i]->get_id());
+      // Arguments are made before the terms that use them.
+      assert(m < n && "an argument's id is smaller than its parent's");
+      if (!marks[2 * m] && !can_skip(m, define)) {
+        stack.push_back(args[i]);
+        pushed = true;
+      }
+    }
+    if (!pushed) {
+      // The term is still on top: nothing was pushed above it.
+      stack.pop_back();
+      finish_term(t, n, define);
+    }
+  }
+}
+
+// After a failure inside the walk: a closure bit of a term left unfinished is not final and is
+// dropped, the marks are cleared, and the definitions listed are forgotten.
+void SmtLib2ApiTracer::abandon_search(bool define) {
+  if (global_decls_) {
+    for (Term const* t : search_visited_) {
+      std::size_t const n = static_cast<std::size_t>(t->get_id());
+      if (!visit_marks_[2 * n]) {
+        declared_closure_[n] = false;
+      }
+    }
+  }
+  clear_marks();
+  if (define) {
+    forget_definitions(0);
+  }
+}
+
+// Bit 2n of visit_marks_ is the done mark of the term with id n, bit 2n+1 its entered mark.
+//
+// In global-declarations mode a term whose whole DAG was found declared has its closure bit
+// set when it is done, and later searches skip it. They would find nothing in it; skipping
+// keeps a session that asserts ever larger formulas over old subterms linear instead of
+// quadratic.
+//
+// With define set (global mode only), the same walk also lists in definitions_, and marks
+// defined, every term without a definition: it then skips only the terms that are both closed
+// and defined. Closed terms are walked for their definitions but not examined, and defined
+// ones are examined but not listed, so the lists are those of the two separate walks.
 void SmtLib2ApiTracer::search(Term const* term, std::vector<Symbol const*>& symbols,
                               std::set<DataType const*, TermPrinter::sym_ty_lt>& types,
                               bool define) {
+  assert((global_decls_ || !define) && "definitions are made in global-declarations mode only");
   symbols.clear();
   types.clear();
-  // Bit 2n is the done mark of the term with id n, bit 2n+1 its entered mark.
-  //
-  // In global-declarations mode nothing declared is ever forgotten, so a term whose whole DAG
-  // was found declared stays so: its closure bit is set when it is done, and later searches
-  // skip it. They would find nothing in it; skipping keeps a session that asserts ever larger
-  // formulas over old subterms linear instead of quadratic.
-  //
-  // With define set (global mode only), the same walk also lists in definitions_, and marks
-  // defined, every term without a definition: it then skips only the terms that are both
-  // closed and defined. Closed terms are walked for their definitions but not examined, and
-  // defined ones are examined but not listed, so the lists are those of the two separate walks.
-  std::size_t const top = static_cast<std::size_t>(term->get_id());
-  grow_marks(top);
-  std::vector<bool>& defined = defined_terms_;
-  if (define && top >= defined.size()) {
-    defined.resize(std::max(2 * defined.size(), top + 1), false);
-  }
-  // Whether the walk can leave the term with id n alone.
-  auto skip = [&](std::size_t n) {
-    return global_decls_ && declared_closure_[n] && (!define || defined[n]);
-  };
-  if (skip(top)) {
+  if (!start_search(term, define)) {
     return;
   }
-  std::vector<Term const*>& stack = search_stack_;
-  std::vector<Term const*>& visited = search_visited_;
-  std::vector<bool>& marks = visit_marks_;
-  std::vector<bool>& closure = declared_closure_;
-  bool const global = global_decls_;
-  stack.clear();
-  visited.clear();
-  stack.push_back(term);
-  // A term's closure bit holds "its own symbol and sort need nothing" from its examination on,
-  // and becomes final when the term is done.
-  auto finish = [&](Term const* t, std::size_t n) {
-    marks[2 * n] = true;
-    if (global && closure[n]) {
-      Term const* const* args = t->args();
-      for (std::size_t i = 0, arity = t->get_arity(); i < arity; ++i) {
-        if (!closure[static_cast<std::size_t>(args[i]->get_id())]) {
-          closure[n] = false;
-          break;
-        }
-      }
-    }
-    if (define && !defined[n]) {
-      definitions_.push_back({static_cast<std::uint64_t>(n), t});
-      defined[n] = true;
-    }
-  };
-  DataType const* last_sort = nullptr;
-  bool last_sort_undeclared = false;
   try {
-    while (!stack.empty()) {
-      Term const* t = stack.back();
-      std::size_t const n = static_cast<std::size_t>(t->get_id());
-      if (marks[2 * n]) {
-        stack.pop_back();
-        continue;
-      }
-      if (marks[2 * n + 1]) {
-        stack.pop_back();
-        finish(t, n);
-        continue;
-      }
-      if (skip(n)) {
-        stack.pop_back();
-        continue;
-      }
-      // Listed before it is marked, so that a failure in between leaves no mark uncleared.
-      visited.push_back(t);
-      bool const examine = !(global && closure[n]);
-      Symbol const* s = t->get_symbol();
-      DataType const* ty = s->get_output_type();
-      bool own_declared = true;
-      if (!examine) {
-        // Closed: only its definition is wanted.
-      } else if (!mgr_->is_interpreted(s) && !is_symbol_declared(s)) {
-        symbols.push_back(s);
-        own_declared = false;
-      }
-      if (examine && ty->is_simple()) {
-        // The declarable sorts are the user's uninterpreted ones. Most terms share their sort
-        // with the term examined before: look the record up once per run of one sort.
-        if (ty != last_sort) {
-          last_sort = ty;
-          last_sort_undeclared =
-              ty->is_uninterpreted() && declared_types_.find(ty) == declared_types_.end();
-        }
-        if (last_sort_undeclared) {
-          types.insert(ty);
-          own_declared = false;
-        }
-      }
-      if (global) {
-        closure[n] = own_declared;
-      }
-      marks[2 * n + 1] = true;
-      bool pushed = false;
-      Term const* const* args = t->args();
-      for (std::size_t i = 0, arity = t->get_arity(); i < arity; ++i) {
-        std::size_t const m = static_cast<std::size_t>(args[i]->get_id());
-        if (!marks[2 * m] && !skip(m)) {
-          stack.push_back(args[i]);
-          pushed = true;
-        }
-      }
-      if (!pushed) {
-        // The term is still on top: nothing was pushed above it.
-        stack.pop_back();
-        finish(t, n);
-      }
-    }
+    walk(symbols, types, define);
   } catch (...) {
-    // A closure bit of a term left unfinished is not final: drop it.
-    if (global) {
-      for (Term const* t : visited) {
-        std::size_t const n = static_cast<std::size_t>(t->get_id());
-        if (!marks[2 * n]) {
-          closure[n] = false;
-        }
-      }
-    }
-    clear_marks();
-    if (define) {
-      forget_definitions(0);
-    }
+    abandon_search(define);
     throw;
   }
   clear_marks();
@@ -248,12 +290,17 @@ void SmtLib2ApiTracer::search(Term const* term, std::vector<Symbol const*>& symb
   }
 }
 
+// Every mark is clear between searches: only the visited terms were marked.
 void SmtLib2ApiTracer::clear_marks() {
   for (Term const* t : search_visited_) {
     std::size_t const n = static_cast<std::size_t>(t->get_id());
     visit_marks_[2 * n] = false;
     visit_marks_[2 * n + 1] = false;
   }
+  assert(std::all_of(search_stack_.begin(), search_stack_.end(), [&](Term const* t) {
+    std::size_t const n = static_cast<std::size_t>(t->get_id());
+    return !visit_marks_[2 * n] && !visit_marks_[2 * n + 1];
+  }));
 }
 
 }  // namespace tvx

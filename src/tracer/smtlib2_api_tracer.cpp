@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <bitset>
+#include <cassert>
 #include <charconv>
 #include <cstdint>
 #include <ctime>
@@ -404,6 +405,8 @@ void SmtLib2ApiTracer::trace_assert_formula(Term const* t) {
 void SmtLib2ApiTracer::trace_push_backtrack_point() {
   out_ << "(push 1)\n";
   out_.flush();
+  assert((!global_decls_ || (symbol_decl_stack_.empty() && type_decl_stack_.empty())) &&
+         "global-declarations mode records no scopes");
   if (!global_decls_) {
     // Room for both markers first, so that the stacks never differ in their marker counts.
     reserve_one(type_decl_stack_);
@@ -417,15 +420,19 @@ void SmtLib2ApiTracer::trace_pop_backtrack_point() {
   out_ << "(pop 1)\n";
   out_.flush();
   if (global_decls_) {
+    assert(symbol_decl_stack_.empty() && type_decl_stack_.empty() &&
+           "global-declarations mode records no scopes");
     return;
   }
-  // A pop without an open push stops at the empty stack.
+  // A pop without an open push stops at the empty stack. Every entry above the scope marker
+  // is a declaration still in the record.
   while (!symbol_decl_stack_.empty()) {
     Symbol const* s = symbol_decl_stack_.back();
     symbol_decl_stack_.pop_back();
     if (s == nullptr) {
       break;
     }
+    assert(is_symbol_declared(s) && "a symbol on the stack is declared");
     forget_symbol(s);
   }
   while (!type_decl_stack_.empty()) {
@@ -434,7 +441,8 @@ void SmtLib2ApiTracer::trace_pop_backtrack_point() {
     if (ty == nullptr) {
       break;
     }
-    declared_types_.erase(ty);
+    [[maybe_unused]] std::size_t const erased = declared_types_.erase(ty);
+    assert(erased == 1 && "a sort on the stack is declared");
   }
 }
 

@@ -152,11 +152,13 @@ TEST_P(SolverTest, MisuseIsRefusedBeforeTracingAndTheSessionGoesOn) {
   s.assert_formula(op("<", {x_, num("5")}));
   EXPECT_THROW(s.get_model_value(x_), Error);
   EXPECT_THROW(s.get_unsat_core(), Error) << "after sat";
-  // An engine without interpolation refuses after tracing the query.
+  // With no group, A is empty and the answer is true: the engine, which has no interpolation,
+  // is not asked.
   s.assert_formula(op("<", {x_, num("0")}));
   EXPECT_EQ(s.check(), CheckResult::Unsat);
-  EXPECT_THAT([&] { s.get_interpolant({}); },
-              ::testing::ThrowsMessage<Unsupported>(HasSubstr("cvc5 engine can")));
+  std::size_t const calls = log_.size();
+  EXPECT_EQ(s.get_interpolant({}), mgr_.make_true());
+  EXPECT_EQ(log_.size(), calls);
   EXPECT_THAT(trace_.str(), ::testing::EndsWith("(get-interpolant ())\n"));
   // The session goes on, and the trace replays in z3 (which has no interpolation command)
   // with the same answers.
@@ -261,6 +263,123 @@ TEST_P(SolverTest, OperatorsBuiltFromSeveralPiecesMeanWhatTheySay) {
 INSTANTIATE_TEST_SUITE_P(Modes, SolverTest, ::testing::Bool(),
                          [](auto const& info) { return info.param ? "Global" : "Scoped"; });
 
+// An engine whose every check is unsatisfiable and whose interpolant is whatever the test
+// sets, so that the environment's own checks of the answer are seen.
+class FixedInterpolantEngine : public Engine {
+ public:
+  explicit FixedInterpolantEngine(Term const*& answer, int& asked)
+      : answer_(answer), asked_(asked) {}
+  std::string const& name() const override { return name_; }
+  void declare_sort(DataType const*) override {}
+  void declare_fun(Symbol const*) override {}
+  void assert_formula(Term const*, bool) override {}
+  void push() override {}
+  void pop() override {}
+  void reset_assertions() override {}
+  CheckResult check(std::vector<TheoryLit> const&) override { return CheckResult::Unsat; }
+  std::string reason_unknown() override { return ""; }
+  std::vector<Term const*> unsat_core() override { return {}; }
+  std::vector<TheoryLit> unsat_assumptions() override { return {}; }
+  Term const* value(Term const*) override { return nullptr; }
+  Model model() override { return {}; }
+  Term const* interpolant(std::vector<Term const*> const&,
+                          std::vector<Term const*> const&) override {
+    ++asked_;
+    return answer_;
+  }
+
+ private:
+  std::string const name_ = "fixed-itp";
+  Term const*& answer_;
+  int& asked_;
+};
+
+// The environment answers when a side is empty and refuses an engine's interpolant that is
+// not a formula over the symbols A and B share, whatever the engine.
+class SolverInterpolantTest : public ::testing::Test {
+ protected:
+  SolverInterpolantTest()
+      : solver_(mgr_, config_, std::make_unique<FixedInterpolantEngine>(answer_, asked_)) {
+    DataType const* I = mgr_.get_integer_type();
+    a_only_ = mgr_.make_constant(mgr_.make_symbol("a_only", I));
+    shared_ = mgr_.make_constant(mgr_.make_symbol("shared", I));
+    b_only_ = mgr_.make_constant(mgr_.make_symbol("b_only", I));
+    zero_ = mgr_.make_number("0", I);
+    ga_ = solver_.new_interpolation_group();
+    gb_ = solver_.new_interpolation_group();
+  }
+  // A: a_only = shared, a_only > 0 in group ga_; B: shared = b_only, b_only < 0 in group gb_.
+  void assert_both_sides() {
+    solver_.set_interpolation_group(ga_);
+    solver_.assert_formula(mgr_.make_equal(a_only_, shared_));
+    solver_.assert_formula(mgr_.make_builtin(">", {a_only_, zero_}));
+    solver_.set_interpolation_group(gb_);
+    solver_.assert_formula(mgr_.make_equal(shared_, b_only_));
+    solver_.assert_formula(mgr_.make_builtin("<", {b_only_, zero_}));
+  }
+
+  TermManager mgr_;
+  Configuration config_;
+  Term const* answer_ = nullptr;
+  int asked_ = 0;
+  Solver solver_;
+  Term const* a_only_;
+  Term const* shared_;
+  Term const* b_only_;
+  Term const* zero_;
+  int ga_;
+  int gb_;
+};
+
+TEST_F(SolverInterpolantTest, AnEmptySideIsAnsweredWithoutTheEngine) {
+  solver_.set_interpolation_group(ga_);
+  solver_.assert_formula(mgr_.make_builtin("<", {a_only_, zero_}));
+  solver_.assert_formula(mgr_.make_builtin(">", {a_only_, zero_}));
+  ASSERT_EQ(solver_.check(), CheckResult::Unsat);
+  EXPECT_EQ(solver_.get_interpolant({gb_}), mgr_.make_true()) << "A (group gb) is empty";
+  EXPECT_EQ(solver_.get_interpolant({ga_}), mgr_.make_false()) << "B is empty";
+  EXPECT_EQ(solver_.get_interpolant({ga_, gb_}), mgr_.make_false()) << "B is empty";
+  EXPECT_EQ(asked_, 0);
+}
+
+TEST_F(SolverInterpolantTest, AnAnswerOverUnsharedSymbolsIsRefused) {
+  assert_both_sides();
+  ASSERT_EQ(solver_.check(), CheckResult::Unsat);
+  struct Case {
+    char const* name;
+    Term const* answer;
+    char const* message;  // empty: accepted
+  };
+  std::vector<Case> const cases = {
+      {"shared symbol only", mgr_.make_builtin(">", {shared_, zero_}), ""},
+      {"no symbol at all", mgr_.make_true(), ""},
+      {"a symbol of A alone", mgr_.make_builtin(">", {a_only_, zero_}),
+       "fixed-itp: get_interpolant: the interpolant uses 'a_only', which B does not use"},
+      {"a symbol of B alone, below a shared one",
+       mgr_.make_and(mgr_.make_builtin(">", {shared_, zero_}),
+                     mgr_.make_builtin(">", {b_only_, zero_})),
+       "fixed-itp: get_interpolant: the interpolant uses 'b_only', which A does not use"},
+      {"a symbol of neither side",
+       mgr_.make_constant(mgr_.make_symbol("elsewhere", mgr_.get_bool_type())),
+       "'elsewhere', which A does not use"},
+      {"no answer", nullptr, "fixed-itp: get_interpolant: the engine's answer is not a formula"},
+      {"not a formula", shared_,
+       "fixed-itp: get_interpolant: the engine's answer is not a formula"},
+  };
+  for (Case const& c : cases) {
+    answer_ = c.answer;
+    int const asked = asked_;
+    if (*c.message == '\0') {
+      EXPECT_EQ(solver_.get_interpolant({ga_}), c.answer) << c.name;
+    } else {
+      EXPECT_THAT([&] { solver_.get_interpolant({ga_}); },
+                  ::testing::ThrowsMessage<EngineError>(HasSubstr(c.message)))
+          << c.name;
+    }
+    EXPECT_EQ(asked_, asked + 1) << c.name << ": the engine was asked once";
+  }
+}
+
 TEST(SolverConfigTest, TracingIsSwitchedByTheConfiguration) {
   TermManager mgr;
   Configuration config;
@@ -285,8 +404,18 @@ TEST(SolverConfigTest, TracingIsSwitchedByTheConfiguration) {
   EXPECT_THAT(text.str(), ::testing::EndsWith("(assert .1)\n(check-sat)\n(define-fun .2 () Bool "
                                               "true)\n(get-value (.2))\n"));
   config.api_call_trace = false;
+  // A recorder that does not trace: no state is enforced and every query answers nothing,
+  // an interpolant with an empty side included.
   Solver quiet(mgr, config, nullptr);
   EXPECT_EQ(quiet.tracer(), nullptr);
+  EXPECT_EQ(quiet.engine(), nullptr);
+  Term const* q = mgr.make_constant(mgr.make_symbol("q", mgr.get_bool_type()));
+  quiet.assert_formula(q);
+  EXPECT_TRUE(quiet.get_unsat_core().empty());
+  EXPECT_EQ(quiet.get_interpolant({}), nullptr);
+  EXPECT_TRUE(quiet.check_allsat({q}).empty());
+  EXPECT_EQ(quiet.reason_unknown(), "no engine");
+  EXPECT_TRUE(quiet.get_model().constants.empty());
 }
 
 // The trace is written before the engine sees the call: a crash in the engine leaves the

@@ -84,8 +84,10 @@ class Engine {
   virtual Model model() = 0;
 
   // After an unsatisfiable check: an interpolant of the formulas `a` and `b` (whose
-  // conjunction is unsatisfiable), over the symbols they share. Engines without interpolation
-  // throw Unsupported naming an engine that has it.
+  // conjunction is unsatisfiable), over the uninterpreted symbols they share. Neither list is
+  // empty (the environment answers those cases itself), and the environment refuses an answer
+  // that uses a symbol the two do not share. Engines without interpolation throw Unsupported
+  // naming an engine that has it.
   virtual Term const* interpolant(std::vector<Term const*> const& a,
                                   std::vector<Term const*> const& b) = 0;
 };

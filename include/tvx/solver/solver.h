@@ -7,17 +7,14 @@
 #define TVX_SOLVER_SOLVER_H
 
 #include <cstddef>
-#include <cstdint>
 #include <fstream>
 #include <memory>
 #include <ostream>
-#include <set>
 #include <string>
 #include <vector>
 
 #include <tvx/core/configuration.h>
 #include <tvx/core/term_manager.h>
-#include <tvx/core/term_printer.h>
 #include <tvx/solver/engine.h>
 #include <tvx/tracer/api_tracer.h>
 #include <tvx/tracer/smtlib2_api_tracer.h>
@@ -49,8 +46,8 @@ class Solver {
   // the engine read its own when it was made.
   Configuration& configuration() { return config_; }
   Configuration const& configuration() const { return config_; }
-  Engine* engine() { return engine_.get(); }     // null for a recorder
-  ApiTracer* tracer() { return tracer_.get(); }  // null when not tracing
+  Engine* engine() { return recorder_ ? nullptr : engine_.get(); }  // null for a recorder
+  ApiTracer* tracer() { return writer_; }                           // null when not tracing
 
   // --- declarations ---
   // Makes a new uninterpreted sort and declares it.
@@ -89,8 +86,10 @@ class Solver {
   int new_interpolation_group();
   int num_interpolation_groups() const { return num_groups_; }
   void set_interpolation_group(int group);
-  // After an unsatisfiable check: an interpolant between the assertions of `groups` and the
-  // other assertions.
+  // After an unsatisfiable check: an interpolant between the assertions of `groups` (A) and the
+  // other assertions (B), over the uninterpreted symbols they share: true when A is empty,
+  // false when B is, and otherwise the engine's, which must use only shared symbols
+  // (EngineError otherwise).
   Term const* get_interpolant(std::vector<int> const& groups);
 
   // --- queries ---
@@ -111,7 +110,8 @@ class Solver {
     int group;
   };
 
-  void start_tracing(std::ostream& out, bool global_decls, bool dump_config);
+  // Traces through `writer`; not at all when it is null.
+  void start_tracing(std::unique_ptr<SmtLib2ApiTracer> writer);
   void check_sort(DataType const* sort, char const* call) const;
   void check_symbol(Symbol const* symbol, char const* call) const;
   void check_term(Term const* term, char const* call) const;
@@ -119,19 +119,23 @@ class Solver {
   void check_group(int group, char const* call) const;
   void check_state(bool ok, char const* call, char const* needed) const;
   CheckResult run_check(std::vector<TheoryLit> const& assumptions);
-  // Before a call traces `term`: reports the uninterpreted sorts nested in the signatures of
-  // the symbols the tracer is about to declare, which its own search (by result sorts) misses.
-  void declare_nested_sorts(Term const* term);
-  // Reports every uninterpreted sort in `type`, array components included.
-  void declare_signature_sorts(DataType const* type);
-  bool has_nested_sort(DataType const* type);
+  // Throws EngineError unless `interpolant`, the engine's answer for `a` and `b`, is a formula
+  // over uninterpreted symbols that both sides use.
+  void check_interpolant(Term const* interpolant, std::vector<Term const*> const& a,
+                         std::vector<Term const*> const& b);
   void forget_answers() { state_ = State::kNone; }
 
   TermManager& mgr_;
   Configuration& config_;
-  std::unique_ptr<Engine> engine_;
+  // Made without an engine: engine_ records, its queries answer nothing, and the state a query
+  // needs is not enforced.
+  bool const recorder_;
+  std::unique_ptr<Engine> engine_;  // never null
   std::ofstream trace_file_;
-  std::unique_ptr<SmtLib2ApiTracer> tracer_;
+  // Never null: a tracer that writes nothing when not tracing. writer_ is the tracer that
+  // writes the trace, null when not tracing.
+  std::unique_ptr<ApiTracer> tracer_;
+  SmtLib2ApiTracer* writer_ = nullptr;
 
   State state_ = State::kNone;
   std::string reason_unknown_;
@@ -140,13 +144,8 @@ class Solver {
   int num_groups_ = 0;
   int group_ = -1;
 
-  // Per sort id: 0 not known yet, 1 no uninterpreted sort nested in an array, 2 one is.
-  std::vector<std::uint8_t> nested_;
-  std::size_t symbols_scanned_ = 0;  // symbols of the manager looked at for nested sorts
-  bool any_nested_ = false;          // some symbol's signature nests an uninterpreted sort
-  std::set<Symbol const*, TermPrinter::sym_ty_lt> new_symbols_;
-  std::set<DataType const*, TermPrinter::sym_ty_lt> new_types_;
-  std::vector<DataType const*> sort_stack_;
+  // Scratch of check_interpolant: the terms still to look at.
+  std::vector<Term const*> term_stack_;
 };
 
 }  // namespace tvx

@@ -4,6 +4,7 @@
 #define TVX_SUPPORT_HASHTABLE_H
 
 #include <algorithm>
+#include <cassert>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -175,6 +176,8 @@ class Hashtable {
     }
     buckets_[index] = node;
     ++count_;
+    assert(std::binary_search(std::begin(primes), std::end(primes), buckets_.size()) &&
+           "the bucket count is one of the primes");
     return {make_iterator(index, node), true};
   }
 
@@ -225,6 +228,7 @@ class Hashtable {
     }
     std::vector<Bucket*> old(count, nullptr);
     old.swap(buckets_);
+    [[maybe_unused]] std::size_t relinked = 0;
     for (Bucket* head : old) {
       while (head != nullptr) {
         Bucket* next = head->next;
@@ -232,8 +236,11 @@ class Hashtable {
         head->next = buckets_[index];
         buckets_[index] = head;
         head = next;
+        ++relinked;
       }
     }
+    // The nodes are relinked, never moved or lost.
+    assert(relinked == count_ && "every node is relinked once");
   }
 
  private:

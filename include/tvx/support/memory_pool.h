@@ -3,6 +3,7 @@
 #ifndef TVX_SUPPORT_MEMORY_POOL_H
 #define TVX_SUPPORT_MEMORY_POOL_H
 
+#include <cassert>
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>
@@ -22,7 +23,9 @@ class MemoryPool {
 
  public:
   MemoryPool(std::size_t first_chunk_blocks, float growth, std::size_t max_blocks)
-      : next_blocks_(first_chunk_blocks), growth_(growth), max_blocks_(max_blocks) {}
+      : next_blocks_(first_chunk_blocks), growth_(growth), max_blocks_(max_blocks) {
+    assert(first_chunk_blocks > 0 && "a chunk holds at least one block");
+  }
 
   MemoryPool(MemoryPool const&) = delete;
   MemoryPool& operator=(MemoryPool const&) = delete;
@@ -51,6 +54,7 @@ class MemoryPool {
 
   // Gives a block back; it is the next one allocate() returns.
   void deallocate(void* block) {
+    assert(block != nullptr && "only blocks of the pool go back to it");
     *static_cast<void**>(block) = free_;
     free_ = block;
   }
@@ -61,6 +65,7 @@ class MemoryPool {
 
   void add_chunk() {
     std::size_t const blocks = next_blocks_;
+    assert(blocks > 0 && "a chunk holds at least one block");
     char* chunk = static_cast<char*>(std::malloc(blocks * BlockSize + kLinkSize));
     if (chunk == nullptr) {
       throw std::bad_alloc();

@@ -4,6 +4,7 @@
 #ifndef TVX_SUPPORT_TEXT_BUFFER_H
 #define TVX_SUPPORT_TEXT_BUFFER_H
 
+#include <cassert>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -22,7 +23,10 @@ class TextBuffer {
     return data_.get() + size_;
   }
   // Makes everything up to end (a pointer into the room last asked for) part of the text.
-  void commit(char const* end) { size_ = static_cast<std::size_t>(end - data_.get()); }
+  void commit(char const* end) {
+    assert(end >= data_.get() && end <= data_.get() + capacity_ && "the end lies in the buffer");
+    size_ = static_cast<std::size_t>(end - data_.get());
+  }
 
   char const* data() const { return data_.get(); }
   std::size_t size() const { return size_; }

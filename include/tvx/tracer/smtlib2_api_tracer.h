@@ -78,6 +78,17 @@ class SmtLib2ApiTracer : public ApiTracer {
   // (global mode), also lists in definitions_ the terms without a definition.
   void search(Term const* term, std::vector<Symbol const*>& symbols,
               std::set<DataType const*, TermPrinter::sym_ty_lt>& types, bool define);
+  // The pieces of search(), in declaration_search.cpp; the ones of its inner loop are inline
+  // there, the one file that calls them.
+  bool start_search(Term const* term, bool define);
+  void walk(std::vector<Symbol const*>& symbols,
+            std::set<DataType const*, TermPrinter::sym_ty_lt>& types, bool define);
+  inline bool can_skip(std::size_t n, bool define) const;
+  inline void examine(Term const* t, std::size_t n, std::vector<Symbol const*>& symbols,
+                      std::set<DataType const*, TermPrinter::sym_ty_lt>& types,
+                      DataType const*& last_sort, bool& last_sort_undeclared);
+  inline void finish_term(Term const* t, std::size_t n, bool define);
+  void abandon_search(bool define);
   void declare_and_define(Term const* t);  // global mode: declarations, then definitions
   // Puts definitions_ in ascending id order.
   void order_definitions();
