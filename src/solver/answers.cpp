@@ -62,6 +62,19 @@ Term const* Answers::array_of(DataType const* array_sort, FunctionValue const& t
   return array;
 }
 
+void Answers::const_array_on_top(std::vector<Term const*>& results, DataType const* array_sort) {
+  assert(!results.empty() && "a constant array needs its element on the stack");
+  results.back() = mgr_.make_const_array(array_sort, results.back());
+}
+
+void Answers::store_on_top(std::vector<Term const*>& results) {
+  assert(results.size() >= 3 && "a store needs its array, index and element on the stack");
+  std::size_t const first = results.size() - 3;
+  Term const* store = mgr_.make_builtin(SymbolTag::STORE, &results[first], 3);
+  results.resize(first);
+  results.push_back(store);
+}
+
 std::vector<Symbol const*> Answers::in_id_order(std::vector<Symbol const*> symbols) {
   std::sort(symbols.begin(), symbols.end(),
             [](Symbol const* a, Symbol const* b) { return a->get_id() < b->get_id(); });

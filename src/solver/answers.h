@@ -46,6 +46,12 @@ class Answers {
   // wins. The table is over one argument, which every point fixes.
   Term const* array_of(DataType const* array_sort, FunctionValue const& table);
 
+  // Array values read bottom-up on a stack of results. The top becomes the constant array of
+  // `array_sort` whose every element it is; the top three (array, index, element) become the
+  // store of the element at the index.
+  void const_array_on_top(std::vector<Term const*>& results, DataType const* array_sort);
+  void store_on_top(std::vector<Term const*>& results);
+
   // The symbols in id order, as models list them.
   static std::vector<Symbol const*> in_id_order(std::vector<Symbol const*> symbols);
 

@@ -195,7 +195,6 @@ class ProcessEngine::ValueWalk {
 };
 
 Term const* ProcessEngine::ValueWalk::run(std::size_t root, DataType const* sort) {
-  TermManager& mgr = p_.mgr_;
   tasks_.push_back(Task{Step::kRead, root, sort});
   while (!tasks_.empty()) {
     Task const task = tasks_.back();
@@ -204,12 +203,9 @@ Term const* ProcessEngine::ValueWalk::run(std::size_t root, DataType const* sort
       memo_.emplace(task.node, results_.back());
       open_.erase(task.node);
     } else if (task.step == Step::kConstArray) {
-      results_.back() = mgr.make_const_array(task.sort, results_.back());
+      p_.answers_.const_array_on_top(results_, task.sort);
     } else if (task.step == Step::kStore) {
-      std::size_t const first = results_.size() - 3;
-      Term const* store = mgr.make_builtin(SymbolTag::STORE, &results_[first], 3);
-      results_.resize(first);
-      results_.push_back(store);
+      p_.answers_.store_on_top(results_);
     } else {
       auto known = memo_.find(task.node);
       if (known != memo_.end()) {

@@ -130,18 +130,14 @@ class Z3Engine::ValueWalk {
 };
 
 Term const* Z3Engine::ValueWalk::run(DataType const* sort) {
-  TermManager& mgr = z_.mgr_;
   tasks_.push_back(Task{Step::kConvert, root_, sort, false});
   while (!tasks_.empty()) {
     Task const task = tasks_.back();
     tasks_.pop_back();
     if (task.step == Step::kConstArray) {
-      results_.back() = mgr.make_const_array(task.sort, results_.back());
+      z_.answers_.const_array_on_top(results_, task.sort);
     } else if (task.step == Step::kStore) {
-      std::size_t const first = results_.size() - 3;
-      Term const* store = mgr.make_builtin(SymbolTag::STORE, &results_[first], 3);
-      results_.resize(first);
-      results_.push_back(store);
+      z_.answers_.store_on_top(results_);
     } else {
       convert(task);
     }
