@@ -193,7 +193,7 @@ Z3_ast Z3Engine::build(Term const* t, Z3_ast const* args) {
   if (op == nullptr) {
     throw Error("z3: no translation for the operator '" + s->get_name() + "'");
   }
-  if (op->shape == z3ops::Shape::Special) {
+  if (op->make.shape == z3ops::Shape::Special) {
     return build_special(s, args);
   }
   return build_by_row(*op, s, args, t->get_arity());
@@ -249,30 +249,30 @@ Z3_ast Z3Engine::build_by_row(z3ops::Z3Op const& op, Symbol const* s, Z3_ast con
                               std::size_t n) {
   Z3_context const c = ctx_;
   auto index = [&](std::size_t i) { return static_cast<unsigned>(s->get_index(i)); };
-  switch (op.shape) {
+  switch (op.make.shape) {
     case z3ops::Shape::Const:
-      return op.make_const(c);
+      return op.make.constant(c);
     case z3ops::Shape::Unary:
-      return op.make_unary(c, a[0]);
+      return op.make.unary(c, a[0]);
     case z3ops::Shape::Binary:
       if (n == 2) {
-        return op.make_binary(c, a[0], a[1]);
+        return op.make.binary(c, a[0], a[1]);
       }
       return spell_nary(
           optable::op_of_tag(op.tag)->assoc, a, n,
-          [&](Z3_ast x, Z3_ast y) { return hold(op.make_binary(c, x, y)); },
+          [&](Z3_ast x, Z3_ast y) { return hold(op.make.binary(c, x, y)); },
           [&](std::vector<Z3_ast> const& links) {
             return Z3_mk_and(c, static_cast<unsigned>(links.size()), links.data());
           },
           links_);
     case z3ops::Shape::Ternary:
-      return op.make_ternary(c, a[0], a[1], a[2]);
+      return op.make.ternary(c, a[0], a[1], a[2]);
     case z3ops::Shape::Nary:
-      return op.make_nary(c, static_cast<unsigned>(n), a);
+      return op.make.nary(c, static_cast<unsigned>(n), a);
     case z3ops::Shape::Indexed1:
-      return op.make_indexed1(c, index(0), a[0]);
+      return op.make.indexed1(c, index(0), a[0]);
     case z3ops::Shape::Indexed2:
-      return op.make_indexed2(c, index(0), index(1), a[0]);
+      return op.make.indexed2(c, index(0), index(1), a[0]);
     case z3ops::Shape::Special:
       break;
   }

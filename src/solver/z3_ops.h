@@ -36,59 +36,41 @@ using MakeNary = Z3_ast (*)(Z3_context, unsigned, Z3_ast const[]);
 using MakeIndexed1 = Z3_ast (*)(Z3_context, unsigned, Z3_ast);
 using MakeIndexed2 = Z3_ast (*)(Z3_context, unsigned, unsigned, Z3_ast);
 
-// One row: the pointer of the row's shape is set, the others are null.
+// The function that makes an operator's applications, and its shape; one constructor per
+// shape, so that a row's shape is chosen by its function's type.
+struct Maker {
+  Shape shape;
+  union {
+    MakeConst constant;
+    MakeUnary unary;
+    MakeBinary binary;
+    MakeTernary ternary;
+    MakeNary nary;
+    MakeIndexed1 indexed1;
+    MakeIndexed2 indexed2;
+  };
+  constexpr Maker() : shape(Shape::Special), constant(nullptr) {}
+  constexpr Maker(MakeConst f) : shape(Shape::Const), constant(f) {}
+  constexpr Maker(MakeUnary f) : shape(Shape::Unary), unary(f) {}
+  constexpr Maker(MakeBinary f) : shape(Shape::Binary), binary(f) {}
+  constexpr Maker(MakeTernary f) : shape(Shape::Ternary), ternary(f) {}
+  constexpr Maker(MakeNary f) : shape(Shape::Nary), nary(f) {}
+  constexpr Maker(MakeIndexed1 f) : shape(Shape::Indexed1), indexed1(f) {}
+  constexpr Maker(MakeIndexed2 f) : shape(Shape::Indexed2), indexed2(f) {}
+};
+
 struct Z3Op {
   SymbolTag::tag tag;
   Z3_decl_kind kind;  // of the application made; Z3_OP_UNINTERPRETED for Special rows
-  Shape shape;
-  MakeConst make_const = nullptr;
-  MakeUnary make_unary = nullptr;
-  MakeBinary make_binary = nullptr;
-  MakeTernary make_ternary = nullptr;
-  MakeNary make_nary = nullptr;
-  MakeIndexed1 make_indexed1 = nullptr;
-  MakeIndexed2 make_indexed2 = nullptr;
+  Maker make;
 };
 
-// A row by the shape of its function (the overload is chosen by the function's type).
-constexpr Z3Op row(SymbolTag::tag tag, Z3_decl_kind kind, MakeConst f) {
-  Z3Op r{tag, kind, Shape::Const};
-  r.make_const = f;
-  return r;
-}
-constexpr Z3Op row(SymbolTag::tag tag, Z3_decl_kind kind, MakeUnary f) {
-  Z3Op r{tag, kind, Shape::Unary};
-  r.make_unary = f;
-  return r;
-}
-constexpr Z3Op row(SymbolTag::tag tag, Z3_decl_kind kind, MakeBinary f) {
-  Z3Op r{tag, kind, Shape::Binary};
-  r.make_binary = f;
-  return r;
-}
-constexpr Z3Op row(SymbolTag::tag tag, Z3_decl_kind kind, MakeTernary f) {
-  Z3Op r{tag, kind, Shape::Ternary};
-  r.make_ternary = f;
-  return r;
-}
-constexpr Z3Op row(SymbolTag::tag tag, Z3_decl_kind kind, MakeNary f) {
-  Z3Op r{tag, kind, Shape::Nary};
-  r.make_nary = f;
-  return r;
-}
-constexpr Z3Op row(SymbolTag::tag tag, Z3_decl_kind kind, MakeIndexed1 f) {
-  Z3Op r{tag, kind, Shape::Indexed1};
-  r.make_indexed1 = f;
-  return r;
-}
-constexpr Z3Op row(SymbolTag::tag tag, Z3_decl_kind kind, MakeIndexed2 f) {
-  Z3Op r{tag, kind, Shape::Indexed2};
-  r.make_indexed2 = f;
-  return r;
+constexpr Z3Op row(SymbolTag::tag tag, Z3_decl_kind kind, Maker make) {
+  return Z3Op{tag, kind, make};
 }
 // z3 4.8 has no function for abs and bvcomp: the engine spells them with ite.
 constexpr Z3Op special(SymbolTag::tag tag) {
-  return Z3Op{tag, Z3_OP_UNINTERPRETED, Shape::Special};
+  return Z3Op{tag, Z3_OP_UNINTERPRETED, Maker()};
 }
 
 using Tag = SymbolTag;
@@ -170,7 +152,7 @@ constexpr bool covers_operator_table() {
       return false;
     }
     for (std::size_t j = 0; j < i; ++j) {
-      if (kOps[i].shape != Shape::Special && kOps[i].kind == kOps[j].kind) {
+      if (kOps[i].make.shape != Shape::Special && kOps[i].kind == kOps[j].kind) {
         return false;
       }
     }
@@ -190,7 +172,7 @@ constexpr Z3Op const* op_of_tag(SymbolTag::tag tag) {
 // The tag whose row makes applications of `kind`; UNINTERPRETED when no row does.
 constexpr SymbolTag::tag tag_of_kind(Z3_decl_kind kind) {
   for (Z3Op const& op : kOps) {
-    if (op.shape != Shape::Special && op.kind == kind) {
+    if (op.make.shape != Shape::Special && op.kind == kind) {
       return op.tag;
     }
   }

@@ -353,21 +353,21 @@ class Z3OpsTest : public ::testing::Test {
     auto index = [&](std::size_t i) {
       return static_cast<unsigned>(t->get_symbol()->get_index(i));
     };
-    switch (op.shape) {
+    switch (op.make.shape) {
       case z3ops::Shape::Const:
-        return op.make_const(ctx_);
+        return op.make.constant(ctx_);
       case z3ops::Shape::Unary:
-        return op.make_unary(ctx_, a[0]);
+        return op.make.unary(ctx_, a[0]);
       case z3ops::Shape::Binary:
-        return op.make_binary(ctx_, a[0], a[1]);
+        return op.make.binary(ctx_, a[0], a[1]);
       case z3ops::Shape::Ternary:
-        return op.make_ternary(ctx_, a[0], a[1], a[2]);
+        return op.make.ternary(ctx_, a[0], a[1], a[2]);
       case z3ops::Shape::Nary:
-        return op.make_nary(ctx_, static_cast<unsigned>(a.size()), a.data());
+        return op.make.nary(ctx_, static_cast<unsigned>(a.size()), a.data());
       case z3ops::Shape::Indexed1:
-        return op.make_indexed1(ctx_, index(0), a[0]);
+        return op.make.indexed1(ctx_, index(0), a[0]);
       case z3ops::Shape::Indexed2:
-        return op.make_indexed2(ctx_, index(0), index(1), a[0]);
+        return op.make.indexed2(ctx_, index(0), index(1), a[0]);
       case z3ops::Shape::Special:
         break;
     }
@@ -383,7 +383,7 @@ TEST_F(Z3OpsTest, EachFunctionMakesItsRowsKindAndTheKindReadsBackAsTheTag) {
   for (optable::OpInfo const& info : optable::kOps) {
     z3ops::Z3Op const& op = *z3ops::op_of_tag(info.tag);
     ASSERT_EQ(op.tag, info.tag);
-    if (op.shape == z3ops::Shape::Special) {
+    if (op.make.shape == z3ops::Shape::Special) {
       ++specials;  // spelled with other operators, checked by their meaning above
       continue;
     }
