@@ -27,9 +27,6 @@ class SolverTracer final : public ApiTracer {
   SolverTracer(SolverTracer const&) = delete;
   SolverTracer& operator=(SolverTracer const&) = delete;
 
-  // The tracer that writes the trace.
-  SmtLib2ApiTracer* writer() { return writer_.get(); }
-
   void trace_type_declaration(DataType const* type) override;
   void trace_symbol_declaration(Symbol const* sym) override;
   void trace_push_backtrack_point() override;
