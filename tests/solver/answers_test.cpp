@@ -173,6 +173,7 @@ TEST_F(AnswersTest, TablePointsMayLeaveArgumentsFreeAndTheFirstMatchWins) {
   for (auto const& [x, v] : {std::pair{"1", "5"}, {"2", "7"}, {"3", "8"}}) {
     EXPECT_EQ(g.at({num(x), num("0")}), num(v)) << x;
   }
+  EXPECT_EQ(g.points.size(), 2u) << "a later point at the same arguments is dropped";
 
   // (ite (= x0 1) (ite (= x0 2) 99 5) 7): under x0 = 1 the test of x0 = 2 fails, so 99 is never
   // the value, at 2 or anywhere.
