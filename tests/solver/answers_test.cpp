@@ -5,6 +5,7 @@
 // read from, an array's element is what select gives.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <string>
 #include <utility>
@@ -20,93 +21,70 @@
 namespace tvx {
 namespace {
 
-// A function body as a solver writes it, over the arguments x0, x1, ...: if-then-else, the
-// conditions (= xi v), xi, (not c), (and c ...), (or c ...), and values at the leaves.
-struct Body {
-  enum Kind { kIte, kEq, kVar, kNot, kAnd, kOr, kValue };
-  struct Node {
-    Kind kind;
-    std::vector<int> kids;
-    std::size_t arg;
-    Term const* value;
-  };
-  std::vector<Node> nodes;
-
-  int add(Kind kind, std::vector<int> kids, std::size_t arg = 0, Term const* value = nullptr) {
-    nodes.push_back(Node{kind, std::move(kids), arg, value});
-    return static_cast<int>(nodes.size()) - 1;
-  }
-  int ite(int c, int t, int e) { return add(kIte, {c, t, e}); }
-  int eq(std::size_t arg, Term const* v) { return add(kEq, {}, arg, v); }
-  int var(std::size_t arg) { return add(kVar, {}, arg); }
-  int negation(int c) { return add(kNot, {c}); }
-  int conj(std::vector<int> cs) { return add(kAnd, std::move(cs)); }
-  int disj(std::vector<int> cs) { return add(kOr, std::move(cs)); }
-  int val(Term const* v) { return add(kValue, {}, 0, v); }
-};
-
-// The reader TableBuilder::read asks for, over a Body.
-class BodyReader {
+// The reader TableBuilder::read asks for, over a body written as terms over the argument
+// constants `args`: if-then-else, the conditions (= xi v), xi, (not xi), (and c ...),
+// (or c ...) and (not (or ...)), and values at the leaves.
+class TermReader {
  public:
-  BodyReader(TermManager& mgr, Body const& body) : mgr_(mgr), body_(body) {}
+  using Fixes = TableBuilder::Fixes;
+  TermReader(TermManager& mgr, std::vector<Term const*> args) : mgr_(mgr), args_(args) {}
 
-  bool ite(int n, int& cond, int& then_part, int& else_part) const {
-    Body::Node const& x = body_.nodes[n];
-    if (x.kind != Body::kIte) {
+  bool ite(Term const* n, Term const*& cond, Term const*& then_part, Term const*& else_part) const {
+    if (tag(n) != SymbolTag::ITE) {
       return false;
     }
-    cond = x.kids[0];
-    then_part = x.kids[1];
-    else_part = x.kids[2];
+    cond = n->get_arg(0);
+    then_part = n->get_arg(1);
+    else_part = n->get_arg(2);
     return true;
   }
-  bool fixes(int cond, TableBuilder::Fixes& out) const {
-    std::vector<int> todo{cond};
+  bool fixes(Term const* cond, Fixes& out) const {
+    std::vector<Term const*> todo{cond};
     while (!todo.empty()) {
-      Body::Node const& x = body_.nodes[todo.back()];
+      Term const* c = todo.back();
       todo.pop_back();
-      if (x.kind == Body::kAnd) {
-        todo.insert(todo.end(), x.kids.rbegin(), x.kids.rend());
-      } else if (x.kind == Body::kEq) {
-        out.emplace_back(x.arg, x.value);
-      } else if (x.kind == Body::kVar) {
-        out.emplace_back(x.arg, mgr_.make_true());
-      } else if (x.kind == Body::kNot && body_.nodes[x.kids[0]].kind == Body::kVar) {
-        out.emplace_back(body_.nodes[x.kids[0]].arg, mgr_.make_false());
+      bool const negated = tag(c) == SymbolTag::NOT;
+      if (tag(c) == SymbolTag::AND) {
+        for (std::size_t i = c->get_arity(); i-- > 0;) {
+          todo.push_back(c->get_arg(i));
+        }
+      } else if (tag(c) == SymbolTag::EQUAL && index(c->get_arg(0)) < args_.size()) {
+        out.emplace_back(index(c->get_arg(0)), c->get_arg(1));
+      } else if (index(negated ? c->get_arg(0) : c) < args_.size()) {
+        out.emplace_back(index(negated ? c->get_arg(0) : c),
+                         negated ? mgr_.make_false() : mgr_.make_true());
       } else {
         return false;
       }
     }
     return true;
   }
-  bool conditions(int n, bool& positive, std::vector<TableBuilder::Fixes>& out) const {
-    if (body_.nodes[n].kind == Body::kValue) {
+  bool conditions(Term const* n, bool& positive, std::vector<Fixes>& out) const {
+    if (n == mgr_.make_true() || n == mgr_.make_false()) {
       return false;
     }
-    if (body_.nodes[n].kind == Body::kNot) {
+    if (tag(n) == SymbolTag::NOT) {
       positive = false;
-      n = body_.nodes[n].kids[0];
+      n = n->get_arg(0);
     }
-    std::vector<int> disjuncts{n};
-    if (body_.nodes[n].kind == Body::kOr) {
-      disjuncts = body_.nodes[n].kids;
-    }
-    for (int d : disjuncts) {
+    std::size_t const k = tag(n) == SymbolTag::OR ? n->get_arity() : 1;
+    for (std::size_t i = 0; i < k; ++i) {
       out.emplace_back();
-      if (!fixes(d, out.back())) {
+      if (!fixes(k == 1 ? n : n->get_arg(i), out.back())) {
         return false;
       }
     }
     return true;
   }
-  Term const* value(int n) const {
-    EXPECT_EQ(body_.nodes[n].kind, Body::kValue) << "a leaf read as a value is one";
-    return body_.nodes[n].value;
-  }
+  Term const* value(Term const* n) const { return n; }
 
  private:
+  static SymbolTag::tag tag(Term const* t) { return t->get_symbol()->get_tag(); }
+  std::size_t index(Term const* t) const {
+    return static_cast<std::size_t>(std::find(args_.begin(), args_.end(), t) - args_.begin());
+  }
   TermManager& mgr_;
-  Body const& body_;
+  std::vector<Term const*> args_;
 };
 
 class AnswersTest : public ::testing::Test {
@@ -114,21 +92,17 @@ class AnswersTest : public ::testing::Test {
   Term const* num(char const* v) { return mgr.make_number(v, mgr.get_integer_type()); }
   Term const* real(char const* v) { return mgr.make_number(v, mgr.get_rational_type()); }
 
-  FunctionValue read(Body const& body, int root, std::size_t arity, bool predicate) {
-    TableBuilder table(mgr, arity);
-    BodyReader reader(mgr, body);
-    table.read(root, predicate, reader);
+  // The table read from `body`, a function of `args` (x0 and x1 unless told).
+  FunctionValue read(Term const* body, bool predicate, std::vector<Term const*> args = {}) {
+    args = args.empty() ? std::vector<Term const*>{x0, x1} : args;
+    TableBuilder table(mgr, args.size());
+    TermReader reader(mgr, args);
+    table.read(body, predicate, reader);
     EXPECT_TRUE(table.complete());
-    FunctionValue fv = table.finish();
-    for (FunctionValue::Point const& p : fv.points) {
-      bool fixes_one = false;
-      for (Term const* a : p.args) {
-        fixes_one = fixes_one || a != nullptr;
-      }
-      EXPECT_TRUE(fixes_one) << "every point fixes an argument";
-    }
-    return fv;
+    return table.finish();
   }
+  Term const* eq(Term const* a, Term const* b) { return mgr.make_equal(a, b); }
+  Term const* ite(Term const* c, Term const* a, Term const* b) { return mgr.make_ite(c, a, b); }
 
   // select over stores on a constant array, as SMT-LIB defines it.
   static Term const* select(Term const* array, Term const* index) {
@@ -144,6 +118,9 @@ class AnswersTest : public ::testing::Test {
 
   TermManager mgr;
   Answers answers{mgr};
+  Term const* x0 = mgr.make_constant(mgr.make_symbol("x0", mgr.get_integer_type()));
+  Term const* x1 = mgr.make_constant(mgr.make_symbol("x1", mgr.get_integer_type()));
+  Term const* b1 = mgr.make_constant(mgr.make_symbol("b1", mgr.get_bool_type()));
 };
 
 TEST_F(AnswersTest, ElementsAreNumberedPerSortInOrderOfFirstSightAndStayNumbered) {
@@ -176,75 +153,65 @@ TEST_F(AnswersTest, AnyValueHasTheSortAskedAtAnyDepthOfArrays) {
   EXPECT_EQ(answers.any_value(mgr.get_bool_type()), mgr.make_false());
 }
 
-TEST_F(AnswersTest, TablePointsMayLeaveArgumentsFreeAndAreTriedInOrder) {
-  // f(x0, x1) = (ite (= x0 1) (ite (= x1 2) 10 20) (ite (= x1 2) 30 40)), as cvc5 writes
-  // trees that fix one argument per level.
-  Body b;
-  int const inner1 = b.ite(b.eq(1, num("2")), b.val(num("10")), b.val(num("20")));
-  int const inner2 = b.ite(b.eq(1, num("2")), b.val(num("30")), b.val(num("40")));
-  FunctionValue const f = read(b, b.ite(b.eq(0, num("1")), inner1, inner2), 2, false);
+TEST_F(AnswersTest, TablePointsMayLeaveArgumentsFreeAndTheFirstMatchWins) {
+  // (ite (= x0 1) (ite (= x1 2) 10 20) (ite (= x1 2) 30 40)), as cvc5 writes trees that fix
+  // one argument per level.
+  FunctionValue const f = read(ite(eq(x0, num("1")), ite(eq(x1, num("2")), num("10"), num("20")),
+                                   ite(eq(x1, num("2")), num("30"), num("40"))),
+                               false);
   EXPECT_EQ(f.at({num("1"), num("2")}), num("10"));
   EXPECT_EQ(f.at({num("1"), num("7")}), num("20"));
   EXPECT_EQ(f.at({num("5"), num("2")}), num("30"));
   EXPECT_EQ(f.at({num("5"), num("7")}), num("40"));
   EXPECT_EQ(f.otherwise, num("40"));
-}
 
-TEST_F(AnswersTest, TheFirstMatchWinsAndUnreachableBranchesAreLeftOut) {
-  // (ite (= x 1) 5 (ite (= x 1) 6 (ite (= x 2) 7 8))): the second test of 1 is never reached.
-  Body b;
-  int const chain = b.ite(b.eq(0, num("1")), b.val(num("5")),
-                          b.ite(b.eq(0, num("1")), b.val(num("6")),
-                                b.ite(b.eq(0, num("2")), b.val(num("7")), b.val(num("8")))));
-  FunctionValue const f = read(b, chain, 1, false);
-  EXPECT_EQ(f.at({num("1")}), num("5"));
-  EXPECT_EQ(f.at({num("2")}), num("7"));
-  EXPECT_EQ(f.at({num("3")}), num("8"));
-  EXPECT_EQ(f.points.size(), 2u) << "a later point at the same argument is dropped";
+  // (ite (= x0 1) 5 (ite (= x0 1) 6 (ite (= x0 2) 7 8))): the second test of 1 is never reached.
+  FunctionValue const g =
+      read(ite(eq(x0, num("1")), num("5"),
+               ite(eq(x0, num("1")), num("6"), ite(eq(x0, num("2")), num("7"), num("8")))),
+           false);
+  for (auto const& [x, v] : {std::pair{"1", "5"}, {"2", "7"}, {"3", "8"}}) {
+    EXPECT_EQ(g.at({num(x), num("0")}), num(v)) << x;
+  }
+  EXPECT_EQ(g.points.size(), 2u) << "a later point at the same arguments is dropped";
 
-  // (ite (= x 1) (ite (= x 2) 99 5) 7): under x = 1 the test of x = 2 fails, so 99 is never
+  // (ite (= x0 1) (ite (= x0 2) 99 5) 7): under x0 = 1 the test of x0 = 2 fails, so 99 is never
   // the value, at 2 or anywhere.
-  Body c;
-  int const nested =
-      c.ite(c.eq(0, num("1")), c.ite(c.eq(0, num("2")), c.val(num("99")), c.val(num("5"))),
-            c.val(num("7")));
-  FunctionValue const g = read(c, nested, 1, false);
-  EXPECT_EQ(g.at({num("1")}), num("5"));
-  EXPECT_EQ(g.at({num("2")}), num("7"));
+  FunctionValue const h =
+      read(ite(eq(x0, num("1")), ite(eq(x0, num("2")), num("99"), num("5")), num("7")), false);
+  EXPECT_EQ(h.at({num("1"), num("0")}), num("5"));
+  EXPECT_EQ(h.at({num("2"), num("0")}), num("7"));
 
   // Points fed directly, as entries of a table: the first at a tuple wins.
   TableBuilder t(mgr, 1);
   t.add({num("1")}, num("10"));
   t.add({num("1")}, num("11"));
   t.add(t.root(), num("0"));
-  FunctionValue const h = t.finish();
-  EXPECT_EQ(h.at({num("1")}), num("10"));
-  EXPECT_EQ(h.at({num("2")}), num("0"));
+  FunctionValue const e = t.finish();
+  EXPECT_EQ(e.at({num("1")}), num("10"));
+  EXPECT_EQ(e.at({num("2")}), num("0"));
 }
 
 TEST_F(AnswersTest, APredicateWrittenAsConditionsIsTrueExactlyWhereOneHolds) {
   Term const* t = mgr.make_true();
   Term const* f = mgr.make_false();
-  // p(x) = (or (= x 1) (= x 3))
-  Body b;
-  FunctionValue const p = read(b, b.disj({b.eq(0, num("1")), b.eq(0, num("3"))}), 1, true);
-  EXPECT_EQ(p.at({num("1")}), t);
-  EXPECT_EQ(p.at({num("3")}), t);
-  EXPECT_EQ(p.at({num("2")}), f);
-
-  // q(x, y) = (not (or (and (= x 1) y) (= x 2))): false at (1, true) and at (2, any).
-  Body c;
-  int const body = c.negation(c.disj({c.conj({c.eq(0, num("1")), c.var(1)}), c.eq(0, num("2"))}));
-  FunctionValue const q = read(c, body, 2, true);
+  // (or (= x0 1) (= x0 3))
+  FunctionValue const p = read(mgr.make_or(eq(x0, num("1")), eq(x0, num("3"))), true);
+  // (not (or (and (= x0 1) b1) (= x0 2))): false at (1, true) and at (2, any).
+  FunctionValue const q =
+      read(mgr.make_not(mgr.make_or(mgr.make_and(eq(x0, num("1")), b1), eq(x0, num("2")))), true,
+           {x0, b1});
+  // (ite (= x0 1) (= x1 2) false): a condition below a branch holds under it only.
+  FunctionValue const r = read(ite(eq(x0, num("1")), eq(x1, num("2")), f), true);
+  Term const* o = num("0");
+  EXPECT_EQ(p.at({num("1"), o}), t);
+  EXPECT_EQ(p.at({num("3"), o}), t);
+  EXPECT_EQ(p.at({num("2"), o}), f);
   EXPECT_EQ(q.at({num("1"), t}), f);
   EXPECT_EQ(q.at({num("1"), f}), t);
   EXPECT_EQ(q.at({num("2"), t}), f);
   EXPECT_EQ(q.at({num("2"), f}), f);
   EXPECT_EQ(q.at({num("5"), t}), t);
-
-  // r(x, y) = (ite (= x 1) (= y 2) false): a condition below a branch holds under it only.
-  Body d;
-  FunctionValue const r = read(d, d.ite(d.eq(0, num("1")), d.eq(1, num("2")), d.val(f)), 2, true);
   EXPECT_EQ(r.at({num("1"), num("2")}), t);
   EXPECT_EQ(r.at({num("1"), num("3")}), f);
   EXPECT_EQ(r.at({num("4"), num("2")}), f);
