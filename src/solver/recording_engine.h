@@ -11,7 +11,7 @@
 
 namespace tvx {
 
-class RecordingEngine final : public Engine {
+class RecordingEngine : public Engine {
  public:
   std::string const& name() const override { return name_; }
   void declare_sort(DataType const*) override {}

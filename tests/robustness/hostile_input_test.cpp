@@ -111,12 +111,13 @@ bool z3_accepts(S const& trace, S const& name) {
 
 // line 0: the script is traced, the trace contains `expect` and, with `z3`, z3 replays it
 // without an error. Otherwise the error is at line:column and its message contains `expect`.
+// `global`: traced with global declarations.
 struct Hostile {
   char const* name;
   std::function<S()> script;
   std::uint64_t line, column;
   S expect = "";
-  bool z3 = false;
+  bool z3 = false, global = false;
 };
 
 std::vector<Hostile> const& cases() {
@@ -189,6 +190,11 @@ std::vector<Hostile> const& cases() {
       {"MillionDeepAttributeValue",
        [] { return "(set-info :deep " + S(k, '(') + S(k, ')') + ")(check-sat)"; }, 0, 0,
        "(check-sat)\n"},
+      // In a global-declarations trace ".1", ".2", ... name defined terms; names starting with
+      // '.' are reserved, so a script that declares one is refused at the name.
+      {"NameShapedLikeALabel",
+       [] { return "(declare-const |.2| Bool)(declare-const q Bool)(assert (and |.2| q))"; }, 1, 16,
+       "", false, true},
       {"MillionDeepSortInTheMessage", [] { return deep_sort() + "(assert a)"; }, 1, 12 * k + 47,
        "(Array Int (Array Int"},
   };
@@ -200,7 +206,7 @@ class HostileInputTest : public ::testing::TestWithParam<std::size_t> {};
 TEST_P(HostileInputTest, TracesOrReportsThePosition) {
   Hostile const& c = cases()[GetParam()];
   try {
-    S const trace = trace_of(c.script(), false).first;
+    S const trace = trace_of(c.script(), c.global).first;
     ASSERT_EQ(0u, c.line) << "no error";
     EXPECT_NE(S::npos, trace.find(c.expect)) << trace.substr(0, 300);
     EXPECT_TRUE(!c.z3 || z3_accepts(trace, c.name));
@@ -218,18 +224,6 @@ INSTANTIATE_TEST_SUITE_P(Scripts, HostileInputTest,
                          [](::testing::TestParamInfo<std::size_t> const& info) {
                            return S(cases()[info.param].name);
                          });
-
-// In a global-declarations trace ".1", ".2", ... name defined terms; names starting with '.'
-// are reserved, so a script that declares one is refused at the name.
-TEST(HostileNameTest, NameShapedLikeALabel) {
-  try {
-    trace_of("(declare-const |.2| Bool)(declare-const q Bool)(assert (and |.2| q))", true);
-    ADD_FAILURE() << "no error";
-  } catch (smt2::ReadError const& e) {
-    EXPECT_EQ(1u, e.line()) << e.what();
-    EXPECT_EQ(16u, e.column()) << e.what();
-  }
-}
 
 // A million levels of nesting, read and traced in both modes; the trace reads back to formulas
 // of the same depths.

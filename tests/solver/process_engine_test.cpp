@@ -31,21 +31,7 @@ using ::testing::HasSubstr;
 
 // Whether `program` is an executable in one of PATH's directories.
 bool on_path(std::string const& program) {
-  char const* path = std::getenv("PATH");
-  std::string dirs = path == nullptr ? "" : path;
-  std::size_t start = 0;
-  while (start <= dirs.size()) {
-    std::size_t end = dirs.find(':', start);
-    if (end == std::string::npos) {
-      end = dirs.size();
-    }
-    std::string const file = dirs.substr(start, end - start) + "/" + program;
-    if (access(file.c_str(), X_OK) == 0) {
-      return true;
-    }
-    start = end + 1;
-  }
-  return false;
+  return std::system(("command -v '" + program + "' >/dev/null 2>&1").c_str()) == 0;
 }
 
 std::size_t open_fds() {
@@ -225,7 +211,12 @@ class FakeSolverTest : public ::testing::Test {
     config_.timeout = 0.2;
     fds_ = open_fds();
   }
-  void TearDown() override { std::system(("rm -rf " + dir_).c_str()); }
+  // Every test's sessions are closed by now: no child process or descriptor is left.
+  void TearDown() override {
+    std::system(("rm -rf " + dir_).c_str());
+    EXPECT_TRUE(no_child_left());
+    EXPECT_EQ(open_fds(), fds_) << "descriptors leaked";
+  }
   // `more`: further cases, each "PATTERN) COMMANDS ;;".
   std::string fake(std::string const& name, std::string const& on_check,
                    std::string const& when = "*check-sat*", std::string const& more = "") {
@@ -244,9 +235,8 @@ class FakeSolverTest : public ::testing::Test {
     return path;
   }
   // Starts a traced session on the fake and checks x: the check's error, once the session is
-  // closed.
-  template <class E>
-  std::string check_fails(std::string const& command) {
+  // closed; it is Unsupported exactly when `unsupported`, an EngineError otherwise.
+  std::string check_fails(std::string const& command, bool unsupported = false) {
     std::string message;
     {
       std::ostringstream trace;
@@ -261,8 +251,10 @@ class FakeSolverTest : public ::testing::Test {
       try {
         s.check();
         ADD_FAILURE() << "the check did not fail";
-      } catch (E const& e) {
+      } catch (Error const& e) {
         message = e.what();
+        EXPECT_EQ(dynamic_cast<Unsupported const*>(&e) != nullptr, unsupported) << message;
+        EXPECT_EQ(dynamic_cast<EngineError const*>(&e) != nullptr, !unsupported) << message;
       }
       // The trace holds the call the solver failed on.
       EXPECT_THAT(trace.str(), ::testing::EndsWith("(assert x)\n(check-sat)\n"));
@@ -280,53 +272,58 @@ class FakeSolverTest : public ::testing::Test {
   std::size_t fds_ = 0;
 };
 
-TEST_F(FakeSolverTest, ACrashNamesTheSolverTheCommandAndItsLastWords) {
-  std::string const path = fake("crash", "echo 'fatal: out of cheese' >&2; exit 3");
-  std::string const message = check_fails<EngineError>(path + " --flag");
-  EXPECT_THAT(message, HasSubstr("'" + path + " --flag'"));
-  EXPECT_THAT(message, HasSubstr("(check-sat)"));
-  EXPECT_THAT(message, HasSubstr("out of cheese"));
+// Each fault of the solver's answer to the check (or to the assertion before it) ends in an
+// error that names what failed, with what the solver wrote to its error stream.
+TEST_F(FakeSolverTest, EveryFaultEndsInAnErrorNamingIt) {
+  struct Case {
+    char const* name;
+    std::string on_check;
+    std::vector<char const*> expect;
+    char const* when = "*check-sat*";
+    bool unsupported = false;
+  };
+  std::vector<Case> const cases = {
+      {"crash", "echo 'fatal: out of cheese' >&2; exit 3", {"(check-sat)", "out of cheese"}},
+      {"garbage", "echo 'hello world'", {"answered 'hello'", "(check-sat)"}},
+      {"refuse",
+       "echo unsupported",
+       {"does not support the command: (check-sat)"},
+       "*check-sat*",
+       true},
+      {"error",
+       "echo 'bad day' >&2; echo '(error \"no check today\")'",
+       {"(error \"no check today\")", "(check-sat)", "bad day"}},
+      // The assertion's answer is read before the check's; the solver's state no longer mirrors
+      // the session's, so it is ended and the check fails with the assertion's error.
+      {"reject",
+       "echo '(error \"bad assert\")'",
+       {"(error \"bad assert\")", "the command: (assert tvx.x)"},
+       "*assert*"},
+      {"cut", "printf '(sat'; exit 0", {"in the middle of an answer"}},
+      // Still running, with its output closed: it is killed and reaped.
+      {"mute", "exec 1>&-; exec sleep 1000", {"closed its output"}},
+  };
+  for (Case const& c : cases) {
+    std::string const path = fake(c.name, c.on_check, c.when);
+    std::string const message = check_fails(path + " --flag", c.unsupported);
+    EXPECT_THAT(message, HasSubstr("'" + path + " --flag'")) << c.name;
+    for (char const* e : c.expect) {
+      EXPECT_THAT(message, HasSubstr(e)) << c.name;
+    }
+  }
 }
 
 TEST_F(FakeSolverTest, AHangIsStoppedAfterTheTimeOutAndAGracePeriod) {
   std::string const path = fake("hang", "echo 'thinking' >&2; exec sleep 1000");
   auto const start = std::chrono::steady_clock::now();
-  std::string const message = check_fails<EngineError>(path);
+  std::string const message = check_fails(path);
   double const seconds =
       std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-  EXPECT_THAT(message, HasSubstr("no answer within"));
-  EXPECT_THAT(message, HasSubstr("(check-sat)"));
-  EXPECT_THAT(message, HasSubstr("thinking"));
+  for (char const* e : {"no answer within", "(check-sat)", "thinking"}) {
+    EXPECT_THAT(message, HasSubstr(e));
+  }
   EXPECT_GT(seconds, config_.timeout);
   EXPECT_LT(seconds, 10.0);
-}
-
-TEST_F(FakeSolverTest, GarbageEndsTheSolver) {
-  std::string const message = check_fails<EngineError>(fake("garbage", "echo 'hello world'"));
-  EXPECT_THAT(message, HasSubstr("answered 'hello'"));
-  EXPECT_THAT(message, HasSubstr("(check-sat)"));
-}
-
-TEST_F(FakeSolverTest, UnsupportedIsItsOwnError) {
-  std::string const message = check_fails<Unsupported>(fake("refuse", "echo unsupported"));
-  EXPECT_THAT(message, HasSubstr("does not support the command: (check-sat)"));
-}
-
-TEST_F(FakeSolverTest, AnErrorAnswerIsReportedWithItsText) {
-  std::string const message = check_fails<EngineError>(
-      fake("error", "echo 'bad day' >&2; echo '(error \"no check today\")'"));
-  EXPECT_THAT(message, HasSubstr("(error \"no check today\")"));
-  EXPECT_THAT(message, HasSubstr("(check-sat)"));
-  EXPECT_THAT(message, HasSubstr("bad day"));
-}
-
-TEST_F(FakeSolverTest, AnErrorAnswerToAnAssertionEndsTheSolver) {
-  // The assertion's answer is read before the check's; the solver's state no longer mirrors
-  // the session's, so it is ended and the check fails with the assertion's error.
-  std::string const message =
-      check_fails<EngineError>(fake("reject", "echo '(error \"bad assert\")'", "*assert*"));
-  EXPECT_THAT(message, HasSubstr("(error \"bad assert\")"));
-  EXPECT_THAT(message, HasSubstr("the command: (assert tvx.x)"));
 }
 
 TEST_F(FakeSolverTest, ARefusedCommandInABatchLeavesTheAnswersInStep) {
@@ -336,39 +333,25 @@ TEST_F(FakeSolverTest, ARefusedCommandInABatchLeavesTheAnswersInStep) {
   std::string const path =
       fake("batch", "n=$((n+1)); if [ $n = 1 ]; then echo unknown; else echo sat; fi",
            "*check-sat*", "    *'(push'*) echo unsupported ;;\n");
-  {
-    Solver s(mgr_, config_, make_engine(path, mgr_, config_));
-    s.push(1);
-    EXPECT_THAT([&] { s.check(); },
-                ::testing::ThrowsMessage<Unsupported>(HasSubstr("the command: (push 1)")));
-    EXPECT_EQ(s.check(), CheckResult::Sat);
-    EXPECT_EQ(s.check(), CheckResult::Sat);
-  }
-  EXPECT_TRUE(no_child_left());
+  Solver s(mgr_, config_, make_engine(path, mgr_, config_));
+  s.push(1);
+  EXPECT_THAT([&] { s.check(); },
+              ::testing::ThrowsMessage<Unsupported>(HasSubstr("the command: (push 1)")));
+  EXPECT_EQ(s.check(), CheckResult::Sat);
+  EXPECT_EQ(s.check(), CheckResult::Sat);
 }
 
 TEST_F(FakeSolverTest, ALetThatRefersToItselfIsAnErrorNotAHang) {
   std::string const path =
       fake("cyclic", "echo sat", "*check-sat*",
            "    *get-value*) echo '((tvx.a (let ((b (store b 0 1))) b)))' ;;\n");
-  {
-    Solver s(mgr_, config_, make_engine(path, mgr_, config_));
-    DataType const* I = mgr_.get_integer_type();
-    Term const* a = mgr_.make_constant(s.declare_fun("a", {}, mgr_.get_array_type(I, I)));
-    ASSERT_EQ(s.check(), CheckResult::Sat);
-    EXPECT_THAT([&] { s.get_model_value(a); },
-                ::testing::ThrowsMessage<EngineError>(HasSubstr("a let whose names")));
-    EXPECT_EQ(s.check(), CheckResult::Sat) << "the solver runs on";
-  }
-  EXPECT_TRUE(no_child_left());
-}
-
-TEST_F(FakeSolverTest, OutputClosedEarlyEndsTheSolver) {
-  std::string message = check_fails<EngineError>(fake("cut", "printf '(sat'; exit 0"));
-  EXPECT_THAT(message, HasSubstr("in the middle of an answer"));
-  // Still running, with its output closed: it is killed and reaped.
-  message = check_fails<EngineError>(fake("mute", "exec 1>&-; exec sleep 1000"));
-  EXPECT_THAT(message, HasSubstr("closed its output"));
+  Solver s(mgr_, config_, make_engine(path, mgr_, config_));
+  DataType const* I = mgr_.get_integer_type();
+  Term const* a = mgr_.make_constant(s.declare_fun("a", {}, mgr_.get_array_type(I, I)));
+  ASSERT_EQ(s.check(), CheckResult::Sat);
+  EXPECT_THAT([&] { s.get_model_value(a); },
+              ::testing::ThrowsMessage<EngineError>(HasSubstr("a let whose names")));
+  EXPECT_EQ(s.check(), CheckResult::Sat) << "the solver runs on";
 }
 
 TEST_F(FakeSolverTest, ModelsInEveryShapeSolversWriteBecomeTables) {
@@ -389,51 +372,48 @@ TEST_F(FakeSolverTest, ModelsInEveryShapeSolversWriteBecomeTables) {
          "6))))\n)\n";
   std::string const path =
       fake("models", "echo sat", "*check-sat*", "    *get-model*) cat " + dir_ + "/model ;;\n");
-  {
-    Solver s(mgr_, config_, make_engine(path, mgr_, config_));
-    DataType const* I = mgr_.get_integer_type();
-    DataType const* A = mgr_.get_array_type(I, I);
-    s.declare_fun("f", {I, I}, I);
-    s.declare_fun("p", {I, I}, mgr_.get_bool_type());
-    s.declare_fun("g", {A}, I);
-    s.declare_fun("q", {I, I}, mgr_.get_bool_type());
-    ASSERT_EQ(s.check(), CheckResult::Sat);
-    Model const m = s.get_model();
-    ASSERT_EQ(m.functions.size(), 4u);
-    auto n = [&](char const* v) { return mgr_.make_number(v, I); };
-    FunctionValue const& f = m.functions[0].second;
-    EXPECT_EQ(f.at({n("1"), n("2")}), n("12"));
-    EXPECT_EQ(f.at({n("1"), n("5")}), n("10")) << "the outer test comes first";
-    EXPECT_EQ(f.at({n("3"), n("5")}), n("5"));
-    EXPECT_EQ(f.at({n("3"), n("3")}), n("0"));
-    FunctionValue const& p = m.functions[1].second;
-    EXPECT_EQ(p.at({n("-6"), n("6")}), mgr_.make_true());
-    EXPECT_EQ(p.at({n("-6"), n("0")}), mgr_.make_false());
-    EXPECT_EQ(p.at({n("-10"), n("0")}), mgr_.make_true());
-    EXPECT_EQ(p.at({n("-10"), n("1")}), mgr_.make_false());
-    EXPECT_EQ(p.at({n("0"), n("0")}), mgr_.make_false());
-    auto store = [&](Term const* a, char const* i, char const* v) {
-      return mgr_.make_builtin("store", {a, n(i), n(v)});
-    };
-    Term const* k1 = store(mgr_.make_const_array(A, n("5")), "3", "4");
-    Term const* k2 = store(store(mgr_.make_const_array(A, n("6")), "1", "4"), "3", "4");
-    FunctionValue const& g = m.functions[2].second;
-    EXPECT_EQ(g.at({k1}), n("7"));
-    EXPECT_EQ(g.at({k2}), n("8"));
-    EXPECT_EQ(g.at({mgr_.make_const_array(A, n("5"))}), n("9"));
-    FunctionValue const& q = m.functions[3].second;
-    EXPECT_EQ(q.at({n("3"), n("4")}), mgr_.make_true());
-    EXPECT_EQ(q.at({n("3"), n("1")}), mgr_.make_true());
-    EXPECT_EQ(q.at({n("3"), n("0")}), mgr_.make_false());
-    EXPECT_EQ(q.at({n("4"), n("4")}), mgr_.make_false());
-    // Written as a model, a point that leaves an argument free does not test it.
-    std::ostringstream out;
-    smt2::ResponseWriter(mgr_, config_, out).model(m);
-    EXPECT_THAT(
-        out.str(),
-        HasSubstr("(ite (and (= x!0 1) (= x!1 2)) 12 (ite (= x!0 1) 10 (ite (= x!1 5) 5 0)))"));
-  }
-  EXPECT_TRUE(no_child_left());
+  Solver s(mgr_, config_, make_engine(path, mgr_, config_));
+  DataType const* I = mgr_.get_integer_type();
+  DataType const* A = mgr_.get_array_type(I, I);
+  s.declare_fun("f", {I, I}, I);
+  s.declare_fun("p", {I, I}, mgr_.get_bool_type());
+  s.declare_fun("g", {A}, I);
+  s.declare_fun("q", {I, I}, mgr_.get_bool_type());
+  ASSERT_EQ(s.check(), CheckResult::Sat);
+  Model const m = s.get_model();
+  ASSERT_EQ(m.functions.size(), 4u);
+  auto n = [&](char const* v) { return mgr_.make_number(v, I); };
+  FunctionValue const& f = m.functions[0].second;
+  EXPECT_EQ(f.at({n("1"), n("2")}), n("12"));
+  EXPECT_EQ(f.at({n("1"), n("5")}), n("10")) << "the outer test comes first";
+  EXPECT_EQ(f.at({n("3"), n("5")}), n("5"));
+  EXPECT_EQ(f.at({n("3"), n("3")}), n("0"));
+  FunctionValue const& p = m.functions[1].second;
+  EXPECT_EQ(p.at({n("-6"), n("6")}), mgr_.make_true());
+  EXPECT_EQ(p.at({n("-6"), n("0")}), mgr_.make_false());
+  EXPECT_EQ(p.at({n("-10"), n("0")}), mgr_.make_true());
+  EXPECT_EQ(p.at({n("-10"), n("1")}), mgr_.make_false());
+  EXPECT_EQ(p.at({n("0"), n("0")}), mgr_.make_false());
+  auto store = [&](Term const* a, char const* i, char const* v) {
+    return mgr_.make_builtin("store", {a, n(i), n(v)});
+  };
+  Term const* k1 = store(mgr_.make_const_array(A, n("5")), "3", "4");
+  Term const* k2 = store(store(mgr_.make_const_array(A, n("6")), "1", "4"), "3", "4");
+  FunctionValue const& g = m.functions[2].second;
+  EXPECT_EQ(g.at({k1}), n("7"));
+  EXPECT_EQ(g.at({k2}), n("8"));
+  EXPECT_EQ(g.at({mgr_.make_const_array(A, n("5"))}), n("9"));
+  FunctionValue const& q = m.functions[3].second;
+  EXPECT_EQ(q.at({n("3"), n("4")}), mgr_.make_true());
+  EXPECT_EQ(q.at({n("3"), n("1")}), mgr_.make_true());
+  EXPECT_EQ(q.at({n("3"), n("0")}), mgr_.make_false());
+  EXPECT_EQ(q.at({n("4"), n("4")}), mgr_.make_false());
+  // Written as a model, a point that leaves an argument free does not test it.
+  std::ostringstream out;
+  smt2::ResponseWriter(mgr_, config_, out).model(m);
+  EXPECT_THAT(
+      out.str(),
+      HasSubstr("(ite (and (= x!0 1) (= x!1 2)) 12 (ite (= x!0 1) 10 (ite (= x!1 5) 5 0)))"));
 }
 
 TEST_F(FakeSolverTest, ASolverThatCannotStartIsAnError) {
@@ -445,8 +425,6 @@ TEST_F(FakeSolverTest, ASolverThatCannotStartIsAnError) {
               ::testing::ThrowsMessage<EngineError>(HasSubstr("no licence")));
   EXPECT_THAT([&] { make_engine("'unclosed", mgr_, config_); },
               ::testing::ThrowsMessage<Error>(HasSubstr("quote is not closed")));
-  EXPECT_TRUE(no_child_left());
-  EXPECT_EQ(open_fds(), fds_) << "descriptors leaked";
 }
 
 }  // namespace

@@ -17,6 +17,7 @@
 
 #include <tvx/core/term_printer.h>
 #include <tvx/solver/solver.h>
+#include "solver/recording_engine.h"
 
 namespace tvx {
 namespace {
@@ -265,27 +266,14 @@ INSTANTIATE_TEST_SUITE_P(Modes, SolverTest, ::testing::Bool(),
 
 // An engine whose every check is unsatisfiable and whose interpolant is whatever the test
 // sets, so that the environment's own checks of the answer are seen.
-class FixedInterpolantEngine : public Engine {
+class FixedInterpolantEngine : public RecordingEngine {
  public:
-  explicit FixedInterpolantEngine(Term const*& answer, int& asked)
-      : answer_(answer), asked_(asked) {}
+  FixedInterpolantEngine(Term const*& answer, int& asked) : answer_(answer), asked_(asked) {}
   std::string const& name() const override { return name_; }
-  void declare_sort(DataType const*) override {}
-  void declare_fun(Symbol const*) override {}
-  void assert_formula(Term const*, bool) override {}
-  void push() override {}
-  void pop() override {}
-  void reset_assertions() override {}
   CheckResult check(std::vector<TheoryLit> const&) override { return CheckResult::Unsat; }
-  std::string reason_unknown() override { return ""; }
-  std::vector<Term const*> unsat_core() override { return {}; }
-  std::vector<TheoryLit> unsat_assumptions() override { return {}; }
-  Term const* value(Term const*) override { return nullptr; }
-  Model model() override { return {}; }
   Term const* interpolant(std::vector<Term const*> const&,
                           std::vector<Term const*> const&) override {
-    ++asked_;
-    return answer_;
+    return ++asked_, answer_;
   }
 
  private:
