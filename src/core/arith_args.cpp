@@ -28,14 +28,17 @@ Term const* fold_negation(TermManager& mgr, Term const* arg) {
   return mgr.make_number("-" + v, arg->get_type());
 }
 
-// (/ a b) for whole numerals a and b, b not 0: the rational numeral a/b.
+// (/ a b) for whole numerals a and b, b positive: the rational numeral a/b. A negative a is
+// (/ (- 3) 2), the form of a negative rational that every solver takes as a value.
 Term const* fold_division(TermManager& mgr, Term const* a, Term const* b) {
   if (!is_numeral(a) || !is_numeral(b)) {
     return nullptr;
   }
   std::string const& n = a->get_symbol()->get_name();
   std::string const& d = b->get_symbol()->get_name();
-  if (!str::all_digits(n) || !str::all_digits(d) || d.find_first_not_of('0') == std::string::npos) {
+  bool const negative = !n.empty() && n[0] == '-';
+  if (!str::all_digits(n, negative ? 1 : 0) || !str::all_digits(d) ||
+      d.find_first_not_of('0') == std::string::npos) {
     return nullptr;
   }
   return mgr.make_number(n + "/" + d, mgr.get_rational_type());

@@ -17,6 +17,10 @@ namespace tvx {
 // (to_real t); a term of another sort is returned as it is.
 Term const* as_real(TermManager& mgr, Term const* t);
 
+// Divides the decimals num and den (den not 0) by their greatest common divisor, so that equal
+// rationals have one text.
+void reduce_rational(std::string& num, std::string& den);
+
 // Prepares the `n` arguments of an application of the operator named `op`. When the operator's
 // row mixes arithmetic, and its arguments (for ite, its two branches) hold both Int and Real
 // ones, or Int ones under "/", every Int argument becomes Real (as_real). Then the numeral the

@@ -13,6 +13,7 @@
 #include <gmp.h>
 
 #include <tvx/support/str.h>
+#include "core/arith_args.h"
 #include "core/operator_table.h"
 
 namespace tvx {
@@ -442,6 +443,10 @@ DataType const* array_result(Sig sig, Application const& app) {
 }
 
 }  // namespace
+
+void reduce_rational(std::string& num, std::string& den) {
+  reduce_fraction(num, den);
+}
 
 Term const* TermManager::make_term(Symbol const* s, std::vector<Term const*> const& args) {
   return make_term(s, args.data(), args.size());

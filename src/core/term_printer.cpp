@@ -1,5 +1,7 @@
 #include <tvx/core/term_printer.h>
 
+#include "core/arith_args.h"
+
 #include <algorithm>
 #include <charconv>
 #include <cstring>
@@ -82,7 +84,7 @@ std::string real_literal(std::string const& body) {
   return body + ".0";
 }
 
-// "N", "d.f" or "n/d" (no sign) as a quotient of integers: "(/ n d)" or, negative,
+// "N", "d.f" or "n/d" (no sign) as a quotient of integers in lowest terms: "(/ n d)" or, negative,
 // "(/ (- n) d)"; a non-negative "N" or "d.f" stays a decimal literal, "N.0" or "d.f".
 std::string real_quotient(std::string const& body, bool negative) {
   std::size_t const slash = body.find('/');
@@ -99,6 +101,7 @@ std::string real_quotient(std::string const& body, bool negative) {
     num = body.substr(0, dot) + body.substr(dot + 1);
     num.erase(0, std::min(num.find_first_not_of('0'), num.size() - 1));
     den = "1" + std::string(body.size() - dot - 1, '0');
+    reduce_rational(num, den);
   }
   return "(/ " + (negative ? "(- " + num + ")" : num) + " " + den + ")";
 }
@@ -235,6 +238,10 @@ std::string const& SmtLibTermPrinter::compute_type_text(DataType const* t) {
   std::string* slot = type_names_.slot(t->get_id());
   *slot = std::move(text);
   return *slot;
+}
+
+std::string SmtLibTermPrinter::inline_value_text(Term const* value) {
+  return numeral_text(value->get_symbol(), true);
 }
 
 std::string SmtLibTermPrinter::to_smtlib(Symbol const* s) {
@@ -476,7 +483,11 @@ void SmtLib2TermPrinter::render_body(Term const* t, std::string const* prefix, b
     if (f.next_arg < u->get_arity()) {
       Term const* child = u->get_arg(f.next_arg++);
       text_ += ' ';
-      frames_.push_back({child, 0});
+      if (is_inline_value(u, child)) {
+        text_ += inline_value_text(child);
+      } else {
+        frames_.push_back({child, 0});
+      }
       continue;
     }
     if (u->get_arity() > 0) {

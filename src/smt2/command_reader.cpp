@@ -1,6 +1,7 @@
 // The command reader: the loop that reads one command at a time, and one function per
 // command. Each command parses its arguments, makes its calls on the Solver (which checks,
 // traces and answers them), and writes the answer when a response writer is set.
+#include <algorithm>
 #include <cassert>
 
 #include "smt2/reader_impl.h"
@@ -91,6 +92,9 @@ bool ScriptReader::Impl::state_command(Command c, Token const& cmd) {
     case Command::kResetAssertions:
       cmd_reset_assertions();
       return true;
+    case Command::kReset:
+      cmd_reset();
+      return true;
     case Command::kSetOption:
       cmd_set_option();
       return true;
@@ -132,6 +136,12 @@ bool ScriptReader::Impl::query_command(Command c) {
     case Command::kGetInterpolant:
       cmd_get_interpolant();
       return true;
+    case Command::kGetAssertions:
+      cmd_get_assertions();
+      return true;
+    case Command::kGetAssignment:
+      cmd_get_assignment();
+      return true;
     case Command::kGetInfo:
     case Command::kGetOption:
       cmd_get_info(c == Command::kGetInfo);
@@ -148,16 +158,12 @@ bool ScriptReader::Impl::query_command(Command c) {
 void ScriptReader::Impl::refuse_command(Command c, Token const& cmd) {
   std::string const& name = cmd.text;
   switch (c) {
-    case Command::kReset:
-      error_at(cmd, "the command 'reset' is not supported");
     case Command::kRecursive:
       error_at(cmd, "recursive definitions ('" + name + "') are not supported");
     case Command::kDatatypes:
       error_at(cmd, "datatypes ('" + name + "') are not supported");
-    case Command::kNotSupported:
-      error_at(cmd, "the command '" + name + "' is not supported");
     default:
-      error_at(cmd, "unknown command '" + name + "'");
+      error_at(cmd, "the command '" + name + "' is not supported");
   }
 }
 
@@ -277,6 +283,61 @@ void ScriptReader::Impl::cmd_reset_assertions() {
     pop_scope();
   }
   solver_.reset_assertions();
+}
+
+void ScriptReader::Impl::cmd_reset() {
+  expect_rparen(" after reset");
+  // Every name goes, whatever its scope, and every option; what the reader learnt about
+  // operator names stays, as do the terms it made.
+  for (auto& [text, e] : entries_) {
+    e.name = Name{nullptr, nullptr, nullptr};
+    e.constant = nullptr;
+    e.sort = nullptr;
+  }
+  scope_log_.clear();
+  scope_marks_.clear();
+  macros_.clear();
+  global_declarations_ = false;
+  numerals_are_real_ = false;
+  groups_.clear();
+  group_numbers_used_.clear();
+  next_group_ = 0;
+  have_pending_group_ = false;
+  assertion_names_.clear();
+  named_formulas_.clear();
+  solver_.reset();
+}
+
+// The assertions of the open scopes, as asserted.
+void ScriptReader::Impl::cmd_get_assertions() {
+  expect_rparen(" after get-assertions");
+  std::vector<TheoryLit> assertions;
+  for (Term const* t : solver_.get_assertions()) {
+    assertions.emplace_back(t, false);
+  }
+  if (responses_ != nullptr) {
+    responses_->literals(assertions);
+  }
+}
+
+// The truth value of each :named Boolean term still in scope, in naming order.
+void ScriptReader::Impl::cmd_get_assignment() {
+  expect_rparen(" after get-assignment");
+  std::vector<std::pair<std::string, bool>> assignment;
+  std::unordered_set<std::string> seen;  // a name named again counts once, at its last naming
+  for (auto it = named_formulas_.rbegin(); it != named_formulas_.rend(); ++it) {
+    Entry const* e = find_entry(it->first);
+    if (e != nullptr && e->name.term == it->second && seen.insert(it->first).second) {
+      assignment.emplace_back(it->first, false);
+    }
+  }
+  std::reverse(assignment.begin(), assignment.end());
+  for (auto& [name, value] : assignment) {
+    value = solver_.get_model_value(find_entry(name)->name.term) == mgr_.make_true();
+  }
+  if (responses_ != nullptr) {
+    responses_->assignment(assignment);
+  }
 }
 
 void ScriptReader::Impl::cmd_set_logic() {

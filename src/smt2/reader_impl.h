@@ -92,11 +92,12 @@ enum class Command : std::uint8_t {
   kGetOption,
   kEcho,
   kExit,
-  kReset,         // not supported
-  kRecursive,     // define-fun-rec, define-funs-rec: not supported
-  kDatatypes,     // declare-datatype(s), declare-codatatypes: not supported
-  kNotSupported,  // other standard and common extension commands
-  kUnknown,
+  kReset,
+  kGetAssertions,
+  kGetAssignment,
+  kRecursive,  // define-fun-rec, define-funs-rec: not supported
+  kDatatypes,  // declare-datatype(s), declare-codatatypes: not supported
+  kUnknown,    // any other command, standard or not: not supported
 };
 Command command_of(std::string const& name);
 
@@ -157,12 +158,14 @@ class ScriptReader::Impl {
     // "(! TERM ATTRIBUTE* )": TERM is being parsed, then the attributes.
     kAnnotation,
   };
-  enum class HeadKind : std::uint8_t { kBuiltin, kSymbol, kMacro };
+  // kConstArray: ((as const SORT) VALUE), the head being the array sort.
+  enum class HeadKind : std::uint8_t { kBuiltin, kSymbol, kMacro, kConstArray };
 
   struct Frame {
     State state;
     HeadKind head_kind;
-    void const* head;  // Entry const* (builtin operator), Symbol const*, or Macro const*
+    // Entry const* (builtin operator), Symbol const*, Macro const*, or DataType const*
+    void const* head;
     std::size_t values_begin;
     std::size_t aux_begin;  // indices_ (kApply), let_names_ (kLetBinding), let_undo_ (kLetBody)
     std::uint64_t line;     // the head token, or the opening parenthesis
@@ -233,6 +236,9 @@ class ScriptReader::Impl {
   void cmd_get_unsat_assumptions();
   void cmd_get_interpolant();
   void cmd_reset_assertions();
+  void cmd_reset();
+  void cmd_get_assertions();
+  void cmd_get_assignment();
   void cmd_set_logic();
   void cmd_set_info();
   void cmd_get_info(bool info);
@@ -254,6 +260,7 @@ class ScriptReader::Impl {
   Term const* atom(Token const& t);
   void open_application();
   void open_indexed_application();
+  void open_qualified_application();
   Term const* indexed_constant();
   Term const* close_application();
   void bind_let(Frame& f);
@@ -334,6 +341,9 @@ class ScriptReader::Impl {
   // The :named name of each asserted formula that had one, for the names of unsat cores.
   std::unordered_map<Term const*, std::string> assertion_names_;
   std::string pending_name_;  // the :named name on the formula being asserted
+  // Every :named name of a Boolean term, in naming order, for get-assignment (a name whose
+  // scope is gone no longer names its term, and is skipped).
+  std::vector<std::pair<std::string, Term const*>> named_formulas_;
 
   // Term parser state, reused from term to term.
   std::vector<Frame> frames_;

@@ -90,6 +90,16 @@ void ResponseWriter::names(std::vector<std::string> const& names) {
   end();
 }
 
+void ResponseWriter::assignment(std::vector<std::pair<std::string, bool>> const& values) {
+  out_ << '(';
+  for (std::size_t i = 0; i < values.size(); ++i) {
+    out_ << (i ? " (" : "(") << SmtLibTermPrinter::quote(values[i].first)
+         << (values[i].second ? " true)" : " false)");
+  }
+  out_ << ')';
+  end();
+}
+
 void ResponseWriter::literals(std::vector<TheoryLit> const& literals) {
   out_ << '(';
   for (std::size_t i = 0; i < literals.size(); ++i) {

@@ -157,10 +157,11 @@ void ScriptReader::Impl::open_application() {
 // "((" is read; parses "_ OP INDEX+)" and pushes a kApply frame with the indices.
 void ScriptReader::Impl::open_indexed_application() {
   Token const u = lex_->peek();
+  if (u.kind == TokenKind::kSymbol && eq(u.text, "as")) {
+    open_qualified_application();
+    return;
+  }
   if (u.kind != TokenKind::kSymbol || !eq(u.text, "_")) {
-    if (u.kind == TokenKind::kSymbol && eq(u.text, "as")) {
-      error_at(u, "qualified terms (as) are not supported");
-    }
     expected("'_' starting an indexed operator");
   }
   lex_->next();
@@ -188,6 +189,31 @@ void ScriptReader::Impl::open_indexed_application() {
   }
   frames_.push_back(
       Frame{State::kApply, HeadKind::kBuiltin, &e, values_.size(), indices_begin, line, column});
+}
+
+// "((as" is current; parses "as const SORT)" and pushes the frame of a constant array.
+void ScriptReader::Impl::open_qualified_application() {
+  Token const as = lex_->peek();
+  lex_->next();
+  Token const name = lex_->peek();
+  if (name.kind != TokenKind::kSymbol || !eq(name.text, "const")) {
+    if (name.kind == TokenKind::kSymbol) {
+      error_at(name, "qualified terms (as " + name.text + " ...) are not supported");
+    }
+    expected("'const' after 'as'");
+  }
+  lex_->next();
+  Token const sort_tok = lex_->peek();
+  DataType const* sort = parse_sort();
+  if (!sort->is_array()) {
+    error_at(sort_tok, "a constant array needs an array sort, found " + sort_text(sort));
+  }
+  expect_rparen(" after the sort of the constant array");
+  if (lex_->peek_kind() == TokenKind::kRParen) {
+    expected("the value of the constant array");
+  }
+  frames_.push_back(Frame{State::kApply, HeadKind::kConstArray, sort, values_.size(),
+                          indices_.size(), as.line, as.column});
 }
 
 // "(_" is read; parses "bvN W)".
@@ -305,6 +331,13 @@ Term const* ScriptReader::Impl::close_application() {
       }
       break;
     }
+    case HeadKind::kConstArray: {
+      DataType const* sort = static_cast<DataType const*>(f.head);
+      check_args("(as const " + sort_text(sort) + ")", 1,
+                 [&](std::size_t) { return sort->get_array_element(); });
+      result = mgr_.make_const_array(sort, args[0]);
+      break;
+    }
     case HeadKind::kBuiltin: {
       Entry const& op = *static_cast<Entry const*>(f.head);
       std::size_t const num_indices = indices_.size() - f.aux_begin;
@@ -359,6 +392,9 @@ void ScriptReader::Impl::close_annotation(Term const* value, bool outermost, boo
       std::string const name = expect_symbol("a name after ':named'");
       check_fresh_name(name_tok, name);
       add_name(name, Name{nullptr, nullptr, value});
+      if (value->get_type() == mgr_.get_bool_type()) {
+        named_formulas_.emplace_back(name, value);
+      }
       if (outermost && assertion) {
         pending_name_ = name;
       }

@@ -367,8 +367,8 @@ namespace {
 // naming the operation.
 class Cvc5Engine final : public Engine {
  public:
-  Cvc5Engine(TermManager& mgr, Configuration const& config) {
-    call("start", [&] { session_ = std::make_unique<Cvc5Session>(mgr, config); });
+  Cvc5Engine(TermManager& mgr, Configuration const& config) : mgr_(mgr), config_(config) {
+    call("start", [&] { session_ = std::make_unique<Cvc5Session>(mgr_, config_); });
   }
   ~Cvc5Engine() override {
     // cvc5's objects die on the thread that made them.
@@ -395,6 +395,13 @@ class Cvc5Engine final : public Engine {
   }
   void reset_assertions() override {
     call("reset_assertions", [&] { session_->reset_assertions(); });
+  }
+  // A new solver: cvc5 fixes its options and logic once per solver.
+  void reset() override {
+    call("reset", [&] {
+      session_.reset();
+      session_ = std::make_unique<Cvc5Session>(mgr_, config_);
+    });
   }
   CheckResult check(std::vector<TheoryLit> const& assumptions) override {
     return call("check", [&] { return session_->check(assumptions); });
@@ -443,6 +450,8 @@ class Cvc5Engine final : public Engine {
     }
   }
 
+  TermManager& mgr_;
+  Configuration const config_;
   std::string name_ = "cvc5";
   DeepStack stack_;
   std::unique_ptr<Cvc5Session> session_;

@@ -97,16 +97,22 @@ ProcessEngine::ProcessEngine(TermManager& mgr, Configuration const& config,
     : mgr_(mgr),
       config_(config),
       name_(command),
+      argv_(split_command(command)),
+      interpolation_(interpolation),
       settings_(config.printer),
       printer_(&mgr, &settings_, kNamePrefix, "", false, nullptr) {
-  std::vector<std::string> const argv = split_command(command);
-  if (argv.empty()) {
+  if (argv_.empty()) {
     throw Error("unknown engine '" + command + "'");
   }
   name_ = command.substr(command.find_first_not_of(" \t\n"));
   name_.erase(name_.find_last_not_of(" \t\n") + 1);
   limit_ = config.timeout > 0 ? config.timeout * 1.5 + 2.0 : kNoTimeoutLimit;
-  process_ = std::make_unique<Process>(argv);
+  start();
+}
+
+void ProcessEngine::start() {
+  Configuration const& config = config_;
+  process_ = std::make_unique<Process>(argv_);
   set_option(":print-success", "true", true);
   // The solver's name chooses the options that SMT-LIB leaves to each solver.
   try {
@@ -142,7 +148,7 @@ ProcessEngine::ProcessEngine(TermManager& mgr, Configuration const& config,
   if (config.unsat_core_generation) {
     set_option(":produce-unsat-cores", "true", true);
   }
-  if (interpolation) {
+  if (interpolation_) {
     // cvc5 computes interpolants by synthesis, which it refuses while it tracks cores.
     set_option(":produce-interpolants", "true", true);
   } else {
@@ -504,6 +510,32 @@ void ProcessEngine::reset_assertions() {
     }
   }
   forget_above(0, dropped);
+}
+
+void ProcessEngine::reset() {
+  process_.reset();
+  ended_.clear();
+  pending_.clear();
+  outbox_.clear();
+  text_.str("");
+  solver_.clear();
+  global_decls_ = false;
+  probe_.clear();
+  sort_done_.clear();
+  symbol_done_.clear();
+  term_done_.clear();
+  log_.clear();
+  known_.clear();
+  by_name_.clear();
+  depth_ = 0;
+  named_.clear();
+  named_log_.clear();
+  assumption_scope_ = false;
+  assumptions_.clear();
+  proxies_.clear();
+  lets_.clear();
+  definitions_.clear();
+  start();
 }
 
 CheckResult ProcessEngine::check(std::vector<TheoryLit> const& assumptions) {

@@ -53,6 +53,9 @@ class ProcessEngine final : public Engine {
   void push() override;
   void pop() override;
   void reset_assertions() override;
+  // Starts the solver anew: solvers differ on whether (reset) itself answers under
+  // :print-success, and a new process is the start state for every one of them.
+  void reset() override;
   CheckResult check(std::vector<TheoryLit> const& assumptions) override;
   std::string reason_unknown() override;
   std::vector<Term const*> unsat_core() override;
@@ -98,6 +101,9 @@ class ProcessEngine final : public Engine {
   // Throws for an (error ...) or `unsupported` answer; returns otherwise.
   void refuse(std::string const& answer, std::string const& command, bool end_solver);
 
+  // Starts the solver process and sets the session's options.
+  void start();
+
   // --- declarations ---
   void declare_sorts(DataType const* type);
   void declare_symbol(Symbol const* s);
@@ -140,6 +146,8 @@ class ProcessEngine final : public Engine {
   TermManager& mgr_;
   Configuration config_;
   std::string name_;
+  std::vector<std::string> argv_;
+  bool interpolation_;
   Configuration::Printer settings_;
   SmtLib2TermPrinter printer_;
   std::unique_ptr<Process> process_;

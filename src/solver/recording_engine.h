@@ -20,6 +20,7 @@ class RecordingEngine : public Engine {
   void push() override {}
   void pop() override {}
   void reset_assertions() override {}
+  void reset() override {}
   CheckResult check(std::vector<TheoryLit> const&) override { return CheckResult::Unknown; }
   std::string reason_unknown() override { return name_; }
   std::vector<Term const*> unsat_core() override { return {}; }

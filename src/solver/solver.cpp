@@ -113,6 +113,25 @@ void Solver::start_tracing(std::unique_ptr<SmtLib2ApiTracer> writer) {
   }
 }
 
+std::vector<Term const*> Solver::get_assertions() const {
+  std::vector<Term const*> formulas;
+  formulas.reserve(assertions_.size());
+  for (Assertion const& a : assertions_) {
+    formulas.push_back(a.formula);
+  }
+  return formulas;
+}
+
+void Solver::reset() {
+  tracer_->trace_reset();
+  forget_answers();
+  group_ = -1;
+  num_groups_ = 0;
+  assertions_.clear();
+  scopes_.clear();
+  engine_->reset();
+}
+
 // ------------------------------------------------------------------------ checks
 
 void Solver::check_sort(DataType const* sort, char const* call) const {

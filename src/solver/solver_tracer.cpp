@@ -126,6 +126,10 @@ void SolverTracer::trace_reset_assertions() {
   writer_->trace_reset_assertions();
 }
 
+void SolverTracer::trace_reset() {
+  writer_->trace_reset();
+}
+
 void SolverTracer::trace_new_interpolation_group() {
   writer_->trace_new_interpolation_group();
 }

@@ -43,6 +43,7 @@ class SolverTracer final : public ApiTracer {
   void trace_get_unsat_assumptions() override;
   void trace_get_model() override;
   void trace_get_model_value(Term const* t) override;
+  void trace_reset() override;
 
  private:
   // Before `term` is traced: reports the uninterpreted sorts nested in the signatures of the

@@ -33,6 +33,9 @@ class Z3Engine final : public Engine {
   void push() override;
   void pop() override;
   void reset_assertions() override;
+  // z3's declarations belong to its context, not to its solver: a reset of the solver is the
+  // start state.
+  void reset() override { reset_assertions(); }
   CheckResult check(std::vector<TheoryLit> const& assumptions) override;
   std::string reason_unknown() override;
   std::vector<Term const*> unsat_core() override;

@@ -109,8 +109,9 @@ void SmtLib2ApiTracer::find_symbols_and_types_to_declare(
 }
 
 // Whether the walk can leave the term with id n alone: in global-declarations mode nothing
-// declared is ever forgotten, so a term whose whole DAG was found declared (its closure bit)
-// stays so, and, unless definitions are wanted and it has none, holds nothing to find.
+// declared is forgotten before a reset (which clears the closure bits), so a term whose whole DAG
+// was found declared (its closure bit) stays so, and, unless definitions are wanted and it has
+// none, holds nothing to find.
 inline bool SmtLib2ApiTracer::can_skip(std::size_t n, bool define) const {
   return global_decls_ && declared_closure_[n] && (!define || defined_terms_[n]);
 }
@@ -169,7 +170,8 @@ inline void SmtLib2ApiTracer::finish_term(Term const* t, std::size_t n, bool def
     // The defined terms are closed under arguments: a term's arguments are done, and so
     // defined, before the term.
     assert(std::all_of(t->args(), t->args() + t->get_arity(), [&](Term const* a) {
-      return defined_terms_[static_cast<std::size_t>(a->get_id())];
+      return defined_terms_[static_cast<std::size_t>(a->get_id())] ||
+             SmtLibTermPrinter::is_inline_value(t, a);
     }));
     definitions_.push_back({static_cast<std::uint64_t>(n), t});
     defined_terms_[n] = true;
@@ -222,7 +224,16 @@ void SmtLib2ApiTracer::walk(std::vector<Symbol const*>& symbols,
     marks[2 * n + 1] = true;
     bool pushed = false;
     Term const* const* args = t->args();
-    for (std::size_t i = 0, arity = t->get_arity(); i < arity; ++i) {
+    std::size_t arity = t->get_arity();
+    if (t->get_symbol()->get_tag() == SymbolTag::CONST_ARRAY &&
+        SmtLibTermPrinter::is_inline_value(t, args[0])) {
+      // Written in place, never by a label: a numeral needs no declaration either.
+      arity = 0;
+      if (global_decls_) {
+        declared_closure_[static_cast<std::size_t>(args[0]->get_id())] = true;
+      }
+    }
+    for (std::size_t i = 0; i < arity; ++i) {
       std::size_t const m = static_cast<std::size_t>(args[i]->get_id());
       // Arguments are made before the terms that use them.
       assert(m < n && "an argument's id is smaller than its parent's");

@@ -28,6 +28,7 @@ class NullApiTracer final : public ApiTracer {
   void trace_get_unsat_assumptions() override {}
   void trace_get_model() override {}
   void trace_get_model_value(Term const*) override {}
+  void trace_reset() override {}
 };
 
 }  // namespace tvx

@@ -324,10 +324,18 @@ void SmtLib2ApiTracer::compose_plain_definition(Term const* u, std::string const
     p = TextBuffer::put(p, '(');
     p = TextBuffer::put(p, head);
     Term const* const* args = u->args();
-    for (std::size_t i = 0; i < arity; ++i) {
+    if (SmtLibTermPrinter::is_inline_value(u, args[0])) {
+      std::string const value = SmtLibTermPrinter::inline_value_text(args[0]);
       p = TextBuffer::put(p, ' ');
-      p = TextBuffer::put(p, prefix);
-      p = TextBuffer::put_number(p, args[i]->get_id());
+      def_text_.commit(p);
+      p = def_text_.room(value.size() + 4);
+      p = TextBuffer::put(p, value);
+    } else {
+      for (std::size_t i = 0; i < arity; ++i) {
+        p = TextBuffer::put(p, ' ');
+        p = TextBuffer::put(p, prefix);
+        p = TextBuffer::put_number(p, args[i]->get_id());
+      }
     }
     p = TextBuffer::put(p, ')');
   }
@@ -347,8 +355,12 @@ void SmtLib2ApiTracer::compose_definition_in_stream(Term const* u, std::string c
   } else {
     def_stream_ << '(' << printer_.symbol_text(s);
     Term const* const* args = u->args();
-    for (std::size_t i = 0; i < arity; ++i) {
-      def_stream_ << ' ' << prefix << static_cast<std::uint64_t>(args[i]->get_id());
+    if (SmtLibTermPrinter::is_inline_value(u, args[0])) {
+      def_stream_ << ' ' << SmtLibTermPrinter::inline_value_text(args[0]);
+    } else {
+      for (std::size_t i = 0; i < arity; ++i) {
+        def_stream_ << ' ' << prefix << static_cast<std::uint64_t>(args[i]->get_id());
+      }
     }
     def_stream_ << ')';
   }
@@ -471,6 +483,21 @@ void SmtLib2ApiTracer::trace_reset_assertions() {
 
   itp_group_ = -1;
   out_ << "(reset-assertions)\n";
+  out_.flush();
+}
+
+void SmtLib2ApiTracer::trace_reset() {
+  std::fill(declared_symbols_.begin(), declared_symbols_.end(), false);
+  symbol_decl_stack_.clear();
+  declared_types_.clear();
+  type_decl_stack_.clear();
+  std::fill(defined_terms_.begin(), defined_terms_.end(), false);
+  std::fill(declared_closure_.begin(), declared_closure_.end(), false);
+  itp_group_ = -1;
+  out_ << "(reset)\n";
+  if (global_decls_) {
+    out_ << "(set-option :global-decls true)\n";
+  }
   out_.flush();
 }
 

@@ -235,8 +235,8 @@ TEST_F(TermTest, NameAndNumeralTexts) {
            {"1/2", real, "(/ 1 2)"},
            {"-3", real, "(/ (- 3) 1)"},
            {"-1/2", real, "(/ (- 1) 2)"},
-           {"-0.25", real, "(/ (- 25) 100)"},
-           {"-10.5", real, "(/ (- 105) 10)"}})
+           {"-0.25", real, "(/ (- 1) 4)"},
+           {"-10.5", real, "(/ (- 21) 2)"}})
     EXPECT_EQ(quotients.to_smtlib(mgr.make_number(value, type)->get_symbol()), text) << value;
 }
 

@@ -129,6 +129,14 @@ TEST(ScriptReaderTest, CommandsBecomeApiCalls) {
        "(declare-fun b () Bool)(assert (and a b (or a) (= (+ 1) 1)))",
        "(declare-fun a () Bool)\n(push 1)\n(push 1)\n(declare-fun b () Bool)\n(reset-assertions)\n"
        "(declare-fun b () Bool)\n(assert (and a b a (= 1 1)))\n"},
+      {"(declare-fun a () (Array Int Real))(assert (= a ((as const (Array Int Real)) 1)))",
+       "(declare-fun a () (Array Int Real))\n(assert (= a ((as const (Array Int Real)) 1.0)))\n"},
+      // After a reset every name may be declared again, with another sort; the new symbol
+      // has a printed name of its own.
+      {"(declare-sort U 0)(declare-fun x () U)(push 1)(define-fun d () Bool true)(assert d)"
+       "(reset)(declare-fun x () Int)(define-fun d () Int 1)(declare-sort U 0)(assert (= x d))",
+       "(declare-sort U 0)\n(declare-fun x () U)\n(push 1)\n(assert true)\n(reset)\n"
+       "(declare-fun x!1 () Int)\n(declare-sort U 0)\n(assert (= x!1 1))\n"},
   };
   for (auto const& c : cases) {
     Session s;
@@ -148,12 +156,14 @@ TEST(ScriptReaderTest, MalformedAndUnsupportedInput) {
       {"(assert (> x 1))", "1:12", "unknown symbol 'x'", 0},
       {"(declare-fun x () Int)\n(assert (and x true))", "2:10", "Int", 1},
       {"(declare-fun x () Int", "1:22", "expected ')'", 0},
-      {"(echo \"a\nb\")\t(foo)", "2:6", "unknown command 'foo'", 0},
+      {"(echo \"a\nb\")\t(foo)", "2:6", "the command 'foo' is not supported", 0},
       {"(assert (forall ((x Int)) true))", "1:10", "quantifiers are not supported", 0},
-      {"(check-sat)(reset)", "1:13", "'reset' is not supported", 1},
+      {"(check-sat)(minimize x)", "1:13", "the command 'minimize' is not supported", 1},
       {"(declare-sort S 1)", "1:17", "parametric sorts are not supported", 0},
       {"(declare-fun x () Int)(assert (= x \"a\"))", "1:36", "string literals are not", 1},
-      {"(assert (= ((as const (Array Int Int)) 0) 0))", "1:14", "(as) are not supported", 0},
+      {"(assert (= ((as const Int) 0) 0))", "1:23", "needs an array sort, found Int", 0},
+      {"(assert (= ((as const (Array Int Int)) true) 0))", "1:14", "has sort Bool", 0},
+      {"(assert (= ((as nil (Array Int Int)) 0) 0))", "1:17", "(as nil ...) are not", 0},
       {"(pop 1)", "1:6", "only 0 push level(s) are open", 0},
       {"(push 1)(pop)(pop)", "1:15", "cannot pop 1 level(s)", 2},
       {"(push 1)(push 2000000)", "1:15", "too large", 1},
@@ -202,8 +212,8 @@ TEST(ScriptReaderTest, MillionDeepNesting) {
   lets += "a" + closing + ")";
   Session s;
   EXPECT_EQ(s.read("(declare-fun p () Bool)(assert " + nots + "p" + closing + ")"), "");
-  EXPECT_EQ(s.read(lets + "(foo)"),
-            "s.smt2:1:" + std::to_string(lets.size() + 2) + ": error: unknown command 'foo'");
+  EXPECT_EQ(s.read(lets + "(foo)"), "s.smt2:1:" + std::to_string(lets.size() + 2) +
+                                        ": error: the command 'foo' is not supported");
   EXPECT_TRUE(s.body() == "(declare-fun p () Bool)\n(assert " + nots + "p" + closing + ")\n" +
                               "(assert " + nots.substr(5) + "p" + closing.substr(1) + ")\n");
 }

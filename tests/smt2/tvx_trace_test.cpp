@@ -164,9 +164,28 @@ TEST_F(TvxTraceTest, SolverAnswersAndTracesTheSession) {
   EXPECT_NE(out_.find("z3"), std::string::npos) << out_;
 }
 
+// The queries that read the session's state: get-assertions lists the assertions of the open
+// scopes, get-assignment the named formulas in scope; after a reset both are empty. Every
+// engine answers alike.
+TEST_F(TvxTraceTest, AssertionsAndAssignmentsFollowScopesAndReset) {
+  std::string const script =
+      "(declare-fun x () Int)(assert (! (> x 2) :named big))(push 1)"
+      "(assert (! (< x 4) :named small))(assert (! (= x 7) :named seven))(pop 1)"
+      "(assert (< x 4))(check-sat)(get-assertions)(get-assignment)(reset)(get-assertions)"
+      "(declare-fun x () Bool)(assert (! (not x) :named nx))(check-sat)(get-assignment)";
+  for (std::string const engine : {"z3", "cvc5", "'z3 -in'"}) {
+    SCOPED_TRACE(engine);
+    if (engine == "'z3 -in'" && std::system("command -v z3 >/dev/null") != 0) {
+      continue;
+    }
+    ASSERT_EQ(run("--solver " + engine, script), 0) << err_;
+    EXPECT_EQ(out_, "sat\n((> x 2) (< x 4))\n((big true))\n()\nsat\n((nx true))\n");
+  }
+}
+
 // Each script, traced in scoped and in global-declarations mode, replays in z3 and in cvc5 with
 // the command lines the README gives, answering as z3 does on the script itself.
-TEST_F(TvxTraceTest, NamesUsedAgainAndNamesOfOtherTheoriesReplayInZ3AndCvc5) {
+TEST_F(TvxTraceTest, ScriptsReplayInZ3AndCvc5InBothModes) {
   if (std::system("(command -v z3 && command -v cvc5 && command -v timeout) >/dev/null") != 0) {
     GTEST_SKIP() << "needs z3, cvc5 and timeout on the PATH";
   }
@@ -207,6 +226,18 @@ TEST_F(TvxTraceTest, NamesUsedAgainAndNamesOfOtherTheoriesReplayInZ3AndCvc5) {
        "(assert (distinct (char 1) (char 2)))(assert (=> re.* (> exp 1.0)))(check-sat)(push 1)"
        "(assert (and re.* (< exp 0.0)))(check-sat)(pop 1)(assert (= seq.len (str.len 0)))"
        "(assert (distinct (str.len 0) (str.len _str.len)))(check-sat)"},
+      {"reset",
+       "(declare-sort U 0)(declare-fun x () U)(declare-fun y () U)(define-fun d () Bool true)"
+       "(push 1)(assert (and d (distinct x y)))(check-sat)(reset)(declare-fun x () Int)"
+       "(define-fun d () Int 3)(push 1)(assert (> x d))(check-sat)(reset)(reset)"
+       "(declare-sort U 0)(declare-fun x () Bool)(declare-fun y () U)(assert (and x (not x)))"
+       "(check-sat)"},
+      {"constant arrays",
+       "(declare-fun a () (Array Int Int))(declare-fun b () (Array Int Real))"
+       "(assert (= a (store ((as const (Array Int Int)) 0) 1 5)))(assert (= (select a 2) 0))"
+       "(check-sat)(assert (= b ((as const (Array Int Real)) (- 1.5))))"
+       "(assert (= (select b 7) (select ((as const (Array Int Real)) (/ (- 3) 2)) 0)))(check-sat)"
+       "(assert (= (select a 1) (select ((as const (Array Int Int)) 4) 0)))(check-sat)"},
   };
   std::string const trace = "'" + tmp_ + "/trace.smt2'";
   for (auto const& [what, script] : scripts) {

@@ -62,6 +62,7 @@ class ModelReader : public Engine {
   void push() override { inner_->push(); }
   void pop() override { inner_->pop(); }
   void reset_assertions() override { inner_->reset_assertions(); }
+  void reset() override { inner_->reset(); }
   CheckResult check(std::vector<TheoryLit> const& assumptions) override {
     CheckResult const r = inner_->check(assumptions);
     if (r == CheckResult::Sat) {

@@ -633,6 +633,17 @@ TEST_P(EngineSuiteTest, ScopesAndResetFollowTheAssertions) {
   assert_all({eq(op("+", {x, z}), num("3")), eq(z, num("1"))});
   ASSERT_EQ(s.check(), CheckResult::Sat);
   EXPECT_EQ(s.get_model_value(x), num("2"));
+  // A full reset drops the declarations too: a name comes back with another sort, and the
+  // older symbols are declared again when next used.
+  s.push();
+  s.reset();
+  EXPECT_EQ(s.num_scopes(), 0u);
+  EXPECT_EQ(s.check(), CheckResult::Sat);
+  Term const* xb = var("x", B_);
+  assert_all({mgr_.make_not(xb), eq(op("+", {x, z}), num("5")), eq(z, num("2"))});
+  ASSERT_EQ(s.check(), CheckResult::Sat);
+  EXPECT_EQ(s.get_model_value(xb), mgr_.make_false());
+  EXPECT_EQ(s.get_model_value(x), num("3"));
 }
 
 TEST_P(EngineSuiteTest, ATimeOutAnswersUnknownWithAReason) {

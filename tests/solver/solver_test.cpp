@@ -39,7 +39,8 @@ class SpyEngine : public Engine {
   }
   void push() override { log("push"), inner_->push(); }
   void pop() override { log("pop"), inner_->pop(); }
-  void reset_assertions() override { log("reset"), inner_->reset_assertions(); }
+  void reset_assertions() override { log("reset-assertions"), inner_->reset_assertions(); }
+  void reset() override { log("reset"), inner_->reset(); }
   CheckResult check(std::vector<TheoryLit> const& a) override {
     if (die_) {
       std::abort();

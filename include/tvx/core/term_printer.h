@@ -56,6 +56,13 @@ class SmtLibTermPrinter : public TermPrinter {
   // the only forms of a negative or fractional Real that some solvers take as the value of a
   // constant array. Set it before the first text is made: texts are kept once made.
   void set_real_quotients(bool on) { real_quotients_ = on; }
+  // The value of a constant array is written in place and, when it is a numeral, in the
+  // quotient form above, whatever the setting: some solvers take nothing else there.
+  static bool is_inline_value(Term const* array, Term const* value) {
+    return array->get_symbol()->get_tag() == SymbolTag::CONST_ARRAY &&
+           value->get_symbol()->get_tag() == SymbolTag::NUMERAL;
+  }
+  static std::string inline_value_text(Term const* value);
 
   // The symbol text without copying; valid until the printer is destroyed.
   std::string const& symbol_text(Symbol const* s) {

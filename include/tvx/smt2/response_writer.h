@@ -31,6 +31,8 @@ class ResponseWriter {
   void model(Model const& model);
   // (NAME ...), the names of the formulas in a core.
   void names(std::vector<std::string> const& names);
+  // ((NAME true) (NAME false) ...): the truth values of named formulas.
+  void assignment(std::vector<std::pair<std::string, bool>> const& values);
   // (LITERAL ...): a term, or (not TERM).
   void literals(std::vector<TheoryLit> const& literals);
   // One cube per line, as literals, then the answer that ended the search.

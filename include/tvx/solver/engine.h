@@ -64,6 +64,8 @@ class Engine {
   virtual void pop() = 0;
   // Removes every assertion and scope; declarations stay.
   virtual void reset_assertions() = 0;
+  // Back to the state the engine was made in: no assertions, scopes or declarations.
+  virtual void reset() = 0;
 
   // Checks the assertions together with the assumption literals (none for a plain check).
   virtual CheckResult check(std::vector<TheoryLit> const& assumptions) = 0;

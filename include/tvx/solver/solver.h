@@ -67,6 +67,9 @@ class Solver {
   void pop(std::size_t levels = 1);  // at most num_scopes()
   std::size_t num_scopes() const { return scopes_.size(); }
   void reset_assertions();
+  // Back to the start state: no assertions, scopes, declarations or interpolation groups. The
+  // term manager keeps its terms; the names of symbols and sorts may be declared again.
+  void reset();
 
   // --- checks ---
   CheckResult check();
@@ -102,6 +105,9 @@ class Solver {
   // After a satisfiable or unknown check, with model_generation set.
   Model get_model();
   Term const* get_model_value(Term const* term);
+  // The assertions of the open scopes, in the order they were made. Not traced: it asks
+  // nothing of the engine.
+  std::vector<Term const*> get_assertions() const;
 
  private:
   enum class State { kNone, kSat, kUnsat, kUnknown };

@@ -28,6 +28,10 @@ class ApiTracer {
   virtual void trace_get_unsat_assumptions() = 0;
   virtual void trace_get_model() = 0;
   virtual void trace_get_model_value(Term const* t) = 0;
+
+  // Operations beyond the sixteen above.
+  // Back to the start state: no assertions, scopes, declarations or definitions.
+  virtual void trace_reset() = 0;
 };
 
 }  // namespace tvx

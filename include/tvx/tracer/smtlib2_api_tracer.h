@@ -51,6 +51,10 @@ class SmtLib2ApiTracer : public ApiTracer {
   void trace_get_unsat_assumptions() override;
   void trace_get_model() override;
   void trace_get_model_value(Term const* t) override;
+  // Writes (reset) and forgets every declaration and definition, so that each is written
+  // again when next used; in global-declarations mode the option that announces the mode is
+  // written again too, since a reset takes options back to their defaults.
+  void trace_reset() override;
 
   // Writes the label of t (the defines prefix, "." when empty, then the id) to os, or to the
   // trace when os is null; returns the stream written to.
@@ -148,7 +152,7 @@ class SmtLib2ApiTracer : public ApiTracer {
   std::vector<std::uint32_t> id_ranks_;
   std::vector<bool> visit_marks_;
   // Global-declarations mode: per term id, set when everything the term's DAG needs is
-  // declared, which then stays true since nothing is forgotten in that mode.
+  // declared, which then stays true since nothing is forgotten in that mode before a reset.
   std::vector<bool> declared_closure_;
   // Scratch: the declaration search's work stack and visited list, and the text of a query
   // command being composed.
