@@ -456,6 +456,10 @@ Term const* TermManager::make_term(Symbol const* s, Term const* const* args, std
   if (s == nullptr) {
     throw Error("invalid application: no symbol");
   }
+  if (s->get_tag() == SymbolTag::FORALL || s->get_tag() == SymbolTag::EXISTS) {
+    throw Error("invalid application of '" + s->get_name() + "': binders are made by " +
+                (s->get_tag() == SymbolTag::FORALL ? "make_forall" : "make_exists"));
+  }
   for (std::size_t i = 0; i < n; ++i) {
     if (args[i] == nullptr) {
       throw Error("invalid application of '" + s->get_name() + "': null argument");

@@ -259,7 +259,7 @@ Symbol const* TermManager::make_fresh_symbol(std::string const& name, DataType c
 }
 
 Symbol const* TermManager::new_uninterpreted_symbol(std::string const& name, DataType const* type,
-                                                    bool user) {
+                                                    bool user, SymbolTag::tag tag) {
   auto const own = symbol_names_.try_emplace(name).first;
   auto const printed = choose_printed_name(symbol_names_, own, is_foreign_theory_name(name, false));
   std::uint64_t const id = next_symbol_id_;
@@ -269,7 +269,7 @@ Symbol const* TermManager::new_uninterpreted_symbol(std::string const& name, Dat
   std::uint64_t const arity = type->is_function() ? type->get_num_components() - 1 : 0;
   DataType const* output = type->is_function() ? type->get_function_result() : type;
   try {
-    symbols_.emplace_back(id, arity, type, output, SymbolTag::UNINTERPRETED, name);
+    symbols_.emplace_back(id, arity, type, output, tag, name);
   } catch (...) {
     renamed_symbols_.erase(id);
     throw;
@@ -453,7 +453,188 @@ Term const* TermManager::intern_term(Symbol const* s, Term const* const* args, s
   term_slots_[i] = TermSlot{hash, t};
   ++term_count_;
   assert(t->get_id() == term_count_ && "term ids grow in creation order from 1");
+  if (!var_sets_.empty()) {
+    note_free_vars(t);
+  }
   return t;
+}
+
+// ---------------------------------------------------------------- binders
+
+Term const* TermManager::make_variable(std::string const& name, DataType const* sort) {
+  check_name(name, "variable");
+  if (sort == nullptr || !owns(sort) || sort->is_function()) {
+    throw Error("invalid variable '" + name +
+                "': it needs a sort of this manager, not a "
+                "function sort");
+  }
+  auto const key = std::make_pair(name, sort->get_id());
+  auto it = variables_.find(key);
+  if (it != variables_.end()) {
+    return it->second;
+  }
+  if (var_sets_.empty()) {
+    var_sets_.emplace_back();  // the empty set, index 0
+    var_set_index_.emplace(std::vector<std::uint64_t>{}, 0);
+  }
+  Symbol const* s = new_uninterpreted_symbol(name, sort, false, SymbolTag::VARIABLE);
+  Term const* t = intern_term(s, nullptr, 0);
+  variables_.emplace(key, t);
+  return t;
+}
+
+Term const* TermManager::make_forall(std::vector<Term const*> const& vars, Term const* body,
+                                     BinderAttributes const& attributes) {
+  return make_binder(SymbolTag::FORALL, vars, body, attributes);
+}
+
+Term const* TermManager::make_exists(std::vector<Term const*> const& vars, Term const* body,
+                                     BinderAttributes const& attributes) {
+  return make_binder(SymbolTag::EXISTS, vars, body, attributes);
+}
+
+BinderInfo const& TermManager::binder_info(Symbol const* binder) const {
+  assert((binder->get_tag() == SymbolTag::FORALL || binder->get_tag() == SymbolTag::EXISTS) &&
+         "a binder's symbol");
+  return binder_infos_[static_cast<std::size_t>(binder->get_index(1))];
+}
+
+Term const* TermManager::make_binder_like(Symbol const* binder, Term const* const* args,
+                                          std::size_t n) {
+  BinderInfo const& info = binder_info(binder);
+  assert(n == binder->get_arity() && "the binder's number of arguments");
+  (void)n;
+  BinderAttributes attributes;
+  std::size_t k = info.num_vars + 1;
+  for (std::size_t size : info.pattern_sizes) {
+    attributes.patterns.emplace_back(args + k, args + k + size);
+    k += size;
+  }
+  attributes.no_patterns.assign(args + k, args + k + info.num_no_patterns);
+  attributes.qid = info.qid;
+  attributes.skolemid = info.skolemid;
+  attributes.weight = info.weight;
+  std::vector<Term const*> const vars(args, args + info.num_vars);
+  return make_binder(binder->get_tag(), vars, args[info.num_vars], attributes);
+}
+
+Term const* TermManager::make_binder(SymbolTag::tag tag, std::vector<Term const*> const& vars,
+                                     Term const* body, BinderAttributes const& attributes) {
+  char const* name = tag == SymbolTag::FORALL ? "forall" : "exists";
+  auto fail = [&](std::string const& why) {
+    throw Error(std::string("invalid ") + name + ": " + why);
+  };
+  if (vars.empty()) {
+    fail("no variable to bind");
+  }
+  std::vector<Term const*> args;
+  for (Term const* v : vars) {
+    if (v == nullptr || !owns(v) || v->get_symbol()->get_tag() != SymbolTag::VARIABLE) {
+      fail("a bound variable must be made by make_variable");
+    }
+    if (std::find(args.begin(), args.end(), v) != args.end()) {
+      fail("the variable '" + v->get_symbol()->get_name() + "' is bound twice");
+    }
+    args.push_back(v);
+  }
+  if (body == nullptr || !owns(body) || !body->get_type()->is_bool()) {
+    fail("the body must be a formula of this manager");
+  }
+  args.push_back(body);
+  BinderInfo info;
+  info.num_vars = vars.size();
+  for (auto const& pattern : attributes.patterns) {
+    if (pattern.empty()) {
+      fail("a pattern needs at least one term");
+    }
+    info.pattern_sizes.push_back(pattern.size());
+    args.insert(args.end(), pattern.begin(), pattern.end());
+  }
+  info.num_no_patterns = attributes.no_patterns.size();
+  args.insert(args.end(), attributes.no_patterns.begin(), attributes.no_patterns.end());
+  for (std::size_t i = vars.size() + 1; i < args.size(); ++i) {
+    if (args[i] == nullptr || !owns(args[i])) {
+      fail("a pattern's term must be a term of this manager");
+    }
+  }
+  info.qid = attributes.qid;
+  info.skolemid = attributes.skolemid;
+  info.weight = attributes.weight < 0 ? -1 : attributes.weight;
+  // Equal attributes are one entry, so that equal binders are one symbol and one term.
+  std::string key = std::to_string(info.num_vars) + ' ' + std::to_string(info.num_no_patterns) +
+                    ' ' + std::to_string(info.weight) + ' ' + std::to_string(info.qid.size()) +
+                    ' ' + info.qid + ' ' + info.skolemid;
+  for (std::size_t size : info.pattern_sizes) {
+    key += ' ' + std::to_string(size);
+  }
+  auto [slot, added] = binder_info_index_.try_emplace(key, binder_infos_.size());
+  if (added) {
+    binder_infos_.push_back(std::move(info));
+  }
+  std::vector<DataType const*> sorts;
+  for (Term const* a : args) {
+    sorts.push_back(a->get_type());
+  }
+  std::uint64_t const indices[2] = {vars.size(), slot->second};
+  Symbol const* s =
+      interpreted_symbol(tag, name, sorts.data(), sorts.size(), get_bool_type(), indices, 2);
+  return intern_term(s, args.data(), args.size());
+}
+
+// A variable's set is itself; a binder's, its body's and patterns' less its own variables;
+// any other term's, the union of its arguments'. Most terms have at most one argument with
+// free variables, and take that argument's set as it is.
+void TermManager::note_free_vars(Term const* t) {
+  std::size_t const id = static_cast<std::size_t>(t->get_id());
+  if (free_vars_of_.size() <= id) {
+    free_vars_of_.resize(std::max(id + 1, 2 * free_vars_of_.size()), 0);
+  }
+  Symbol const* s = t->get_symbol();
+  SymbolTag::tag const tag = s->get_tag();
+  if (tag == SymbolTag::VARIABLE) {
+    free_vars_of_[id] = intern_var_set({s->get_id()});
+    return;
+  }
+  bool const binder = tag == SymbolTag::FORALL || tag == SymbolTag::EXISTS;
+  std::size_t const first = binder ? binder_info(s).num_vars : 0;
+  auto set_of = [this](Term const* a) {
+    std::size_t const i = static_cast<std::size_t>(a->get_id());
+    return i < free_vars_of_.size() ? free_vars_of_[i] : 0u;
+  };
+  std::uint32_t single = 0;
+  bool several = false;
+  for (std::size_t i = first, n = t->get_arity(); i < n; ++i) {
+    std::uint32_t const f = set_of(t->get_arg(i));
+    if (f != 0 && single != 0 && f != single) {
+      several = true;
+    } else if (f != 0) {
+      single = f;
+    }
+  }
+  if (single == 0 || (!binder && !several)) {
+    free_vars_of_[id] = single;
+    return;
+  }
+  std::vector<std::uint64_t> ids;
+  for (std::size_t i = first, n = t->get_arity(); i < n; ++i) {
+    std::vector<std::uint64_t> const& set = var_sets_[set_of(t->get_arg(i))];
+    ids.insert(ids.end(), set.begin(), set.end());
+  }
+  std::sort(ids.begin(), ids.end());
+  ids.erase(std::unique(ids.begin(), ids.end()), ids.end());
+  for (std::size_t i = 0; i < first; ++i) {
+    std::uint64_t const v = t->get_arg(i)->get_symbol()->get_id();
+    ids.erase(std::remove(ids.begin(), ids.end(), v), ids.end());
+  }
+  free_vars_of_[id] = intern_var_set(std::move(ids));
+}
+
+std::uint32_t TermManager::intern_var_set(std::vector<std::uint64_t>&& ids) {
+  auto [it, added] = var_set_index_.try_emplace(ids, static_cast<std::uint32_t>(var_sets_.size()));
+  if (added) {
+    var_sets_.push_back(std::move(ids));
+  }
+  return it->second;
 }
 
 Term const* TermManager::make_constant(Symbol const* s) {

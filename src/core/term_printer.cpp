@@ -202,6 +202,7 @@ std::string const& SmtLibTermPrinter::compute_symbol_text(Symbol const* s) {
   std::string text;
   switch (s->get_tag()) {
     case SymbolTag::UNINTERPRETED:
+    case SymbolTag::VARIABLE:
       text = quote(name_prefix_ + mgr_->get_printed_name(s));
       break;
     case SymbolTag::NUMERAL:
@@ -391,7 +392,8 @@ void SmtLib2TermPrinter::compute_sharing(Term const* root) {
       depth = std::max(depth, info_[args[i]->get_id()] & kLevelMask);
     }
     std::uint64_t& info = info_[t->get_id()];
-    bool const shared = t->get_arity() > 0 && info == kSeenMore;
+    // A term in which a variable occurs free stays inside the binders around it.
+    bool const shared = t->get_arity() > 0 && info == kSeenMore && mgr_->is_closed(t);
     info = (info & ~kLevelMask) | (shared ? depth + 1 : depth);
     if (shared) {
       bound_.push_back({depth + 1, t->get_id(), t});
@@ -418,7 +420,7 @@ void SmtLib2TermPrinter::render_term(Term const* root, bool annotate) {
 bool SmtLib2TermPrinter::let_names_clash(std::string const& prefix) {
   for (std::size_t n = mgr_->num_symbols(); scanned_symbols_ < n; ++scanned_symbols_) {
     Symbol const* s = mgr_->symbol_at(scanned_symbols_);
-    if (mgr_->is_interpreted(s)) {
+    if (mgr_->is_interpreted(s) && s->get_tag() != SymbolTag::VARIABLE) {
       continue;
     }
     std::string const& name = mgr_->get_printed_name(s);
@@ -460,6 +462,62 @@ void SmtLib2TermPrinter::append_let_name(std::string const& prefix, std::uint64_
   }
 }
 
+// "(forall ((x S) ...) " and, when the binder has attributes, "(! ": the text before the body.
+// Returns the index of the body, the next argument to write.
+std::size_t SmtLib2TermPrinter::open_binder(Term const* u) {
+  BinderInfo const& info = mgr_->binder_info(u->get_symbol());
+  text_ += u->get_symbol()->get_tag() == SymbolTag::FORALL ? "(forall (" : "(exists (";
+  for (std::size_t i = 0; i < info.num_vars; ++i) {
+    Term const* v = u->get_arg(i);
+    text_ += i == 0 ? "(" : " (";
+    text_ += symbol_text(v->get_symbol());
+    text_ += ' ';
+    text_ += type_text(v->get_type());
+    text_ += ')';
+  }
+  text_ += ") ";
+  if (info.has_attributes()) {
+    text_ += "(! ";
+  }
+  return info.num_vars;
+}
+
+// Before the argument k after the body: " :pattern (" opening a pattern (closing the one
+// before), " " between the terms of one pattern, " :no-pattern " before each no-pattern.
+void SmtLib2TermPrinter::binder_separator(Term const* u, std::size_t k) {
+  BinderInfo const& info = mgr_->binder_info(u->get_symbol());
+  std::size_t r = k - info.num_vars - 1;
+  for (std::size_t g = 0; g < info.pattern_sizes.size(); ++g) {
+    if (r < info.pattern_sizes[g]) {
+      text_ += r > 0 ? " " : g > 0 ? ") :pattern (" : " :pattern (";
+      return;
+    }
+    r -= info.pattern_sizes[g];
+  }
+  text_ += r == 0 && !info.pattern_sizes.empty() ? ") :no-pattern " : " :no-pattern ";
+}
+
+// The binder's last pattern closed, its other attributes, and its parentheses.
+void SmtLib2TermPrinter::close_binder(Term const* u) {
+  BinderInfo const& info = mgr_->binder_info(u->get_symbol());
+  if (!info.pattern_sizes.empty() && info.num_no_patterns == 0) {
+    text_ += ')';
+  }
+  if (!info.qid.empty()) {
+    text_ += " :qid ";
+    text_ += quote(info.qid);
+  }
+  if (!info.skolemid.empty()) {
+    text_ += " :skolemid ";
+    text_ += quote(info.skolemid);
+  }
+  if (info.weight >= 0) {
+    text_ += " :weight ";
+    text_ += std::to_string(info.weight);
+  }
+  text_ += info.has_attributes() ? "))" : ")";
+}
+
 void SmtLib2TermPrinter::render_body(Term const* t, std::string const* prefix, bool annotate) {
   frames_.clear();
   frames_.push_back({t, 0});
@@ -475,14 +533,23 @@ void SmtLib2TermPrinter::render_body(Term const* t, std::string const* prefix, b
       if (has_annotations(u, annotate)) {
         text_ += "(! ";
       }
-      if (u->get_arity() > 0) {
-        text_ += '(';
+      if (is_binder(u)) {
+        f.next_arg = open_binder(u);
+      } else {
+        if (u->get_arity() > 0) {
+          text_ += '(';
+        }
+        text_ += symbol_text(u->get_symbol());
       }
-      text_ += symbol_text(u->get_symbol());
     }
     if (f.next_arg < u->get_arity()) {
-      Term const* child = u->get_arg(f.next_arg++);
-      text_ += ' ';
+      std::size_t const k = f.next_arg++;
+      Term const* child = u->get_arg(k);
+      if (!is_binder(u)) {
+        text_ += ' ';
+      } else if (k > mgr_->binder_info(u->get_symbol()).num_vars) {
+        binder_separator(u, k);
+      }
       if (is_inline_value(u, child)) {
         text_ += inline_value_text(child);
       } else {
@@ -490,7 +557,9 @@ void SmtLib2TermPrinter::render_body(Term const* t, std::string const* prefix, b
       }
       continue;
     }
-    if (u->get_arity() > 0) {
+    if (is_binder(u)) {
+      close_binder(u);
+    } else if (u->get_arity() > 0) {
       text_ += ')';
     }
     if (has_annotations(u, annotate)) {
@@ -540,6 +609,54 @@ bool nothing_to_share(Term const* root) {
 }
 
 }  // namespace
+
+std::string const& SmtLib2TermPrinter::binder_definition_text(
+    Term const* binder, std::string const& label_prefix,
+    std::function<bool(Term const*)> const& labelled) {
+  text_.clear();
+  std::size_t const ids = binder->get_id() + 1;
+  if (info_.size() < ids) {
+    info_.resize(std::max(ids, 2 * info_.size()), 0);
+  }
+  // Marks the labelled subterms (word: id + 1, as render_body reads let names), walking on
+  // through the others.
+  order_.clear();
+  frames_.clear();
+  frames_.push_back({binder, 0});
+  std::unordered_set<Term const*> seen;
+  while (!frames_.empty()) {
+    Term const* t = frames_.back().term;
+    frames_.pop_back();
+    for (std::size_t i = 0, n = t->get_arity(); i < n; ++i) {
+      Term const* a = t->get_arg(i);
+      if (!seen.insert(a).second) {
+        continue;
+      }
+      order_.push_back(a);
+      if (mgr_->is_closed(a) && labelled(a)) {
+        info_[a->get_id()] = a->get_id() + 1;
+      } else {
+        frames_.push_back({a, 0});
+      }
+    }
+  }
+  bool const quoted = quote_let_names_;
+  quote_let_names_ = false;
+  try {
+    render_body(binder, &label_prefix, false);
+  } catch (...) {
+    quote_let_names_ = quoted;
+    for (Term const* t : order_) {
+      info_[t->get_id()] = 0;
+    }
+    throw;
+  }
+  quote_let_names_ = quoted;
+  for (Term const* t : order_) {
+    info_[t->get_id()] = 0;
+  }
+  return text_;
+}
 
 void SmtLib2TermPrinter::render_shared(Term const* root, bool annotate) {
   if (nothing_to_share(root)) {

@@ -28,6 +28,7 @@ void ScriptReader::Impl::read(std::istream& in, std::string const& filename) {
       self->indices_.clear();
       self->let_names_.clear();
       self->undo_lets(0);
+      self->binder_attributes_.clear();
     }
   } reset{this};
   for (;;) {

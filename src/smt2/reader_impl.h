@@ -157,6 +157,10 @@ class ScriptReader::Impl {
     kLetBody,
     // "(! TERM ATTRIBUTE* )": TERM is being parsed, then the attributes.
     kAnnotation,
+    // "(forall (VARIABLES) BODY" and exists: the variables are bound like let names (undo log
+    // from aux_begin) and on values_ from values_begin; the BODY is being parsed.
+    kForallBody,
+    kExistsBody,
   };
   // kConstArray: ((as const SORT) VALUE), the head being the array sort.
   enum class HeadKind : std::uint8_t { kBuiltin, kSymbol, kMacro, kConstArray };
@@ -256,6 +260,11 @@ class ScriptReader::Impl {
   inline Term const* start_term();
   inline bool finish_term(Term const*& value, std::size_t base, bool assertion);
   inline void open_let(std::uint64_t line, std::uint64_t column);
+  void open_quantifier(bool forall, std::uint64_t line, std::uint64_t column);
+  Term const* close_quantifier(Term const* body);
+  // An attribute of a quantifier's body (:pattern, :no-pattern, :qid, :skolemid, :weight),
+  // its keyword read; false for any other keyword.
+  bool quantifier_attribute(Token const& key);
   inline void next_binding(Frame& f);
   Term const* atom(Token const& t);
   void open_application();
@@ -351,12 +360,14 @@ class ScriptReader::Impl {
   std::vector<std::uint64_t> indices_;
   std::vector<LetName> let_names_;
   std::vector<std::pair<Entry*, Term const*>> let_undo_;  // entry, shadowed term or null
+  std::vector<BinderAttributes> binder_attributes_;       // one per open quantifier frame
   std::uint64_t let_stamp_ = 0;
   std::vector<Term const*> args_scratch_;
 
   // Substitution scratch.
   std::unordered_map<Term const*, Term const*> memo_;
   std::vector<std::pair<Term const*, bool>> subst_stack_;
+  std::uint64_t renamed_variables_ = 0;
 
   std::vector<Term const*> terms_scratch_;
 };

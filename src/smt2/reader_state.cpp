@@ -1,6 +1,8 @@
 // The reader's state: names and what they stand for in the current scope (declared symbols,
 // define-fun macros, :named terms, sorts), the undo log that a pop replays, the macros'
 // placeholders and their expansion, and interpolation groups by name.
+#include <tvx/core/term_printer.h>
+
 #include "smt2/reader_impl.h"
 
 namespace tvx {
@@ -104,8 +106,10 @@ Term const* ScriptReader::Impl::placeholder(std::size_t index, DataType const* s
 // of the body's DAG on an explicit stack, each term rebuilt once.
 Term const* ScriptReader::Impl::substitute(Macro const& m, Term const* const* args) {
   memo_.clear();
+  bool open_args = false;
   for (std::size_t i = 0; i < m.params.size(); ++i) {
     memo_[m.params[i]] = args[i];
+    open_args = open_args || !mgr_.is_closed(args[i]);
   }
   subst_stack_.clear();
   subst_stack_.emplace_back(m.body, false);
@@ -118,7 +122,13 @@ Term const* ScriptReader::Impl::substitute(Macro const& m, Term const* const* ar
     }
     std::size_t const arity = t->get_arity();
     if (arity == 0) {
-      memo_[t] = t;
+      // Under binders of the caller, the body's own binders get variables no argument can
+      // hold, so that none captures a variable of an argument.
+      memo_[t] = open_args && t->get_symbol()->get_tag() == SymbolTag::VARIABLE
+                     ? mgr_.make_variable(
+                           t->get_symbol()->get_name() + "!" + std::to_string(++renamed_variables_),
+                           t->get_type())
+                     : t;
       subst_stack_.pop_back();
       continue;
     }
@@ -144,6 +154,8 @@ Term const* ScriptReader::Impl::substitute(Macro const& m, Term const* const* ar
       Symbol const* s = t->get_symbol();
       if (s->is_uninterpreted()) {
         r = mgr_.make_term(s, args_scratch_.data(), arity);
+      } else if (SmtLibTermPrinter::is_binder(t)) {
+        r = mgr_.make_binder_like(s, args_scratch_.data(), arity);
       } else {
         std::uint64_t idx[2] = {s->get_num_indices() > 0 ? s->get_index(0) : 0,
                                 s->get_num_indices() > 1 ? s->get_index(1) : 0};

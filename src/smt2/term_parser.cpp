@@ -88,7 +88,7 @@ Term const* ScriptReader::Impl::atom(Token const& t) {
     return mgr_.make_false();
   }
   if (!t.quoted && (eq(name, "forall") || eq(name, "exists"))) {
-    error_at(t, "quantifiers are not supported");
+    error_at(t, "'" + name + "' needs its variables and body: (" + name + " ((x S) ...) body)");
   }
   if (is_builtin_sort_name(name)) {
     error_at(t, "expected a term, found the sort '" + name + "'");
@@ -134,8 +134,6 @@ void ScriptReader::Impl::open_application() {
       error_at(t, "'" + name + "' cannot be applied to arguments");
     }
     f.head = &e;
-  } else if (!t.quoted && (eq(name, "forall") || eq(name, "exists"))) {
-    error_at(t, "quantifiers are not supported");
   } else if (!t.quoted && eq(name, "lambda")) {
     error_at(t, "lambda is not supported");
   } else if (!t.quoted && eq(name, "match")) {
@@ -378,6 +376,99 @@ void ScriptReader::Impl::bind_let(Frame& f) {
   f.aux_begin = undo_begin;
 }
 
+// "(forall" or "(exists" is read up to the keyword: reads the sorted variables, binds them
+// like let names, and opens the frame of the body.
+void ScriptReader::Impl::open_quantifier(bool forall, std::uint64_t line, std::uint64_t column) {
+  char const* const what = forall ? "forall" : "exists";
+  lex_->next();
+  expect_lparen(" starting the sorted variables");
+  if (lex_->peek_kind() != TokenKind::kLParen) {
+    expected("a sorted variable (NAME SORT)");
+  }
+  std::size_t const undo_begin = let_undo_.size();
+  std::size_t const values_begin = values_.size();
+  std::uint64_t const stamp = ++let_stamp_;
+  while (lex_->peek_kind() == TokenKind::kLParen) {
+    lex_->next();
+    Token const nt = lex_->peek();
+    if (nt.kind != TokenKind::kSymbol) {
+      expected("a variable name");
+    }
+    lex_->next();
+    DataType const* sort = parse_sort();
+    expect_rparen(" closing the sorted variable (NAME SORT)");
+    Entry& e = entry(nt.text);
+    if (e.let_stamp == stamp) {
+      error_at(nt, "'" + nt.text + "' is bound twice in one " + what);
+    }
+    Term const* v = nullptr;
+    try {
+      v = mgr_.make_variable(nt.text, sort);
+    } catch (Error const& err) {
+      error_at(nt, err.what());
+    }
+    e.let_stamp = stamp;
+    let_undo_.emplace_back(&e, e.bound);
+    e.bound = v;
+    values_.push_back(v);
+  }
+  expect_rparen(" ending the sorted variables");
+  binder_attributes_.emplace_back();
+  frames_.push_back(Frame{forall ? State::kForallBody : State::kExistsBody, HeadKind::kBuiltin,
+                          nullptr, values_begin, undo_begin, line, column});
+}
+
+// The body of the quantifier on top is complete: reads its ')', unbinds its variables and
+// makes the binder.
+Term const* ScriptReader::Impl::close_quantifier(Term const* body) {
+  Frame const f = frames_.back();
+  bool const forall = f.state == State::kForallBody;
+  expect_rparen(forall ? " closing the forall" : " closing the exists");
+  if (!body->get_type()->is_bool()) {
+    error_at(f.line, f.column,
+             std::string("the body of ") + (forall ? "forall" : "exists") +
+                 " must be a formula of sort Bool, found sort " + sort_text(body->get_type()));
+  }
+  std::vector<Term const*> vars(values_.begin() + static_cast<std::ptrdiff_t>(f.values_begin),
+                                values_.end());
+  BinderAttributes attributes = std::move(binder_attributes_.back());
+  binder_attributes_.pop_back();
+  undo_lets(f.aux_begin);
+  values_.resize(f.values_begin);
+  frames_.pop_back();
+  try {
+    return forall ? mgr_.make_forall(vars, body, attributes)
+                  : mgr_.make_exists(vars, body, attributes);
+  } catch (Error const& e) {
+    error_at(f.line, f.column, e.what());
+  }
+}
+
+bool ScriptReader::Impl::quantifier_attribute(Token const& key) {
+  BinderAttributes& a = binder_attributes_.back();
+  if (eq(key.text, ":pattern")) {
+    expect_lparen(" starting the terms of the pattern");
+    a.patterns.emplace_back();
+    do {
+      Term const* t = parse_term(false);
+      a.patterns.back().push_back(t);
+    } while (lex_->peek_kind() != TokenKind::kRParen);
+    lex_->next();
+  } else if (eq(key.text, ":no-pattern")) {
+    Term const* t = parse_term(false);
+    a.no_patterns.push_back(t);
+  } else if (eq(key.text, ":qid")) {
+    a.qid = expect_symbol("a name after ':qid'");
+  } else if (eq(key.text, ":skolemid")) {
+    a.skolemid = expect_symbol("a name after ':skolemid'");
+  } else if (eq(key.text, ":weight")) {
+    a.weight = static_cast<std::int64_t>(expect_numeral("a numeral after ':weight'"));
+  } else {
+    return false;
+  }
+  return true;
+}
+
 void ScriptReader::Impl::close_annotation(Term const* value, bool outermost, bool assertion) {
   bool any = false;
   while (lex_->peek_kind() != TokenKind::kRParen) {
@@ -387,7 +478,15 @@ void ScriptReader::Impl::close_annotation(Term const* value, bool outermost, boo
     }
     lex_->next();
     any = true;
+    bool const on_body = !outermost && (frames_.back().state == State::kForallBody ||
+                                        frames_.back().state == State::kExistsBody);
+    if (on_body && quantifier_attribute(key)) {
+      continue;
+    }
     if (eq(key.text, ":named")) {
+      if (!mgr_.is_closed(value)) {
+        error_at(key, "':named' cannot name a term in which a variable occurs free");
+      }
       Token const name_tok = lex_->peek();
       std::string const name = expect_symbol("a name after ':named'");
       check_fresh_name(name_tok, name);
@@ -404,6 +503,9 @@ void ScriptReader::Impl::close_annotation(Term const* value, bool outermost, boo
       }
       pending_group_ = expect_symbol("an interpolation group name");
       have_pending_group_ = true;
+    } else if (eq(key.text, ":pattern") || eq(key.text, ":no-pattern") || eq(key.text, ":qid") ||
+               eq(key.text, ":skolemid") || eq(key.text, ":weight")) {
+      error_at(key, "'" + key.text + "' is allowed only on the body of a quantifier");
     } else {
       error_at(key, "the attribute '" + key.text + "' is not supported");
     }
@@ -449,6 +551,8 @@ inline Term const* ScriptReader::Impl::start_term() {
   bool const keyword = h.kind == TokenKind::kSymbol && !h.quoted;
   if (keyword && eq(h.text, "let")) {
     open_let(line, column);
+  } else if (keyword && (eq(h.text, "forall") || eq(h.text, "exists"))) {
+    open_quantifier(eq(h.text, "forall"), line, column);
   } else if (keyword && eq(h.text, "!")) {
     lex_->next();
     frames_.push_back(
@@ -518,6 +622,10 @@ inline bool ScriptReader::Impl::finish_term(Term const*& value, std::size_t base
       case State::kAnnotation:
         frames_.pop_back();
         close_annotation(value, frames_.size() == base, assertion);
+        break;
+      case State::kForallBody:
+      case State::kExistsBody:
+        value = close_quantifier(value);
         break;
     }
   }

@@ -184,6 +184,11 @@ cvc5::Term Cvc5Session::build(Term const* t, std::vector<cvc5::Term> const& a) {
       return build_numeral(s);
     case SymbolTag::CONST_ARRAY:
       return const_array(s->get_output_type(), a[0]);
+    case SymbolTag::VARIABLE:
+      return solver_.mkVar(sort_of(s->get_output_type()), mgr_.get_printed_name(s));
+    case SymbolTag::FORALL:
+    case SymbolTag::EXISTS:
+      return build_quantifier(t, a);
     default:
       break;
   }
@@ -192,6 +197,42 @@ cvc5::Term Cvc5Session::build(Term const* t, std::vector<cvc5::Term> const& a) {
     throw Error("cvc5: no translation for the operator '" + s->get_name() + "'");
   }
   return build_by_row(*op, s, a);
+}
+
+// A binder over its variables with its patterns; cvc5 takes no :qid, :skolemid or :weight, so
+// those are left out. cvc5 refuses a variable bound inside a binder of the same variable, and a
+// variable of the term layer is one term wherever it is bound: each binder binds variables of
+// its own, put in place of the variable's term in its body and patterns, so that the binders
+// inside it (which did the same) keep theirs.
+cvc5::Term Cvc5Session::build_quantifier(Term const* t, std::vector<cvc5::Term> const& a) {
+  BinderInfo const& info = mgr_.binder_info(t->get_symbol());
+  std::size_t const n = info.num_vars;
+  std::vector<cvc5::Term> const placeholders(a.begin(), a.begin() + n);
+  std::vector<cvc5::Term> own;
+  for (std::size_t i = 0; i < n; ++i) {
+    own.push_back(solver_.mkVar(placeholders[i].getSort(),
+                                mgr_.get_printed_name(t->get_arg(i)->get_symbol())));
+  }
+  auto bind = [&](cvc5::Term const& x) { return x.substitute(placeholders, own); };
+  std::vector<cvc5::Term> parts{solver_.mkTerm(Kind::VARIABLE_LIST, own), bind(a[n])};
+  std::vector<cvc5::Term> patterns;
+  std::size_t k = n + 1;
+  for (std::size_t size : info.pattern_sizes) {
+    std::vector<cvc5::Term> terms;
+    for (std::size_t i = 0; i < size; ++i) {
+      terms.push_back(bind(a[k + i]));
+    }
+    patterns.push_back(solver_.mkTerm(Kind::INST_PATTERN, terms));
+    k += size;
+  }
+  for (std::size_t i = 0; i < info.num_no_patterns; ++i, ++k) {
+    patterns.push_back(solver_.mkTerm(Kind::INST_NO_PATTERN, {bind(a[k])}));
+  }
+  if (!patterns.empty()) {
+    parts.push_back(solver_.mkTerm(Kind::INST_PATTERN_LIST, patterns));
+  }
+  return solver_.mkTerm(
+      t->get_symbol()->get_tag() == SymbolTag::FORALL ? Kind::FORALL : Kind::EXISTS, parts);
 }
 
 cvc5::Term Cvc5Session::build_numeral(Symbol const* s) {

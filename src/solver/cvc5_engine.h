@@ -60,6 +60,7 @@ class Cvc5Session {
   cvc5::Term decl_of(Symbol const* s);
   cvc5::Term translate(Term const* t);
   // The cvc5 term of t from the terms of its arguments.
+  cvc5::Term build_quantifier(Term const* t, std::vector<cvc5::Term> const& a);
   cvc5::Term build(Term const* t, std::vector<cvc5::Term> const& args);
   cvc5::Term build_numeral(Symbol const* s);
   cvc5::Term build_by_row(cvc5ops::Cvc5Op const& op, Symbol const* s,

@@ -165,6 +165,11 @@ void Solver::check_term(Term const* term, char const* call) const {
   if (!mgr_.owns(term)) {
     throw Error(std::string(call) + ": the term was made by another term manager");
   }
+  if (!mgr_.is_closed(term)) {
+    throw Error(std::string(call) +
+                ": a variable occurs free in the term; only a binder can "
+                "hold a variable");
+  }
 }
 
 void Solver::check_formula(Term const* term, char const* call) const {

@@ -186,6 +186,12 @@ Z3_ast Z3Engine::build(Term const* t, Z3_ast const* args) {
       return build_numeral(s);
     case SymbolTag::CONST_ARRAY:
       return Z3_mk_const_array(ctx_, sort_of(s->get_output_type()->get_array_index()), args[0]);
+    case SymbolTag::VARIABLE:
+      // A constant of its own, which the binder abstracts: no user symbol can be it.
+      return Z3_mk_fresh_const(ctx_, s->get_name().c_str(), sort_of(s->get_output_type()));
+    case SymbolTag::FORALL:
+    case SymbolTag::EXISTS:
+      return build_quantifier(t, args);
     default:
       break;
   }
@@ -242,6 +248,31 @@ Z3_ast Z3Engine::build_special(Symbol const* s, Z3_ast const* a) {
     default:
       throw Error("z3: no translation for the operator '" + s->get_name() + "'");
   }
+}
+
+// A binder over the constants of its variables, with its patterns and attributes.
+Z3_ast Z3Engine::build_quantifier(Term const* t, Z3_ast const* args) {
+  BinderInfo const& info = mgr_.binder_info(t->get_symbol());
+  std::vector<Z3_app> bound;
+  for (std::size_t i = 0; i < info.num_vars; ++i) {
+    bound.push_back(Z3_to_app(ctx_, args[i]));
+  }
+  std::size_t k = info.num_vars + 1;
+  std::vector<Z3_pattern> patterns;
+  for (std::size_t size : info.pattern_sizes) {
+    Z3_pattern p = Z3_mk_pattern(ctx_, static_cast<unsigned>(size), args + k);
+    check_error();
+    hold(Z3_pattern_to_ast(ctx_, p));
+    patterns.push_back(p);
+    k += size;
+  }
+  Z3_symbol const qid = Z3_mk_string_symbol(ctx_, info.qid.c_str());
+  Z3_symbol const skolem = Z3_mk_string_symbol(ctx_, info.skolemid.c_str());
+  unsigned const weight = info.weight < 0 ? 0 : static_cast<unsigned>(info.weight);
+  return Z3_mk_quantifier_const_ex(
+      ctx_, t->get_symbol()->get_tag() == SymbolTag::FORALL, weight, qid, skolem,
+      static_cast<unsigned>(bound.size()), bound.data(), static_cast<unsigned>(patterns.size()),
+      patterns.data(), static_cast<unsigned>(info.num_no_patterns), args + k, args[info.num_vars]);
 }
 
 // The application of a row's function to the n arguments `a`.

@@ -61,6 +61,7 @@ class Z3Engine final : public Engine {
   Z3_ast build(Term const* t, Z3_ast const* args);
   Z3_ast build_numeral(Symbol const* s);
   Z3_ast build_special(Symbol const* s, Z3_ast const* args);
+  Z3_ast build_quantifier(Term const* t, Z3_ast const* args);
   Z3_ast build_by_row(z3ops::Z3Op const& op, Symbol const* s, Z3_ast const* args, std::size_t n);
   // z3 keeps an AST without references alive only until the next call; build() holds each
   // intermediate AST of one term here until the term's own AST has its reference.

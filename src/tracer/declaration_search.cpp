@@ -166,12 +166,13 @@ inline void SmtLib2ApiTracer::finish_term(Term const* t, std::size_t n, bool def
       }
     }
   }
-  if (define && !defined_terms_[n]) {
-    // The defined terms are closed under arguments: a term's arguments are done, and so
-    // defined, before the term.
+  if (define && !defined_terms_[n] && mgr_->is_closed(t)) {
+    // A term in which a variable occurs free gets no definition: its binder's definition
+    // holds it. The defined terms are closed under arguments, binders aside: a term's
+    // arguments are done, and so defined, before the term.
     assert(std::all_of(t->args(), t->args() + t->get_arity(), [&](Term const* a) {
       return defined_terms_[static_cast<std::size_t>(a->get_id())] ||
-             SmtLibTermPrinter::is_inline_value(t, a);
+             SmtLibTermPrinter::is_inline_value(t, a) || !mgr_->is_closed(a);
     }));
     definitions_.push_back({static_cast<std::uint64_t>(n), t});
     defined_terms_[n] = true;

@@ -307,6 +307,10 @@ void SmtLib2ApiTracer::write_definitions() {
 
 void SmtLib2ApiTracer::compose_plain_definition(Term const* u, std::string const& prefix,
                                                 std::size_t label) {
+  if (SmtLibTermPrinter::is_binder(u)) {
+    compose_binder_definition(u, prefix);
+    return;
+  }
   Symbol const* s = u->get_symbol();
   std::string const& type = printer_.type_text(s->get_output_type());
   std::string const& head = printer_.symbol_text(s);
@@ -343,7 +347,23 @@ void SmtLib2ApiTracer::compose_plain_definition(Term const* u, std::string const
   def_text_.commit(p);
 }
 
+// A closed binder's definition: the binder in full, its closed subterms by their labels.
+void SmtLib2ApiTracer::compose_binder_definition(Term const* u, std::string const& prefix) {
+  std::string line = "(define-fun " + prefix;
+  line += std::to_string(u->get_id());
+  line += " () Bool ";
+  line += printer_.binder_definition_text(u, prefix, [this](Term const* a) {
+    return defined_terms_[static_cast<std::size_t>(a->get_id())];
+  });
+  line += ")\n";
+  def_text_.commit(TextBuffer::put(def_text_.room(line.size()), line));
+}
+
 void SmtLib2ApiTracer::compose_definition_in_stream(Term const* u, std::string const& prefix) {
+  if (SmtLibTermPrinter::is_binder(u)) {
+    compose_binder_definition(u, prefix);
+    return;
+  }
   Symbol const* s = u->get_symbol();
   std::size_t const arity = static_cast<std::size_t>(s->get_arity());
   def_stream_.clear();

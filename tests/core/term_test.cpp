@@ -278,6 +278,64 @@ TEST_F(TermTest, LetNamesStepAroundUserNames) {
   EXPECT_EQ(print(square), "(let ((v1_1 (+ i 5))) (* v1_1 v1_1))");
 }
 
+// Variables are one term per name and sort; binders are hash-consed with their attributes;
+// closedness follows SMT-LIB's scoping, a binder inside another over the same variable hiding
+// the outer binding.
+TEST_F(TermTest, BindersAndTheirVariables) {
+  Term const* x = mgr.make_variable("x", integer);
+  Term const* y = mgr.make_variable("y", integer);
+  EXPECT_EQ(mgr.make_variable("x", integer), x);
+  EXPECT_NE(mgr.make_variable("x", real), x);
+  EXPECT_EQ(mgr.find_symbol("x"), nullptr) << "a variable is no user name";
+  Symbol const* f = mgr.make_symbol("f", mgr.get_function_type({integer}, integer));
+  Term const* fx = mgr.make_term(f, {x});
+  Term const* body = mgr.make_builtin(">", {fx, x});
+  BinderAttributes attributes;
+  attributes.patterns = {{fx}};
+  attributes.qid = "q 1";
+  attributes.weight = 3;
+  Term const* all = mgr.make_forall({x}, body, attributes);
+  EXPECT_EQ(mgr.make_forall({x}, body, attributes), all);
+  EXPECT_NE(mgr.make_forall({x}, body), all) << "attributes tell binders apart";
+  EXPECT_NE(mgr.make_exists({x}, body, attributes), all);
+  EXPECT_EQ(print(all), "(forall ((x Int)) (! (> (f x) x) :pattern ((f x)) :qid |q 1| :weight 3))");
+  // Closed: no variable occurs free; the inner binder over x hides the outer x.
+  Term const* inner = mgr.make_exists({x}, mgr.make_builtin("<", {x, y}));
+  EXPECT_FALSE(mgr.is_closed(fx));
+  EXPECT_FALSE(mgr.is_closed(inner)) << "y is free";
+  EXPECT_TRUE(mgr.is_closed(mgr.make_forall({x, y}, mgr.make_and(inner, body))));
+  EXPECT_FALSE(mgr.is_closed(mgr.make_forall({y}, mgr.make_and(inner, body)))) << "x free";
+  EXPECT_FALSE(mgr.is_closed(mgr.make_forall({x}, mgr.make_and(inner, body)))) << "y free";
+  EXPECT_TRUE(mgr.is_closed(all) && mgr.is_closed(i));
+  // Shared closed subterms are let-bound outside the binders, open ones never.
+  Term const* s = mgr.make_builtin("+", {i, mgr.make_number("1", integer)});
+  Term const* open = mgr.make_builtin("+", {x, s});
+  Term const* both = mgr.make_forall(
+      {x}, mgr.make_and(mgr.make_builtin(">", {open, s}), mgr.make_builtin("<", {open, s})));
+  EXPECT_EQ(print(both),
+            "(let ((_let_1 (+ i 1))) (forall ((x Int)) (and (> (+ x _let_1) _let_1) "
+            "(< (+ x _let_1) _let_1))))");
+  // A variable named like a user symbol is printed under a name of its own.
+  Term const* vi = mgr.make_variable("i", integer);
+  EXPECT_EQ(print(mgr.make_exists({vi}, mgr.make_equal(vi, i))), "(exists ((i!1 Int)) (= i!1 i))");
+
+  auto refused = [&](auto make, char const* part) {
+    EXPECT_THAT(make, ThrowsMessage<Refused>(HasSubstr(part))) << part;
+  };
+  refused([&] { mgr.make_forall({}, p); }, "no variable to bind");
+  refused([&] { mgr.make_forall({i}, p); }, "make_variable");
+  refused([&] { mgr.make_forall({x, x}, p); }, "'x' is bound twice");
+  refused([&] { mgr.make_exists({x}, fx); }, "the body must be a formula");
+  refused(
+      [&] {
+        mgr.make_forall({x}, body, BinderAttributes{{{}}, {}, "", "", -1});
+      },
+      "a pattern needs at least one term");
+  refused([&] { mgr.make_term(all->get_symbol(), {x, body, fx}); }, "made by make_forall");
+  refused([&] { mgr.make_variable("x", mgr.get_function_type({integer}, integer)); },
+          "not a function sort");
+}
+
 TEST_F(TermTest, MillionDeepTermPrintsWithoutRecursion) {
   Term const* t = p;
   std::string expected;

@@ -157,7 +157,13 @@ TEST(ScriptReaderTest, MalformedAndUnsupportedInput) {
       {"(declare-fun x () Int)\n(assert (and x true))", "2:10", "Int", 1},
       {"(declare-fun x () Int", "1:22", "expected ')'", 0},
       {"(echo \"a\nb\")\t(foo)", "2:6", "the command 'foo' is not supported", 0},
-      {"(assert (forall ((x Int)) true))", "1:10", "quantifiers are not supported", 0},
+      {"(assert (forall ((x Int)) 5))", "1:9", "body of forall must be a formula of sort Bool", 0},
+      {"(assert (forall () true))", "1:18", "expected a sorted variable", 0},
+      {"(assert (exists ((x Int) (x Bool)) true))", "1:27", "'x' is bound twice in one exists", 0},
+      {"(assert (! true :pattern (true)))", "1:17", "only on the body of a quantifier", 0},
+      {"(assert (forall ((x Int)) (! (> x 0) :named n)))", "1:38", "variable occurs free", 0},
+      {"(assert (forall ((x Int)) (> x 0)))(assert (> x 0))", "1:47", "unknown symbol 'x'", 1},
+      {"(assert forall)", "1:9", "'forall' needs its variables and body", 0},
       {"(check-sat)(minimize x)", "1:13", "the command 'minimize' is not supported", 1},
       {"(declare-sort S 1)", "1:17", "parametric sorts are not supported", 0},
       {"(declare-fun x () Int)(assert (= x \"a\"))", "1:36", "string literals are not", 1},
@@ -216,6 +222,33 @@ TEST(ScriptReaderTest, MillionDeepNesting) {
                                         ": error: the command 'foo' is not supported");
   EXPECT_TRUE(s.body() == "(declare-fun p () Bool)\n(assert " + nots + "p" + closing + ")\n" +
                               "(assert " + nots.substr(5) + "p" + closing.substr(1) + ")\n");
+}
+
+// Binders nested 10^6 deep, each over the same variable, are read and traced in both modes
+// without recursion; each level is closed, so global-declarations mode defines every one.
+TEST(ScriptReaderTest, MillionDeepBinders) {
+  constexpr std::size_t kDepth = 1000000;
+  std::string script = "(assert ";
+  for (std::size_t i = 0; i < kDepth; ++i) {
+    script += i % 2 == 0 ? "(forall ((x Int)) (or (> x 0) " : "(exists ((x Int)) (and (< x 0) ";
+  }
+  script += "true" + std::string(2 * kDepth, ')') + ")";
+  Session scoped;
+  EXPECT_EQ(scoped.read(script), "");
+  EXPECT_TRUE(scoped.body() == script + "\n");
+  TermManager mgr;
+  Configuration config;
+  std::ostringstream out;
+  Solver solver{mgr, config, nullptr, out, true, false};
+  ScriptReader reader{solver};
+  std::istringstream in(script);
+  reader.read(in, "s.smt2");
+  std::string const trace = out.str();
+  // The header, the mode, 0 and true, a definition per binder, the assertion.
+  EXPECT_EQ(std::count(trace.begin(), trace.end(), '\n'), 2 + 1 + 2 + kDepth + 1);
+  EXPECT_NE(trace.find("(define-fun ." + std::to_string(mgr.num_terms()) +
+                       " () Bool (forall ((x Int)) (or "),
+            std::string::npos);
 }
 
 // A command is carried out at its ')' without waiting for more of an interactive input.

@@ -232,6 +232,15 @@ TEST_F(TvxTraceTest, ScriptsReplayInZ3AndCvc5InBothModes) {
        "(define-fun d () Int 3)(push 1)(assert (> x d))(check-sat)(reset)(reset)"
        "(declare-sort U 0)(declare-fun x () Bool)(declare-fun y () U)(assert (and x (not x)))"
        "(check-sat)"},
+      {"quantifiers",
+       "(declare-sort U 0)(declare-fun f (Int) Int)(declare-fun p (U Int) Bool)"
+       "(declare-fun x () U)(declare-fun c () Int)"
+       "(assert (forall ((y Int)) (! (> (f y) (+ y c)) :pattern ((f y)) :qid fmono :weight 2)))"
+       "(assert (= c 1))(push 1)(assert (< (f 3) 4))(check-sat)(pop 1)(push 1)"
+       "(assert (exists ((x Int)) (and (= (f x) (+ x c)) (forall ((x Int)) (! (> (f x) x) "
+       ":no-pattern (+ x c))))))(check-sat)(pop 1)"
+       "(assert (forall ((x U) (y Int)) (=> (p x y) (exists ((y Int)) (not (p x y))))))"
+       "(assert (p x (f c)))(assert (forall ((y Int)) (p x y)))(check-sat)"},
       {"constant arrays",
        "(declare-fun a () (Array Int Int))(declare-fun b () (Array Int Real))"
        "(assert (= a (store ((as const (Array Int Int)) 0) 1 5)))(assert (= (select a 2) 0))"

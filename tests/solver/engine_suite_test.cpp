@@ -646,6 +646,41 @@ TEST_P(EngineSuiteTest, ScopesAndResetFollowTheAssertions) {
   EXPECT_EQ(s.get_model_value(x), num("3"));
 }
 
+// Quantified axioms, with patterns and attributes, decide checks in every engine; a binder over
+// a variable that an outer binder binds too hides the outer one.
+TEST_P(EngineSuiteTest, QuantifiersBindTheirOwnVariables) {
+  Solver& s = *solver_;
+  Symbol const* f = mgr_.make_symbol("f", mgr_.get_function_type({I_}, I_));
+  Term const* c = var("c", I_);
+  Term const* x = mgr_.make_variable("x", I_);
+  Term const* fx = app(f, {x});
+  s.push();
+  s.assert_formula(
+      mgr_.make_exists({x}, mgr_.make_and(op(">", {x, num("2")}), op("<", {x, num("4")}))));
+  EXPECT_EQ(s.check(), CheckResult::Sat);
+  s.assert_formula(mgr_.make_forall({x}, op("<", {x, c})));
+  EXPECT_EQ(s.check(), CheckResult::Unsat);
+  s.pop();
+  BinderAttributes steer;
+  steer.patterns = {{fx}};
+  steer.qid = "grows";
+  steer.weight = 2;
+  s.assert_formula(mgr_.make_forall({x}, op(">", {fx, op("+", {x, c})}), steer));
+  s.assert_formula(eq(c, num("1")));
+  s.push();
+  s.assert_formula(op("<", {app(f, {num("3")}), num("5")}));
+  EXPECT_EQ(s.check(), CheckResult::Unsat) << "f(3) > 4";
+  s.pop();
+  // exists x. f(x) = x + c and forall x. f(x) > x + c: the inner x is the inner binder's.
+  Term const* inner = mgr_.make_forall({x}, op(">", {fx, op("+", {x, c})}));
+  s.push();
+  s.assert_formula(mgr_.make_exists({x}, mgr_.make_and(eq(fx, op("+", {x, c})), inner)));
+  EXPECT_EQ(s.check(), CheckResult::Unsat);
+  s.pop();
+  // A variable outside every binder is refused before anything is traced or asked.
+  EXPECT_THROW(s.assert_formula(op(">", {x, c})), Error);
+}
+
 TEST_P(EngineSuiteTest, ATimeOutAnswersUnknownWithAReason) {
   Configuration config;
   config.timeout = 0.1;

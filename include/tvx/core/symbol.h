@@ -84,6 +84,10 @@ struct SymbolTag {
     SELECT,
     STORE,
     CONST_ARRAY,  // ((as const (Array I E)) v): the array whose every element is v
+    // binders
+    VARIABLE,  // a variable that a binder binds; never declared
+    FORALL,    // arguments: the bound variables, the body, then the patterns
+    EXISTS,
     NUM_TAGS
   };
 };

@@ -19,6 +19,29 @@
 
 namespace tvx {
 
+// What steers a solver's instantiation of a quantifier, kept as written.
+struct BinderAttributes {
+  std::vector<std::vector<Term const*>> patterns;  // each :pattern's terms
+  std::vector<Term const*> no_patterns;            // each :no-pattern's term
+  std::string qid;                                 // :qid, empty for none
+  std::string skolemid;                            // :skolemid, empty for none
+  std::int64_t weight = -1;                        // :weight, -1 for none
+};
+
+// The shape of a binder's arguments and its attributes, for a FORALL or EXISTS symbol.
+struct BinderInfo {
+  std::size_t num_vars = 0;
+  std::vector<std::size_t> pattern_sizes;  // the number of terms of each :pattern
+  std::size_t num_no_patterns = 0;
+  std::string qid;
+  std::string skolemid;
+  std::int64_t weight = -1;
+  bool has_attributes() const {
+    return !pattern_sizes.empty() || num_no_patterns > 0 || !qid.empty() || !skolemid.empty() ||
+           weight >= 0;
+  }
+};
+
 class TermManager {
  public:
   TermManager();
@@ -84,6 +107,30 @@ class TermManager {
                            std::vector<std::uint64_t> const& indices = {});
   Term const* make_builtin(SymbolTag::tag tag, Term const* const* args, std::size_t n,
                            std::uint64_t const* indices = nullptr, std::size_t num_indices = 0);
+
+  // --- binders ---
+  // A variable for binders to bind: one term per name and sort, so that a binder nested in
+  // another over the same variable hides the outer binding, as in SMT-LIB's text. Its symbol
+  // has a printed name of its own among the uninterpreted symbols' names, is no user name
+  // (find_symbol does not see it), and is never declared.
+  Term const* make_variable(std::string const& name, DataType const* sort);
+  // (forall ((x S) ...) body) and (exists ...): `vars` are distinct variables, `body` is Bool.
+  // The term's arguments are the variables, the body, the terms of each pattern in order, then
+  // the no-patterns.
+  Term const* make_forall(std::vector<Term const*> const& vars, Term const* body,
+                          BinderAttributes const& attributes = {});
+  Term const* make_exists(std::vector<Term const*> const& vars, Term const* body,
+                          BinderAttributes const& attributes = {});
+  BinderInfo const& binder_info(Symbol const* binder) const;
+  // A binder of the shape and attributes of the binder symbol `binder` over the arguments
+  // `args` (variables, body, pattern terms), as a walk that rebuilds terms needs it.
+  Term const* make_binder_like(Symbol const* binder, Term const* const* args, std::size_t n);
+  // Whether no variable occurs free in `t`: only closed terms can stand apart from the binders
+  // around them (a definition, a let binding at the top, an assertion).
+  bool is_closed(Term const* t) const {
+    std::size_t const id = static_cast<std::size_t>(t->get_id());
+    return id >= free_vars_of_.size() || free_vars_of_[id] == 0;
+  }
 
   // The constant array of sort `array_sort` whose every element is `value`, written
   // ((as const (Array I E)) v).
@@ -168,7 +215,13 @@ class TermManager {
   template <class T>
   static std::pair<std::string const*, NameEntry<T>*> choose_printed_name(
       NameTable<T>& table, typename NameTable<T>::iterator own, bool foreign);
-  Symbol const* new_uninterpreted_symbol(std::string const& name, DataType const* type, bool user);
+  Symbol const* new_uninterpreted_symbol(std::string const& name, DataType const* type, bool user,
+                                         SymbolTag::tag tag = SymbolTag::UNINTERPRETED);
+  Term const* make_binder(SymbolTag::tag tag, std::vector<Term const*> const& vars,
+                          Term const* body, BinderAttributes const& attributes);
+  // Records the free variables of the new term t (only once a variable exists).
+  void note_free_vars(Term const* t);
+  std::uint32_t intern_var_set(std::vector<std::uint64_t>&& ids);
 
   std::deque<DataType> types_;
   std::map<std::vector<std::uint64_t>, DataType const*> compound_types_;
@@ -189,6 +242,17 @@ class TermManager {
   // Numeral symbols by (sort id, canonical value text).
   std::map<std::pair<std::uint64_t, std::string>, Symbol const*> numerals_;
   std::map<std::pair<std::uint64_t, std::uint64_t>, Term const*> abstract_values_;
+  // Variables by (name, sort id); binders' attributes, interned, by the index a binder symbol
+  // holds as its second index.
+  std::map<std::pair<std::string, std::uint64_t>, Term const*> variables_;
+  std::vector<BinderInfo> binder_infos_;
+  std::map<std::string, std::size_t> binder_info_index_;
+  // Free variables: per term id (0 for none, and for every term made before the first
+  // variable), an index into var_sets_, which holds each set of variable symbol ids once,
+  // sorted; var_sets_[0] is the empty set.
+  std::vector<std::uint32_t> free_vars_of_;
+  std::vector<std::vector<std::uint64_t>> var_sets_;
+  std::map<std::vector<std::uint64_t>, std::uint32_t> var_set_index_;
   std::vector<std::uint64_t> key_scratch_;
   std::vector<DataType const*> arg_types_scratch_;
 

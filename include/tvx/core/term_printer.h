@@ -5,6 +5,7 @@
 #define TVX_CORE_TERM_PRINTER_H
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <ostream>
 #include <string>
@@ -63,6 +64,10 @@ class SmtLibTermPrinter : public TermPrinter {
            value->get_symbol()->get_tag() == SymbolTag::NUMERAL;
   }
   static std::string inline_value_text(Term const* value);
+  static bool is_binder(Term const* t) {
+    SymbolTag::tag const tag = t->get_symbol()->get_tag();
+    return tag == SymbolTag::FORALL || tag == SymbolTag::EXISTS;
+  }
 
   // The symbol text without copying; valid until the printer is destroyed.
   std::string const& symbol_text(Symbol const* s) {
@@ -136,6 +141,11 @@ class SmtLib2TermPrinter : public SmtLibTermPrinter {
   void print_term(std::ostream& os, Term const* t, bool annotate) override;
   // The text print_term(os, t, false) writes; valid until the printer's next call.
   std::string const& term_text(Term const* t);
+  // The text of a closed binder for its definition in global-declarations mode: the binder in
+  // full, except that each closed subterm that `labelled` accepts is written as `label_prefix`
+  // and its id (a label that the trace defined before). Valid until the next text is made.
+  std::string const& binder_definition_text(Term const* binder, std::string const& label_prefix,
+                                            std::function<bool(Term const*)> const& labelled);
 
   // (assert EXPR) and a newline, or (assert (! EXPR ANNOTATION)) when annotation is not empty.
   void apitracer_print_term(std::ostream& os, Term const* t, std::string const& annotation);
@@ -147,6 +157,9 @@ class SmtLib2TermPrinter : public SmtLibTermPrinter {
   // Writes t, with a let name for each bound subterm (per-id words in info_) under `prefix`;
   // with no prefix nothing is bound and info_ is not read.
   void render_body(Term const* t, std::string const* prefix, bool annotate);
+  std::size_t open_binder(Term const* u);
+  void binder_separator(Term const* u, std::size_t k);
+  void close_binder(Term const* u);
   void append_let_name(std::string const& prefix, std::uint64_t n);
   std::string const& let_name_prefix();
   bool let_names_clash(std::string const& prefix);

@@ -113,6 +113,7 @@ class SmtLib2ApiTracer : public ApiTracer {
   // label), or with the numbers formatted by def_stream_.
   void compose_plain_definition(Term const* u, std::string const& prefix, std::size_t label);
   void compose_definition_in_stream(Term const* u, std::string const& prefix);
+  void compose_binder_definition(Term const* u, std::string const& prefix);
 
   Configuration* config_;
   TermManager* mgr_;
