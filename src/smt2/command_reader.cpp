@@ -399,7 +399,8 @@ void ScriptReader::Impl::cmd_declare_sort() {
                             arity_tok.text + ")");
   }
   expect_rparen(" after the sort's arity");
-  if (Entry const* e = find_entry(name); e != nullptr && e->sort != nullptr) {
+  if (Entry const* e = find_entry(name);
+      e != nullptr && (e->sort != nullptr || e->sort_macro != nullptr)) {
     error_at(name_tok, "sort '" + name + "' is already declared or defined");
   }
   if (is_builtin_sort_name(name)) {
@@ -417,22 +418,34 @@ void ScriptReader::Impl::cmd_declare_sort() {
   solver_.declare_sort(sort);
 }
 
+// (define-sort NAME (PARAM*) SORT): without parameters a name for SORT; with them a sort
+// macro, expanded where it is applied.
 void ScriptReader::Impl::cmd_define_sort() {
   Token const name_tok = lex_->peek();
   std::string const name = expect_symbol("a sort name");
   expect_lparen(" starting the sort parameters");
-  if (lex_->peek_kind() != TokenKind::kRParen) {
-    error_at(lex_->peek(),
-             "parametric sorts are not supported (define-sort '" + name + "' has parameters)");
+  std::vector<std::string> params;
+  while (lex_->peek_kind() != TokenKind::kRParen) {
+    Token const param_tok = lex_->peek();
+    params.push_back(expect_symbol("a sort parameter"));
+    if (std::find(params.begin(), params.end() - 1, params.back()) != params.end() - 1) {
+      error_at(param_tok, "the sort parameter '" + params.back() + "' is repeated");
+    }
   }
   lex_->next();
-  DataType const* sort = parse_sort();
+  std::vector<SortNode> body = parse_sort_code(params.empty() ? nullptr : &params);
   expect_rparen(" after the sort");
   Entry const* e = find_entry(name);
-  if ((e != nullptr && e->sort != nullptr) || is_builtin_sort_name(name)) {
+  if ((e != nullptr && (e->sort != nullptr || e->sort_macro != nullptr)) ||
+      is_builtin_sort_name(name)) {
     error_at(name_tok, "sort '" + name + "' is already declared or defined");
   }
-  add_sort(name, sort);
+  if (params.empty()) {
+    add_sort(name, eval_sort(body));
+    return;
+  }
+  sort_macros_.push_back(SortMacro{name, params.size(), std::move(body)});
+  add_sort_macro(name, &sort_macros_.back());
 }
 
 void ScriptReader::Impl::cmd_declare_fun(bool is_const) {

@@ -130,16 +130,36 @@ class ScriptReader::Impl {
     Term const* term;      // a definition without parameters (define-fun, :named)
   };
 
+  // A sort written in postfix order: leaves push a sort, an array or a sort-macro application
+  // replaces the sorts it takes on top of the stack by the sort it makes. Sort macros keep
+  // their bodies in this form, with their parameters as leaves.
+  struct SortMacro;
+  struct SortNode {
+    enum class Kind : std::uint8_t { kSort, kParam, kArray, kMacro };
+    Kind kind;
+    DataType const* sort;    // kSort
+    std::size_t index;       // kParam: the parameter's position
+    SortMacro const* macro;  // kMacro
+    std::uint64_t line, column;
+  };
+  // A define-sort with parameters.
+  struct SortMacro {
+    std::string name;
+    std::size_t arity;
+    std::vector<SortNode> body;
+  };
+
   // Everything one symbol text stands for now, so that each symbol token is looked up once.
   // An entry is made on first need and kept; empty fields mean nothing in scope.
   struct Entry {
     std::string const* text = nullptr;  // the table's key
     Term const* bound = nullptr;        // a let binding or a define-fun parameter
     Name name{nullptr, nullptr, nullptr};
-    Term const* constant = nullptr;  // the constant term of name.symbol, once made
-    DataType const* sort = nullptr;  // a declared or defined sort
-    std::uint64_t let_stamp = 0;     // the latest let (or parameter list) that bound it
-    Op op = Op::kUnknown;            // as an operator; classified on first use as one
+    Term const* constant = nullptr;         // the constant term of name.symbol, once made
+    DataType const* sort = nullptr;         // a declared or defined sort
+    SortMacro const* sort_macro = nullptr;  // a define-sort with parameters
+    std::uint64_t let_stamp = 0;            // the latest let (or parameter list) that bound it
+    Op op = Op::kUnknown;                   // as an operator; classified on first use as one
     bool named() const {
       return name.symbol != nullptr || name.macro != nullptr || name.term != nullptr;
     }
@@ -252,6 +272,11 @@ class ScriptReader::Impl {
 
   // sorts
   DataType const* parse_sort();
+  // Parses a sort into postfix code; `params` names a sort macro's parameters, if any.
+  std::vector<SortNode> parse_sort_code(std::vector<std::string> const* params);
+  SortNode sort_leaf(Token const& t, std::vector<std::string> const* params);
+  // Evaluates postfix sort code, expanding sort macros on a stack of frames.
+  DataType const* eval_sort(std::vector<SortNode> const& code);
   DataType const* resolve_sort(Token const& t);
 
   // terms
@@ -305,6 +330,7 @@ class ScriptReader::Impl {
   void check_fresh_name(Token const& t, std::string const& name);
   void add_name(std::string const& name, Name value);
   void add_sort(std::string const& name, DataType const* sort);
+  void add_sort_macro(std::string const& name, SortMacro const* macro);
   void pop_scope();
   int group_number(std::string const& name);
 
@@ -330,7 +356,11 @@ class ScriptReader::Impl {
   std::unordered_map<std::string, Entry> entries_;
   // Scopes: an undo log of what each open push added.
   std::vector<std::pair<bool, Entry*>> scope_log_;  // (is a sort, entry)
-  std::vector<std::size_t> scope_marks_;            // scope_log_ size at each open push
+  std::deque<SortMacro> sort_macros_;               // every define-sort with parameters
+  // The sorts sort macros made, by macro and arguments.
+  std::map<std::pair<SortMacro const*, std::vector<DataType const*>>, DataType const*>
+      sort_instances_;
+  std::vector<std::size_t> scope_marks_;  // scope_log_ size at each open push
   bool global_declarations_ = false;
   bool numerals_are_real_ = false;  // set by a logic of reals without integers
   std::deque<Macro> macros_;

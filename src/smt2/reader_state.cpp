@@ -42,6 +42,14 @@ void ScriptReader::Impl::add_sort(std::string const& name, DataType const* sort)
   }
 }
 
+void ScriptReader::Impl::add_sort_macro(std::string const& name, SortMacro const* macro) {
+  Entry& e = entry(name);
+  e.sort_macro = macro;
+  if (!global_declarations_ && !scope_marks_.empty()) {
+    scope_log_.emplace_back(true, &e);
+  }
+}
+
 void ScriptReader::Impl::pop_scope() {
   std::size_t const mark = scope_marks_.back();
   scope_marks_.pop_back();
@@ -49,6 +57,7 @@ void ScriptReader::Impl::pop_scope() {
     Entry& e = *scope_log_.back().second;
     if (scope_log_.back().first) {
       e.sort = nullptr;
+      e.sort_macro = nullptr;
     } else {
       e.name = Name{nullptr, nullptr, nullptr};
       e.constant = nullptr;

@@ -70,6 +70,14 @@ TEST(ScriptReaderTest, CommandsBecomeApiCalls) {
        "(assert (< 5 x))\n"},
       {"(define-sort W () (_ BitVec 4))(declare-fun v () W)(define-const k W #x3)(assert (= v k))",
        "(declare-fun v () (_ BitVec 4))\n(assert (= v #b0011))\n"},
+      // Sorts with parameters expand where applied, in other sort definitions too; a parameter
+      // hides a sort of its name, and a sort definition goes with its scope.
+      {"(declare-sort U 0)(define-sort M (K V) (Array K V))(define-sort B (U) (M U U))"
+       "(declare-fun m () (M Int (B U)))(declare-fun n () (B Bool))(push 1)(define-sort P (X) X)"
+       "(declare-fun p () (P (P Bool)))(pop 1)(define-sort P () Int)(declare-fun q () P)",
+       "(declare-sort U 0)\n(declare-fun m () (Array Int (Array U U)))\n"
+       "(declare-fun n () (Array Bool Bool))\n(push 1)\n(declare-fun p () Bool)\n(pop 1)\n"
+       "(declare-fun q () Int)\n"},
       // A global-declarations trace reads back, labels and all; :named names are usable.
       {"(set-option :global-decls true)(declare-fun x () Int)(define-fun .7 () Int x)"
        "(define-fun .9 () Int 3)(define-fun .12 () Bool (< .7 .9))(assert (! (> x 0) :named pos))"
@@ -166,6 +174,13 @@ TEST(ScriptReaderTest, MalformedAndUnsupportedInput) {
       {"(assert forall)", "1:9", "'forall' needs its variables and body", 0},
       {"(check-sat)(minimize x)", "1:13", "the command 'minimize' is not supported", 1},
       {"(declare-sort S 1)", "1:17", "parametric sorts are not supported", 0},
+      {"(define-sort M (K V) (Array K V))(declare-fun m () (M Int))", "1:58", "'M' takes 2", 0},
+      {"(define-sort M (K) K)(declare-fun m () M)", "1:40", "'M' takes 1 argument", 0},
+      {"(define-sort M (K) K)(declare-fun m () (M Int Int))", "1:47", "expected ')'", 0},
+      {"(define-sort M (K K) K)", "1:19", "'K' is repeated", 0},
+      {"(define-sort M (K) (Array K V))", "1:29", "unknown sort 'V'", 0},
+      {"(define-sort M (K) K)(define-sort M () Int)", "1:35", "already declared or defined", 0},
+      {"(define-sort M (K) K)(declare-sort M 0)", "1:36", "already declared or defined", 0},
       {"(declare-fun x () Int)(assert (= x \"a\"))", "1:36", "string literals are not", 1},
       {"(assert (= ((as const Int) 0) 0))", "1:23", "needs an array sort, found Int", 0},
       {"(assert (= ((as const (Array Int Int)) true) 0))", "1:14", "has sort Bool", 0},
@@ -249,6 +264,23 @@ TEST(ScriptReaderTest, MillionDeepBinders) {
   EXPECT_NE(trace.find("(define-fun ." + std::to_string(mgr.num_terms()) +
                        " () Bool (forall ((x Int)) (or "),
             std::string::npos);
+}
+
+// Sort-macro applications 10^6 deep, in a declaration and in another macro's body, are read
+// and expanded without recursion.
+TEST(ScriptReaderTest, MillionDeepSortApplications) {
+  constexpr std::size_t kDepth = 1000000;
+  std::string opens;
+  for (std::size_t i = 0; i < kDepth; ++i) {
+    opens += "(P ";
+  }
+  std::string const closing(kDepth, ')');
+  Session s;
+  EXPECT_EQ(s.read("(define-sort P (X) X)(declare-fun a () " + opens + "Int" + closing +
+                   ")(define-sort D (Y) (Array Y " + opens + "Y" + closing +
+                   "))(declare-fun b () (D Bool))"),
+            "");
+  EXPECT_EQ(s.body(), "(declare-fun a () Int)\n(declare-fun b () (Array Bool Bool))\n");
 }
 
 // A command is carried out at its ')' without waiting for more of an interactive input.
