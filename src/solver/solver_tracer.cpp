@@ -63,6 +63,15 @@ void SolverTracer::declare_nested_sorts(Term const* term) {
   for (; symbols_scanned_ < mgr_.num_symbols(); ++symbols_scanned_) {
     Symbol const* s = mgr_.symbol_at(symbols_scanned_);
     any_nested_ = any_nested_ || (s->is_uninterpreted() && has_nested_sort(s->get_type()));
+    if (s->get_tag() == SymbolTag::VARIABLE && has_nested_sort(s->get_type())) {
+      nested_variables_.push_back(s);
+    }
+  }
+  // Bound variables are never declared, so the search never meets their signatures: the
+  // sorts nested in theirs are reported whenever a term is traced (a sort declared already
+  // is not written again).
+  for (Symbol const* v : nested_variables_) {
+    declare_signature_sorts(v->get_type());
   }
   if (!any_nested_) {
     return;

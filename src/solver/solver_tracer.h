@@ -59,6 +59,7 @@ class SolverTracer final : public ApiTracer {
   std::vector<std::uint8_t> nested_;
   std::size_t symbols_scanned_ = 0;  // symbols of the manager looked at for nested sorts
   bool any_nested_ = false;          // some symbol's signature nests an uninterpreted sort
+  std::vector<Symbol const*> nested_variables_;  // variables whose sorts nest one
   std::set<Symbol const*, TermPrinter::sym_ty_lt> new_symbols_;
   std::set<DataType const*, TermPrinter::sym_ty_lt> new_types_;
   std::vector<DataType const*> sort_stack_;

@@ -194,6 +194,9 @@ TEST_P(SolverTest, ValuesReadBackKeepTheSessionSatisfiableAndTheTraceReplays) {
   Symbol const* f = s.declare_fun("f", {U, I_}, R);
   s.assert_formula(mgr_.make_not(mgr_.make_equal(u1, u2)));
   s.assert_formula(mgr_.make_not(mgr_.make_equal(a1, a2)));
+  // A bound variable's sort nests the undeclared sort W: W reaches the trace all the same.
+  Term const* w = mgr_.make_variable("w", mgr_.get_array_type(I_, mgr_.make_simple_type("W")));
+  s.assert_formula(mgr_.make_forall({w}, mgr_.make_equal(w, w)));
   s.assert_formula(op("<", {r, mgr_.make_number("-1/3", R)}));
   s.assert_formula(op("bvugt", {b, mgr_.make_number("#x7f0", BV)}));
   Term const* sel = op("select", {op("select", {nested, b}), x_});
