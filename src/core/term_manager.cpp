@@ -629,6 +629,20 @@ void TermManager::note_free_vars(Term const* t) {
   free_vars_of_[id] = intern_var_set(std::move(ids));
 }
 
+bool TermManager::is_closed_over(Term const* t, std::vector<Term const*> const& vars) const {
+  std::size_t const id = static_cast<std::size_t>(t->get_id());
+  if (id >= free_vars_of_.size()) {
+    return true;
+  }
+  for (std::uint64_t v : var_sets_[free_vars_of_[id]]) {
+    if (std::none_of(vars.begin(), vars.end(),
+                     [v](Term const* x) { return x->get_symbol()->get_id() == v; })) {
+      return false;
+    }
+  }
+  return true;
+}
+
 std::uint32_t TermManager::intern_var_set(std::vector<std::uint64_t>&& ids) {
   auto [it, added] = var_set_index_.try_emplace(ids, static_cast<std::uint32_t>(var_sets_.size()));
   if (added) {

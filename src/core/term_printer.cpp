@@ -277,6 +277,37 @@ void SmtLib2TermPrinter::print_type_declaration(std::ostream& os, DataType const
   os.write(text_.data(), static_cast<std::streamsize>(text_.size()));
 }
 
+void SmtLib2TermPrinter::print_define_funs_rec(std::ostream& os,
+                                               std::vector<Symbol const*> const& functions,
+                                               std::vector<std::vector<Term const*>> const& params,
+                                               std::vector<Term const*> const& bodies) {
+  std::string text = line_prefix_;
+  text += functions.size() == 1 ? "(define-fun-rec " : "(define-funs-rec (";
+  for (std::size_t k = 0; k < functions.size(); ++k) {
+    Symbol const* f = functions[k];
+    text += functions.size() == 1 ? "" : k == 0 ? "(" : " (";
+    text += symbol_text(f);
+    text += " (";
+    for (std::size_t i = 0; i < params[k].size(); ++i) {
+      text += i == 0 ? "(" : " (";
+      text += symbol_text(params[k][i]->get_symbol());
+      text += ' ';
+      text += type_text(params[k][i]->get_type());
+      text += ')';
+    }
+    text += ") ";
+    text += type_text(f->get_output_type());
+    text += functions.size() == 1 ? " " : ")";
+  }
+  text += functions.size() == 1 ? "" : ") (";
+  for (std::size_t k = 0; k < bodies.size(); ++k) {
+    text += k == 0 ? "" : " ";
+    text += term_text(bodies[k]);
+  }
+  text += functions.size() == 1 ? ")\n" : "))\n";
+  os.write(text.data(), static_cast<std::streamsize>(text.size()));
+}
+
 void SmtLib2TermPrinter::print_symbol_declaration(std::ostream& os, Symbol const* s) {
   text_.clear();
   text_ += line_prefix_;

@@ -96,6 +96,10 @@ bool ScriptReader::Impl::state_command(Command c, Token const& cmd) {
     case Command::kReset:
       cmd_reset();
       return true;
+    case Command::kDefineFunRec:
+    case Command::kDefineFunsRec:
+      cmd_define_funs_rec(c == Command::kDefineFunsRec, cmd);
+      return true;
     case Command::kSetOption:
       cmd_set_option();
       return true;
@@ -159,8 +163,6 @@ bool ScriptReader::Impl::query_command(Command c) {
 void ScriptReader::Impl::refuse_command(Command c, Token const& cmd) {
   std::string const& name = cmd.text;
   switch (c) {
-    case Command::kRecursive:
-      error_at(cmd, "recursive definitions ('" + name + "') are not supported");
     case Command::kDatatypes:
       error_at(cmd, "datatypes ('" + name + "') are not supported");
     default:
@@ -530,6 +532,102 @@ void ScriptReader::Impl::cmd_define_fun(bool is_const) {
   macro.body = body;
   macros_.push_back(std::move(macro));
   add_name(name, Name{nullptr, &macros_.back(), nullptr});
+}
+
+// "NAME ((x S) ...) R": the function, declared as a name at once so that the bodies can apply
+// it, and its parameters as variables.
+ScriptReader::Impl::RecSignature ScriptReader::Impl::rec_signature() {
+  RecSignature sig{lex_->peek(), nullptr, {}, {}};
+  std::string const name = expect_symbol("a function name");
+  check_fresh_name(sig.name, name);
+  expect_lparen(" starting the parameter list");
+  std::vector<DataType const*> sorts;
+  while (lex_->peek_kind() != TokenKind::kRParen) {
+    expect_lparen(" starting a parameter (NAME SORT)");
+    Token const param_tok = lex_->peek();
+    std::string const param = expect_symbol("a parameter name");
+    DataType const* sort = parse_sort();
+    expect_rparen(" after the parameter's sort");
+    for (Token const& t : sig.param_tokens) {
+      if (t.text == param) {
+        error_at(param_tok, "parameter '" + param + "' occurs twice");
+      }
+    }
+    try {
+      sig.params.push_back(mgr_.make_variable(param, sort));
+    } catch (Error const& e) {
+      error_at(param_tok, e.what());
+    }
+    sig.param_tokens.push_back(param_tok);
+    sorts.push_back(sort);
+  }
+  lex_->next();
+  DataType const* result = parse_sort();
+  sig.symbol =
+      mgr_.make_symbol(name, sorts.empty() ? result : mgr_.get_function_type(sorts, result));
+  add_name(name, Name{sig.symbol, nullptr, nullptr});
+  return sig;
+}
+
+// A body over the signature's parameters, of its result sort.
+Term const* ScriptReader::Impl::rec_body(RecSignature const& sig) {
+  std::size_t const undo_begin = let_undo_.size();
+  for (std::size_t i = 0; i < sig.params.size(); ++i) {
+    Entry& e = entry(sig.param_tokens[i].text);
+    let_undo_.emplace_back(&e, e.bound);
+    e.bound = sig.params[i];
+  }
+  Token const body_tok = lex_->peek();
+  Term const* body = parse_term(false);
+  undo_lets(undo_begin);
+  DataType const* result = sig.symbol->get_output_type();
+  body = coerce(body, result);
+  if (body->get_type() != result) {
+    error_at(body_tok, "the body of '" + sig.name.text + "' has sort " +
+                           sort_text(body->get_type()) + ", but the declared sort is " +
+                           sort_text(result));
+  }
+  return body;
+}
+
+// (define-fun-rec NAME ((x S) ...) R BODY) and
+// (define-funs-rec ((NAME ((x S) ...) R) ...) (BODY ...)).
+void ScriptReader::Impl::cmd_define_funs_rec(bool several, Token const& cmd) {
+  std::vector<RecSignature> sigs;
+  if (several) {
+    expect_lparen(" starting the function declarations");
+    do {
+      expect_lparen(" starting a function declaration (NAME (PARAMETERS) SORT)");
+      sigs.push_back(rec_signature());
+      expect_rparen(" after the function declaration");
+    } while (lex_->peek_kind() != TokenKind::kRParen);
+    lex_->next();
+    expect_lparen(" starting the bodies");
+  } else {
+    sigs.push_back(rec_signature());
+  }
+  std::vector<Term const*> bodies;
+  for (RecSignature const& sig : sigs) {
+    if (lex_->peek_kind() == TokenKind::kRParen) {
+      expected("the body of '" + sig.name.text + "' (one body per function)");
+    }
+    bodies.push_back(rec_body(sig));
+  }
+  if (several) {
+    expect_rparen(" after the last body (one body per function)");
+  }
+  expect_rparen(several ? " after define-funs-rec" : " after define-fun-rec");
+  std::vector<Symbol const*> functions;
+  std::vector<std::vector<Term const*>> params;
+  for (RecSignature const& sig : sigs) {
+    functions.push_back(sig.symbol);
+    params.push_back(sig.params);
+  }
+  try {
+    solver_.define_funs_rec(functions, params, bodies);
+  } catch (Error const& e) {
+    error_at(cmd, e.what());
+  }
 }
 
 void ScriptReader::Impl::cmd_push_pop(bool push, Token const& command_token) {

@@ -95,7 +95,8 @@ enum class Command : std::uint8_t {
   kReset,
   kGetAssertions,
   kGetAssignment,
-  kRecursive,  // define-fun-rec, define-funs-rec: not supported
+  kDefineFunRec,
+  kDefineFunsRec,
   kDatatypes,  // declare-datatype(s), declare-codatatypes: not supported
   kUnknown,    // any other command, standard or not: not supported
 };
@@ -339,6 +340,16 @@ class ScriptReader::Impl {
   void cmd_define_sort();
   void cmd_declare_fun(bool is_const);
   void cmd_define_fun(bool is_const);
+  // A recursive definition's signature, its parameters as variables.
+  struct RecSignature {
+    Token name;
+    Symbol const* symbol;
+    std::vector<Term const*> params;
+    std::vector<Token> param_tokens;
+  };
+  RecSignature rec_signature();
+  Term const* rec_body(RecSignature const& sig);
+  void cmd_define_funs_rec(bool several, Token const& cmd);
   void cmd_push_pop(bool push, Token const& command_token);
   void cmd_assert();
   void cmd_set_option();

@@ -330,6 +330,25 @@ void Cvc5Session::reset_assertions() {
   track_log_.clear();
 }
 
+void Cvc5Session::define_funs_rec(std::vector<Symbol const*> const& functions,
+                                  std::vector<std::vector<Term const*>> const& params,
+                                  std::vector<Term const*> const& bodies) {
+  std::vector<cvc5::Term> funs;
+  std::vector<std::vector<cvc5::Term>> vars;
+  std::vector<cvc5::Term> terms;
+  for (std::size_t k = 0; k < functions.size(); ++k) {
+    funs.push_back(decl_of(functions[k]));
+    vars.emplace_back();
+    for (Term const* x : params[k]) {
+      vars.back().push_back(translate(x));
+    }
+  }
+  for (Term const* body : bodies) {
+    terms.push_back(translate(body));
+  }
+  solver_.defineFunsRec(funs, vars, terms, false);
+}
+
 CheckResult Cvc5Session::check(std::vector<TheoryLit> const& assumptions) {
   assumptions_.clear();
   std::vector<cvc5::Term> lits;
@@ -436,6 +455,11 @@ class Cvc5Engine final : public Engine {
   }
   void reset_assertions() override {
     call("reset_assertions", [&] { session_->reset_assertions(); });
+  }
+  void define_funs_rec(std::vector<Symbol const*> const& functions,
+                       std::vector<std::vector<Term const*>> const& params,
+                       std::vector<Term const*> const& bodies) override {
+    call("define_funs_rec", [&] { session_->define_funs_rec(functions, params, bodies); });
   }
   // A new solver: cvc5 fixes its options and logic once per solver.
   void reset() override {

@@ -43,6 +43,9 @@ class Cvc5Session {
   void push();
   void pop();
   void reset_assertions();
+  void define_funs_rec(std::vector<Symbol const*> const& functions,
+                       std::vector<std::vector<Term const*>> const& params,
+                       std::vector<Term const*> const& bodies);
   CheckResult check(std::vector<TheoryLit> const& assumptions);
   std::string reason_unknown() const;
   std::vector<Term const*> unsat_core();

@@ -465,6 +465,25 @@ void ProcessEngine::declare_fun(Symbol const* symbol) {
   declare_symbol(symbol);
 }
 
+// The functions are declared by the definition itself; as they are no model's functions,
+// they are not among the symbols a model lists.
+void ProcessEngine::define_funs_rec(std::vector<Symbol const*> const& functions,
+                                    std::vector<std::vector<Term const*>> const& params,
+                                    std::vector<Term const*> const& bodies) {
+  close_assumption_scope();
+  for (Symbol const* f : functions) {
+    declare_sorts(f->get_type());
+    mark(symbol_done_, f->get_id(), 1);
+    by_name_[kNamePrefix + f->get_name()] = f;
+  }
+  for (Term const* body : bodies) {
+    declare_in(body);
+  }
+  text_.str("");
+  printer_.print_define_funs_rec(text_, functions, params, bodies);
+  send(text_.str());
+}
+
 // ------------------------------------------------------------------------ assertions
 
 void ProcessEngine::assert_formula(Term const* formula, bool track) {

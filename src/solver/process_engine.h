@@ -56,6 +56,9 @@ class ProcessEngine final : public Engine {
   // Starts the solver anew: solvers differ on whether (reset) itself answers under
   // :print-success, and a new process is the start state for every one of them.
   void reset() override;
+  void define_funs_rec(std::vector<Symbol const*> const& functions,
+                       std::vector<std::vector<Term const*>> const& params,
+                       std::vector<Term const*> const& bodies) override;
   CheckResult check(std::vector<TheoryLit> const& assumptions) override;
   std::string reason_unknown() override;
   std::vector<Term const*> unsat_core() override;

@@ -21,6 +21,9 @@ class RecordingEngine : public Engine {
   void pop() override {}
   void reset_assertions() override {}
   void reset() override {}
+  void define_funs_rec(std::vector<Symbol const*> const&,
+                       std::vector<std::vector<Term const*>> const&,
+                       std::vector<Term const*> const&) override {}
   CheckResult check(std::vector<TheoryLit> const&) override { return CheckResult::Unknown; }
   std::string reason_unknown() override { return name_; }
   std::vector<Term const*> unsat_core() override { return {}; }

@@ -231,6 +231,46 @@ void Solver::declare_fun(Symbol const* symbol) {
   engine_->declare_fun(symbol);
 }
 
+void Solver::define_funs_rec(std::vector<Symbol const*> const& functions,
+                             std::vector<std::vector<Term const*>> const& params,
+                             std::vector<Term const*> const& bodies) {
+  char const* const call = "define_funs_rec";
+  if (functions.empty() || params.size() != functions.size() || bodies.size() != functions.size()) {
+    throw Error(std::string(call) + ": one parameter list and one body per function");
+  }
+  for (std::size_t k = 0; k < functions.size(); ++k) {
+    Symbol const* f = functions[k];
+    check_symbol(f, call);
+    if (std::find(functions.begin(), functions.begin() + k, f) != functions.begin() + k) {
+      throw Error(std::string(call) + ": '" + f->get_name() + "' is defined twice");
+    }
+    std::string const what = std::string(call) + ": '" + f->get_name() + "'";
+    if (params[k].size() != f->get_arity()) {
+      throw Error(what + " takes " + std::to_string(f->get_arity()) + " argument(s), given " +
+                  std::to_string(params[k].size()) + " parameter(s)");
+    }
+    for (std::size_t i = 0; i < params[k].size(); ++i) {
+      Term const* x = params[k][i];
+      if (x == nullptr || !mgr_.owns(x) || x->get_symbol()->get_tag() != SymbolTag::VARIABLE ||
+          x->get_type() != f->get_type()->get_component(i) ||
+          std::find(params[k].begin(), params[k].begin() + i, x) != params[k].begin() + i) {
+        throw Error(what + ": parameter " + std::to_string(i + 1) +
+                    " must be a variable of the argument's sort, once");
+      }
+    }
+    Term const* body = bodies[k];
+    if (body == nullptr || !mgr_.owns(body) || body->get_type() != f->get_output_type()) {
+      throw Error(what + ": the body must be a term of the result sort " +
+                  f->get_output_type()->to_string());
+    }
+    if (!mgr_.is_closed_over(body, params[k])) {
+      throw Error(what + ": a variable other than the parameters occurs free in the body");
+    }
+  }
+  tracer_->trace_define_funs_rec(functions, params, bodies);
+  engine_->define_funs_rec(functions, params, bodies);
+}
+
 // ------------------------------------------------------------------------ assertions
 
 void Solver::assert_formula(Term const* formula) {

@@ -135,6 +135,18 @@ void SolverTracer::trace_reset_assertions() {
   writer_->trace_reset_assertions();
 }
 
+void SolverTracer::trace_define_funs_rec(std::vector<Symbol const*> const& functions,
+                                         std::vector<std::vector<Term const*>> const& params,
+                                         std::vector<Term const*> const& bodies) {
+  for (Symbol const* f : functions) {
+    declare_signature_sorts(f->get_type());
+  }
+  for (Term const* body : bodies) {
+    declare_nested_sorts(body);
+  }
+  writer_->trace_define_funs_rec(functions, params, bodies);
+}
+
 void SolverTracer::trace_reset() {
   writer_->trace_reset();
 }

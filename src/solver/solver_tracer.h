@@ -44,6 +44,9 @@ class SolverTracer final : public ApiTracer {
   void trace_get_model() override;
   void trace_get_model_value(Term const* t) override;
   void trace_reset() override;
+  void trace_define_funs_rec(std::vector<Symbol const*> const& functions,
+                             std::vector<std::vector<Term const*>> const& params,
+                             std::vector<Term const*> const& bodies) override;
 
  private:
   // Before `term` is traced: reports the uninterpreted sorts nested in the signatures of the

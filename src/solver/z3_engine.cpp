@@ -139,7 +139,7 @@ Z3_sort Z3Engine::sort_of(DataType const* t) {
   return sorts_[t->get_id()];
 }
 
-Z3_func_decl Z3Engine::decl_of(Symbol const* s) {
+Z3_func_decl Z3Engine::decl_of(Symbol const* s, bool recursive) {
   std::size_t const id = static_cast<std::size_t>(s->get_id());
   if (id < decls_.size() && decls_[id] != nullptr) {
     return decls_[id];
@@ -153,8 +153,9 @@ Z3_func_decl Z3Engine::decl_of(Symbol const* s) {
   }
   Z3_sort const range = sort_of(s->get_output_type());
   // Named by id, so that symbols that share a name stay apart.
-  Z3_func_decl d = Z3_mk_func_decl(ctx_, Z3_mk_int_symbol(ctx_, static_cast<int>(id)),
-                                   static_cast<unsigned>(domain.size()), domain.data(), range);
+  auto const make = recursive ? Z3_mk_rec_func_decl : Z3_mk_func_decl;
+  Z3_func_decl d = make(ctx_, Z3_mk_int_symbol(ctx_, static_cast<int>(id)),
+                        static_cast<unsigned>(domain.size()), domain.data(), range);
   check_error();
   Z3_inc_ref(ctx_, Z3_func_decl_to_ast(ctx_, d));
   if (decls_.size() <= id) {
@@ -164,6 +165,25 @@ Z3_func_decl Z3Engine::decl_of(Symbol const* s) {
   known_.push_back(s);
   symbol_of_decl_.emplace(Z3_get_ast_id(ctx_, Z3_func_decl_to_ast(ctx_, d)), s);
   return d;
+}
+
+void Z3Engine::define_funs_rec(std::vector<Symbol const*> const& functions,
+                               std::vector<std::vector<Term const*>> const& params,
+                               std::vector<Term const*> const& bodies) {
+  drop_model();
+  for (Symbol const* f : functions) {
+    decl_of(f, true);
+  }
+  for (std::size_t k = 0; k < functions.size(); ++k) {
+    std::vector<Z3_ast> args;
+    for (Term const* x : params[k]) {
+      args.push_back(translate(x));
+    }
+    Z3_ast const body = translate(bodies[k]);
+    Z3_add_rec_def(ctx_, decl_of(functions[k]), static_cast<unsigned>(args.size()), args.data(),
+                   body);
+    check_error();
+  }
 }
 
 // ------------------------------------------------------------------------ terms

@@ -36,6 +36,9 @@ class Z3Engine final : public Engine {
   // z3's declarations belong to its context, not to its solver: a reset of the solver is the
   // start state.
   void reset() override { reset_assertions(); }
+  void define_funs_rec(std::vector<Symbol const*> const& functions,
+                       std::vector<std::vector<Term const*>> const& params,
+                       std::vector<Term const*> const& bodies) override;
   CheckResult check(std::vector<TheoryLit> const& assumptions) override;
   std::string reason_unknown() override;
   std::vector<Term const*> unsat_core() override;
@@ -55,7 +58,8 @@ class Z3Engine final : public Engine {
   }
   void check_error();
   Z3_sort sort_of(DataType const* t);
-  Z3_func_decl decl_of(Symbol const* s);
+  // A recursive function's declaration is made by define_funs_rec, before its first use.
+  Z3_func_decl decl_of(Symbol const* s, bool recursive = false);
   Z3_ast translate(Term const* t);
   // The z3 AST of t from the ASTs of its arguments; build() holds the intermediate ASTs.
   Z3_ast build(Term const* t, Z3_ast const* args);

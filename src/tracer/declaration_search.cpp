@@ -39,6 +39,17 @@ void SmtLib2ApiTracer::trace_type_declaration(DataType const* type) {
 }
 
 void SmtLib2ApiTracer::trace_symbol_declaration(Symbol const* sym) {
+  if (!is_symbol_declared(sym)) {
+    if (!global_decls_) {
+      reserve_one(symbol_decl_stack_);
+    }
+    printer_.print_symbol_declaration(out_, sym);
+    record_declared(sym);
+  }
+  out_.flush();
+}
+
+void SmtLib2ApiTracer::record_declared(Symbol const* sym) {
   if (!global_decls_) {
     reserve_one(symbol_decl_stack_);
   }
@@ -46,14 +57,10 @@ void SmtLib2ApiTracer::trace_symbol_declaration(Symbol const* sym) {
   if (id >= declared_symbols_.size()) {
     declared_symbols_.resize(std::max(2 * declared_symbols_.size(), id + 1), false);
   }
-  if (!declared_symbols_[id]) {
-    printer_.print_symbol_declaration(out_, sym);
-    declared_symbols_[id] = true;
-    if (!global_decls_) {
-      symbol_decl_stack_.push_back(sym);
-    }
+  declared_symbols_[id] = true;
+  if (!global_decls_) {
+    symbol_decl_stack_.push_back(sym);
   }
-  out_.flush();
 }
 
 void SmtLib2ApiTracer::do_print_new_declarations(Term const* term) {

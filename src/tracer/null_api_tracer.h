@@ -29,6 +29,9 @@ class NullApiTracer final : public ApiTracer {
   void trace_get_model() override {}
   void trace_get_model_value(Term const*) override {}
   void trace_reset() override {}
+  void trace_define_funs_rec(std::vector<Symbol const*> const&,
+                             std::vector<std::vector<Term const*>> const&,
+                             std::vector<Term const*> const&) override {}
 };
 
 }  // namespace tvx

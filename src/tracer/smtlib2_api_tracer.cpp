@@ -506,6 +506,30 @@ void SmtLib2ApiTracer::trace_reset_assertions() {
   out_.flush();
 }
 
+void SmtLib2ApiTracer::trace_define_funs_rec(std::vector<Symbol const*> const& functions,
+                                             std::vector<std::vector<Term const*>> const& params,
+                                             std::vector<Term const*> const& bodies) {
+  for (Symbol const* f : functions) {
+    DataType const* type = f->get_type();
+    for (std::size_t i = 0; i < type->get_num_components(); ++i) {
+      if (type->get_component(i)->is_uninterpreted()) {
+        trace_type_declaration(type->get_component(i));
+      }
+    }
+    if (type->is_uninterpreted()) {
+      trace_type_declaration(type);
+    }
+    if (!is_symbol_declared(f)) {
+      record_declared(f);
+    }
+  }
+  for (Term const* body : bodies) {
+    do_print_new_declarations(body);
+  }
+  printer_.print_define_funs_rec(out_, functions, params, bodies);
+  out_.flush();
+}
+
 void SmtLib2ApiTracer::trace_reset() {
   std::fill(declared_symbols_.begin(), declared_symbols_.end(), false);
   symbol_decl_stack_.clear();

@@ -241,6 +241,13 @@ TEST_F(TvxTraceTest, ScriptsReplayInZ3AndCvc5InBothModes) {
        ":no-pattern (+ x c))))))(check-sat)(pop 1)"
        "(assert (forall ((x U) (y Int)) (=> (p x y) (exists ((y Int)) (not (p x y))))))"
        "(assert (p x (f c)))(assert (forall ((y Int)) (p x y)))(check-sat)"},
+      {"recursive definitions",
+       "(declare-sort U 0)(define-fun-rec fact ((n Int)) Int (ite (<= n 0) 1 (* n (fact (- n 1)))))"
+       "(define-funs-rec ((ev ((n Int)) Bool) (od ((n Int)) Bool)) ((ite (= n 0) true (od (- n 1)))"
+       " (ite (= n 0) false (ev (- n 1)))))(push 1)(assert (= (fact 3) 7))(check-sat)(pop 1)"
+       "(push 1)(define-fun-rec same ((u U) (k Int)) U (ite (<= k 0) u (same u (- k 1))))"
+       "(declare-fun a () U)(declare-fun b () U)(assert (distinct (same a 2) a))(check-sat)(pop 1)"
+       "(assert (od 4))(check-sat)"},
       {"constant arrays",
        "(declare-fun a () (Array Int Int))(declare-fun b () (Array Int Real))"
        "(assert (= a (store ((as const (Array Int Int)) 0) 1 5)))(assert (= (select a 2) 0))"

@@ -63,6 +63,11 @@ class ModelReader : public Engine {
   void pop() override { inner_->pop(); }
   void reset_assertions() override { inner_->reset_assertions(); }
   void reset() override { inner_->reset(); }
+  void define_funs_rec(std::vector<Symbol const*> const& f,
+                       std::vector<std::vector<Term const*>> const& p,
+                       std::vector<Term const*> const& b) override {
+    inner_->define_funs_rec(f, p, b);
+  }
   CheckResult check(std::vector<TheoryLit> const& assumptions) override {
     CheckResult const r = inner_->check(assumptions);
     if (r == CheckResult::Sat) {

@@ -681,6 +681,37 @@ TEST_P(EngineSuiteTest, QuantifiersBindTheirOwnVariables) {
   EXPECT_THROW(s.assert_formula(op(">", {x, c})), Error);
 }
 
+// Recursive definitions, one alone and a mutually recursive pair, decide checks in every
+// engine, scoped like declarations; misuse is refused before anything is traced.
+TEST_P(EngineSuiteTest, RecursiveDefinitionsDecideChecks) {
+  Solver& s = *solver_;
+  Term const* n = mgr_.make_variable("n", I_);
+  Term const* n1 = op("-", {n, num("1")});
+  Symbol const* fact = mgr_.make_symbol("fact", mgr_.get_function_type({I_}, I_));
+  s.define_fun_rec(fact, {n},
+                   mgr_.make_ite(op("<=", {n, num("0")}), num("1"), op("*", {n, app(fact, {n1})})));
+  s.push();
+  s.assert_formula(eq(app(fact, {num("3")}), num("7")));
+  EXPECT_EQ(s.check(), CheckResult::Unsat) << "3! = 6";
+  s.pop();
+  DataType const* B = mgr_.get_bool_type();
+  Symbol const* ev = mgr_.make_symbol("ev", mgr_.get_function_type({I_}, B));
+  Symbol const* od = mgr_.make_symbol("od", mgr_.get_function_type({I_}, B));
+  Term const* zero = eq(n, num("0"));
+  s.define_funs_rec({ev, od}, {{n}, {n}},
+                    {mgr_.make_ite(zero, mgr_.make_true(), app(od, {n1})),
+                     mgr_.make_ite(zero, mgr_.make_false(), app(ev, {n1}))});
+  s.assert_formula(app(od, {num("4")}));
+  EXPECT_EQ(s.check(), CheckResult::Unsat);
+
+  Symbol const* g = mgr_.make_symbol("g", mgr_.get_function_type({I_}, I_));
+  Term const* m = mgr_.make_variable("m", I_);
+  EXPECT_THROW(s.define_fun_rec(g, {n}, op("+", {m, num("1")})), Error) << "m is free";
+  EXPECT_THROW(s.define_fun_rec(g, {n, m}, n), Error) << "g takes one argument";
+  EXPECT_THROW(s.define_fun_rec(g, {num("1")}, num("1")), Error) << "not a variable";
+  EXPECT_THROW(s.define_fun_rec(g, {n}, mgr_.make_true()), Error) << "the result sort";
+}
+
 TEST_P(EngineSuiteTest, ATimeOutAnswersUnknownWithAReason) {
   Configuration config;
   config.timeout = 0.1;

@@ -41,6 +41,11 @@ class SpyEngine : public Engine {
   void pop() override { log("pop"), inner_->pop(); }
   void reset_assertions() override { log("reset-assertions"), inner_->reset_assertions(); }
   void reset() override { log("reset"), inner_->reset(); }
+  void define_funs_rec(std::vector<Symbol const*> const& f,
+                       std::vector<std::vector<Term const*>> const& p,
+                       std::vector<Term const*> const& b) override {
+    log("define-funs-rec"), inner_->define_funs_rec(f, p, b);
+  }
   CheckResult check(std::vector<TheoryLit> const& a) override {
     if (die_) {
       std::abort();

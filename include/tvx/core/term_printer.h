@@ -147,6 +147,12 @@ class SmtLib2TermPrinter : public SmtLibTermPrinter {
   std::string const& binder_definition_text(Term const* binder, std::string const& label_prefix,
                                             std::function<bool(Term const*)> const& labelled);
 
+  // (define-fun-rec f ((x S) ...) R BODY) for one function, or for several
+  // (define-funs-rec ((f ((x S) ...) R) ...) (BODY ...)), and a newline; the bodies in full.
+  void print_define_funs_rec(std::ostream& os, std::vector<Symbol const*> const& functions,
+                             std::vector<std::vector<Term const*>> const& params,
+                             std::vector<Term const*> const& bodies);
+
   // (assert EXPR) and a newline, or (assert (! EXPR ANNOTATION)) when annotation is not empty.
   void apitracer_print_term(std::ostream& os, Term const* t, std::string const& annotation);
 

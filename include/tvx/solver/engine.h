@@ -66,6 +66,11 @@ class Engine {
   virtual void reset_assertions() = 0;
   // Back to the state the engine was made in: no assertions, scopes or declarations.
   virtual void reset() = 0;
+  // Defines each function (used in no term before) by its body over its parameters
+  // (variables), in the current scope; the bodies may apply every function of the group.
+  virtual void define_funs_rec(std::vector<Symbol const*> const& functions,
+                               std::vector<std::vector<Term const*>> const& params,
+                               std::vector<Term const*> const& bodies) = 0;
 
   // Checks the assertions together with the assumption literals (none for a plain check).
   virtual CheckResult check(std::vector<TheoryLit> const& assumptions) = 0;

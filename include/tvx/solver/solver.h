@@ -61,6 +61,18 @@ class Solver {
   // declared on the way by the call that first uses them.
   void declare_fun(Symbol const* symbol);
 
+  // Recursive definitions: each function, an uninterpreted symbol used in no term before, is
+  // declared and defined by its body over its parameters (distinct variables of its argument
+  // sorts, the only variables free in the body); the bodies may apply every function of the
+  // group. Scoped like a declaration.
+  void define_funs_rec(std::vector<Symbol const*> const& functions,
+                       std::vector<std::vector<Term const*>> const& params,
+                       std::vector<Term const*> const& bodies);
+  void define_fun_rec(Symbol const* function, std::vector<Term const*> const& params,
+                      Term const* body) {
+    define_funs_rec({function}, {params}, {body});
+  }
+
   // --- assertions and scopes ---
   void assert_formula(Term const* formula);
   void push(std::size_t levels = 1);

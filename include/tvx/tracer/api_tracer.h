@@ -32,6 +32,11 @@ class ApiTracer {
   // Operations beyond the sixteen above.
   // Back to the start state: no assertions, scopes, declarations or definitions.
   virtual void trace_reset() = 0;
+  // Recursive definitions: each function (not declared before) gets the body over its
+  // parameters (variables); the bodies may apply every function of the group.
+  virtual void trace_define_funs_rec(std::vector<Symbol const*> const& functions,
+                                     std::vector<std::vector<Term const*>> const& params,
+                                     std::vector<Term const*> const& bodies) = 0;
 };
 
 }  // namespace tvx

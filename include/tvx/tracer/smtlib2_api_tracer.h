@@ -55,6 +55,13 @@ class SmtLib2ApiTracer : public ApiTracer {
   // again when next used; in global-declarations mode the option that announces the mode is
   // written again too, since a reset takes options back to their defaults.
   void trace_reset() override;
+  // (define-fun-rec f ((x S) ...) R BODY), or for several functions
+  // (define-funs-rec ((f ((x S) ...) R) ...) (BODY ...)), after what the signatures and bodies
+  // need declared; the functions count as declared from then on. The bodies are written in
+  // full in both modes: their closed subterms may apply the functions being defined.
+  void trace_define_funs_rec(std::vector<Symbol const*> const& functions,
+                             std::vector<std::vector<Term const*>> const& params,
+                             std::vector<Term const*> const& bodies) override;
 
   // Writes the label of t (the defines prefix, "." when empty, then the id) to os, or to the
   // trace when os is null; returns the stream written to.
@@ -100,7 +107,8 @@ class SmtLib2ApiTracer : public ApiTracer {
   void write_definitions();
   void forget_definitions(std::size_t written);  // unmarks definitions_[written, end)
   bool is_symbol_declared(Symbol const* s) const;
-  void forget_symbol(Symbol const* s);  // erases s from the declared record
+  void forget_symbol(Symbol const* s);    // erases s from the declared record
+  void record_declared(Symbol const* s);  // enters s in the declared record (and scope log)
   // Appends t to line_: its label in global mode, the full term otherwise. plain says that
   // out_ writes numbers as plain decimal digits (see writes_plain_numbers).
   void append_term(Term const* t, bool plain);
