@@ -459,6 +459,26 @@ Term const* TermManager::intern_term(Symbol const* s, Term const* const* args, s
   return t;
 }
 
+Term const* TermManager::make_algebraic(std::string const& text, std::string const& approximation) {
+  auto it = algebraics_.find(text);
+  if (it != algebraics_.end()) {
+    return it->second;
+  }
+  DataType const* real = get_rational_type();
+  symbols_.emplace_back(next_symbol_id_, 0, real, real, SymbolTag::ALGEBRAIC, text);
+  ++next_symbol_id_;
+  Symbol const* s = &symbols_.back();
+  approximations_.emplace(s->get_id(), approximation);
+  Term const* t = intern_term(s, nullptr, 0);
+  algebraics_.emplace(text, t);
+  return t;
+}
+
+std::string const& TermManager::algebraic_approximation(Symbol const* s) const {
+  assert(s->get_tag() == SymbolTag::ALGEBRAIC && "an algebraic number's symbol");
+  return approximations_.at(s->get_id());
+}
+
 // ---------------------------------------------------------------- binders
 
 Term const* TermManager::make_variable(std::string const& name, DataType const* sort) {

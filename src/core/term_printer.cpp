@@ -211,6 +211,9 @@ std::string const& SmtLibTermPrinter::compute_symbol_text(Symbol const* s) {
     case SymbolTag::CONST_ARRAY:
       text = "(as const " + type_text(s->get_output_type()) + ")";
       break;
+    case SymbolTag::ALGEBRAIC:
+      text = s->get_name();
+      break;
     default:
       if (s->get_num_indices() == 0) {
         text = s->get_name();

@@ -189,6 +189,8 @@ cvc5::Term Cvc5Session::build(Term const* t, std::vector<cvc5::Term> const& a) {
     case SymbolTag::FORALL:
     case SymbolTag::EXISTS:
       return build_quantifier(t, a);
+    case SymbolTag::ALGEBRAIC:
+      throw Unsupported("cvc5 takes no algebraic number " + s->get_name() + " in a term");
     default:
       break;
   }

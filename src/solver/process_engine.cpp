@@ -404,8 +404,10 @@ void ProcessEngine::declare_in(Term const* root) {
     Symbol const* s = t->get_symbol();
     if (s->is_uninterpreted()) {
       declare_symbol(s);
-    } else if (s->get_tag() == SymbolTag::CONST_ARRAY) {
-      declare_sorts(s->get_output_type());  // written in the term as (as const S)
+    } else if (s->get_tag() == SymbolTag::CONST_ARRAY || s->get_tag() == SymbolTag::VARIABLE) {
+      declare_sorts(s->get_output_type());  // written in the term: (as const S), ((x S))
+    } else if (s->get_tag() == SymbolTag::ALGEBRAIC) {
+      throw Unsupported(name_ + " takes no algebraic number " + s->get_name() + " in a term");
     }
     term_done_[t->get_id()] = 1;
     for (std::size_t i = 0; i < t->get_arity(); ++i) {

@@ -275,6 +275,11 @@ void ProcessEngine::ValueWalk::read(std::size_t n, DataType const* sort) {
 void ProcessEngine::ValueWalk::read_number(std::size_t n, DataType const* sort) {
   Sexpr::Node const& x = e_.node(n);
   std::string text;
+  if (sort->is_real() && x.list && !x.kids.empty() && e_.is_atom(x.kids[0], "root-obj")) {
+    // An irrational root, kept as the solver wrote it; the text gives no approximation.
+    results_.push_back(p_.mgr_.make_algebraic(e_.text(n), ""));
+    return;
+  }
   if (!sort->is_bv()) {
     if (!p_.read_number(e_, n, sort, text)) {
       unreadable(n, sort->is_int() ? "an Int value" : "a Real value");

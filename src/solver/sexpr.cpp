@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <string>
+#include <utility>
 
 namespace tvx {
 
@@ -100,6 +101,29 @@ bool Sexpr::parse(std::string const& text) {
     return false;
   }
   return true;
+}
+
+std::string Sexpr::text(std::size_t i) const {
+  std::string out;
+  // (node, next element) pairs; a list's ')' is written when its elements are done.
+  std::vector<std::pair<std::size_t, std::size_t>> stack{{i, 0}};
+  while (!stack.empty()) {
+    auto& [n, k] = stack.back();
+    Node const& x = nodes_[n];
+    if (!x.list) {
+      out += x.atom;
+      stack.pop_back();
+      continue;
+    }
+    if (k == x.kids.size()) {
+      out += ')';
+      stack.pop_back();
+      continue;
+    }
+    out += k == 0 ? "(" : " ";
+    stack.emplace_back(x.kids[k++], 0);
+  }
+  return out;
 }
 
 }  // namespace tvx

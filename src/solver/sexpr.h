@@ -35,6 +35,8 @@ class Sexpr {
   }
   std::size_t kid(std::size_t i, std::size_t k) const { return nodes_[i].kids[k]; }
   std::size_t size(std::size_t i) const { return nodes_[i].kids.size(); }
+  // The text of node i, its elements one blank apart (a quoted symbol without its bars).
+  std::string text(std::size_t i) const;
 
  private:
   std::vector<Node> nodes_;

@@ -212,6 +212,8 @@ Z3_ast Z3Engine::build(Term const* t, Z3_ast const* args) {
     case SymbolTag::FORALL:
     case SymbolTag::EXISTS:
       return build_quantifier(t, args);
+    case SymbolTag::ALGEBRAIC:
+      throw Unsupported("z3 takes no algebraic number " + s->get_name() + " in a term");
     default:
       break;
   }

@@ -197,6 +197,10 @@ void Z3Engine::ValueWalk::convert(Task const& task) {
   } else if (sort->is_int() || sort->is_real() || sort->is_bv()) {
     if (Z3_is_numeral_ast(ctx, v)) {
       results_.push_back(mgr.make_number(Z3_get_numeral_string(ctx, v), sort));
+    } else if (sort->is_real() && Z3_is_algebraic_number(ctx, v)) {
+      // An irrational root: kept as z3 writes it, with z3's decimal approximation.
+      std::string const text = Z3_ast_to_string(ctx, v);
+      results_.push_back(mgr.make_algebraic(text, Z3_get_numeral_decimal_string(ctx, v, 20)));
     } else if (!retry(task)) {
       fail(v, sort);
     }

@@ -38,18 +38,18 @@ void SmtLib2ApiTracer::trace_type_declaration(DataType const* type) {
   out_.flush();
 }
 
+// The record's room is made before the declaration is written, so that recording it cannot
+// fail after the text went out.
 void SmtLib2ApiTracer::trace_symbol_declaration(Symbol const* sym) {
   if (!is_symbol_declared(sym)) {
-    if (!global_decls_) {
-      reserve_one(symbol_decl_stack_);
-    }
+    reserve_record(sym);
     printer_.print_symbol_declaration(out_, sym);
     record_declared(sym);
   }
   out_.flush();
 }
 
-void SmtLib2ApiTracer::record_declared(Symbol const* sym) {
+void SmtLib2ApiTracer::reserve_record(Symbol const* sym) {
   if (!global_decls_) {
     reserve_one(symbol_decl_stack_);
   }
@@ -57,7 +57,11 @@ void SmtLib2ApiTracer::record_declared(Symbol const* sym) {
   if (id >= declared_symbols_.size()) {
     declared_symbols_.resize(std::max(2 * declared_symbols_.size(), id + 1), false);
   }
-  declared_symbols_[id] = true;
+}
+
+void SmtLib2ApiTracer::record_declared(Symbol const* sym) {
+  reserve_record(sym);
+  declared_symbols_[static_cast<std::size_t>(sym->get_id())] = true;
   if (!global_decls_) {
     symbol_decl_stack_.push_back(sym);
   }

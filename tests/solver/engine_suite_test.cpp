@@ -712,6 +712,30 @@ TEST_P(EngineSuiteTest, RecursiveDefinitionsDecideChecks) {
   EXPECT_THROW(s.define_fun_rec(g, {n}, mgr_.make_true()), Error) << "the result sort";
 }
 
+// An irrational value comes back exact, as the solver wrote it (get-value prints that text),
+// with z3's decimal approximation in process; no engine takes it back into a term.
+TEST_P(EngineSuiteTest, IrrationalValuesComeBackAsTheSolverWroteThem) {
+  if (!is_z3()) {
+    GTEST_SKIP() << "cvc5 does not decide x * x = 2 over the reals";
+  }
+  Solver& s = *solver_;
+  Term const* x = var("x", R_);
+  assert_all({eq(op("*", {x, x}), real("2")), op(">", {x, real("0")})});
+  ASSERT_EQ(s.check(), CheckResult::Sat);
+  Term const* v = s.get_model_value(x);
+  ASSERT_EQ(v->get_symbol()->get_tag(), SymbolTag::ALGEBRAIC) << text(v);
+  EXPECT_EQ(text(v), "(root-obj (+ (^ x 2) (- 2)) 2)");
+  EXPECT_EQ(v->get_type(), R_);
+  std::string const& approximation = mgr_.algebraic_approximation(v->get_symbol());
+  EXPECT_TRUE(approximation.empty() || approximation.rfind("1.41421356237", 0) == 0)
+      << approximation;
+  EXPECT_EQ(GetParam() == "z3", !approximation.empty()) << "z3 in process gives one";
+  Model const m = s.get_model();
+  ASSERT_EQ(m.constants.size(), 1u);
+  EXPECT_EQ(m.constants[0].second, v);
+  EXPECT_THROW(s.assert_formula(eq(x, v)), Unsupported);
+}
+
 TEST_P(EngineSuiteTest, ATimeOutAnswersUnknownWithAReason) {
   Configuration config;
   config.timeout = 0.1;

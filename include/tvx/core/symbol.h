@@ -88,6 +88,8 @@ struct SymbolTag {
     VARIABLE,  // a variable that a binder binds; never declared
     FORALL,    // arguments: the bound variables, the body, then the patterns
     EXISTS,
+    // values
+    ALGEBRAIC,  // an irrational Real as a solver wrote it: (root-obj POLYNOMIAL INDEX)
     NUM_TAGS
   };
 };

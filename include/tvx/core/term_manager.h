@@ -134,6 +134,14 @@ class TermManager {
     return id >= free_vars_of_.size() || free_vars_of_[id] == 0;
   }
 
+  // An irrational algebraic Real that a solver answered, exact as the solver wrote it
+  // (`text`, such as "(root-obj (+ (^ x 2) (- 2)) 2)", which printers write as it is), with a
+  // decimal approximation (empty when the solver gave none). One term per text. Solvers take
+  // no such value in a term: engines refuse an assertion that holds one.
+  Term const* make_algebraic(std::string const& text, std::string const& approximation);
+  // The approximation of an ALGEBRAIC symbol's value.
+  std::string const& algebraic_approximation(Symbol const* s) const;
+
   // The constant array of sort `array_sort` whose every element is `value`, written
   // ((as const (Array I E)) v).
   Term const* make_const_array(DataType const* array_sort, Term const* value);
@@ -248,6 +256,8 @@ class TermManager {
   // holds as its second index.
   std::map<std::pair<std::string, std::uint64_t>, Term const*> variables_;
   std::vector<BinderInfo> binder_infos_;
+  std::map<std::string, Term const*> algebraics_;
+  std::unordered_map<std::uint64_t, std::string> approximations_;  // by symbol id
   std::map<std::string, std::size_t> binder_info_index_;
   // Free variables: per term id (0 for none, and for every term made before the first
   // variable), an index into var_sets_, which holds each set of variable symbol ids once,

@@ -108,6 +108,7 @@ class SmtLib2ApiTracer : public ApiTracer {
   void forget_definitions(std::size_t written);  // unmarks definitions_[written, end)
   bool is_symbol_declared(Symbol const* s) const;
   void forget_symbol(Symbol const* s);    // erases s from the declared record
+  void reserve_record(Symbol const* s);   // makes the record's room for s
   void record_declared(Symbol const* s);  // enters s in the declared record (and scope log)
   // Appends t to line_: its label in global mode, the full term otherwise. plain says that
   // out_ writes numbers as plain decimal digits (see writes_plain_numbers).
