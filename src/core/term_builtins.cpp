@@ -68,9 +68,10 @@ std::uint64_t gcd(std::uint64_t a, std::uint64_t b) {
   return a;
 }
 
-// Divides the decimals num and den (den not 0) by their greatest common divisor, so that
-// equal rationals have one text. Machine words when both fit, GMP's integers otherwise.
-void reduce_fraction(std::string& num, std::string& den) {
+}  // namespace
+
+// Machine words when both fit, GMP's integers otherwise.
+void reduce_rational(std::string& num, std::string& den) {
   if (fits_u64(num) && fits_u64(den)) {
     std::uint64_t n = std::stoull(num);
     std::uint64_t d = std::stoull(den);
@@ -104,6 +105,8 @@ void reduce_fraction(std::string& num, std::string& den) {
   mpz_clear(d);
   mpz_clear(n);
 }
+
+namespace {
 
 // The bits of a non-negative decimal modulo 2^width, most significant first.
 std::string decimal_to_bits(std::string const& digits, std::uint64_t width) {
@@ -175,7 +178,7 @@ std::string canonical_arith(std::string const& value, DataType const* type) {
     if (den == "0") {
       fail_number(value, type, "zero denominator");
     }
-    reduce_fraction(num, den);
+    reduce_rational(num, den);
     body = den == "1" ? num : num + "/" + den;
   }
   bool const zero = body == "0";
@@ -443,10 +446,6 @@ DataType const* array_result(Sig sig, Application const& app) {
 }
 
 }  // namespace
-
-void reduce_rational(std::string& num, std::string& den) {
-  reduce_fraction(num, den);
-}
 
 Term const* TermManager::make_term(Symbol const* s, std::vector<Term const*> const& args) {
   return make_term(s, args.data(), args.size());

@@ -580,10 +580,12 @@ Term const* TermManager::make_binder(SymbolTag::tag tag, std::vector<Term const*
   info.qid = attributes.qid;
   info.skolemid = attributes.skolemid;
   info.weight = attributes.weight < 0 ? -1 : attributes.weight;
-  // Equal attributes are one entry, so that equal binders are one symbol and one term.
+  // Equal attributes are one entry, so that equal binders are one symbol and one term. The
+  // names are written with their lengths, so that no two attribute sets share a key.
   std::string key = std::to_string(info.num_vars) + ' ' + std::to_string(info.num_no_patterns) +
                     ' ' + std::to_string(info.weight) + ' ' + std::to_string(info.qid.size()) +
-                    ' ' + info.qid + ' ' + info.skolemid;
+                    ' ' + info.qid + ' ' + std::to_string(info.skolemid.size()) + ' ' +
+                    info.skolemid;
   for (std::size_t size : info.pattern_sizes) {
     key += ' ' + std::to_string(size);
   }

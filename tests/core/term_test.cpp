@@ -298,6 +298,14 @@ TEST_F(TermTest, BindersAndTheirVariables) {
   EXPECT_EQ(mgr.make_forall({x}, body, attributes), all);
   EXPECT_NE(mgr.make_forall({x}, body), all) << "attributes tell binders apart";
   EXPECT_NE(mgr.make_exists({x}, body, attributes), all);
+  // Names that could run into the pattern sizes after them keep binders apart all the same.
+  BinderAttributes spaced;
+  spaced.skolemid = "s 1";
+  BinderAttributes patterned;
+  patterned.skolemid = "s";
+  patterned.patterns = {{fx}};
+  EXPECT_NE(print(mgr.make_forall({x}, body, spaced)),
+            print(mgr.make_forall({x}, body, patterned)));
   EXPECT_EQ(print(all), "(forall ((x Int)) (! (> (f x) x) :pattern ((f x)) :qid |q 1| :weight 3))");
   // Closed: no variable occurs free; the inner binder over x hides the outer x.
   Term const* inner = mgr.make_exists({x}, mgr.make_builtin("<", {x, y}));

@@ -125,10 +125,10 @@ class TermManager {
   // A binder of the shape and attributes of the binder symbol `binder` over the arguments
   // `args` (variables, body, pattern terms), as a walk that rebuilds terms needs it.
   Term const* make_binder_like(Symbol const* binder, Term const* const* args, std::size_t n);
-  // Whether no variable occurs free in `t`: only closed terms can stand apart from the binders
-  // around them (a definition, a let binding at the top, an assertion).
   // Whether every variable free in `t` is one of `vars`.
   bool is_closed_over(Term const* t, std::vector<Term const*> const& vars) const;
+  // Whether no variable occurs free in `t`: only closed terms can stand apart from the binders
+  // around them (a definition, a let binding at the top, an assertion).
   bool is_closed(Term const* t) const {
     std::size_t const id = static_cast<std::size_t>(t->get_id());
     return id >= free_vars_of_.size() || free_vars_of_[id] == 0;
