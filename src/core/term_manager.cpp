@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cassert>
 #include <new>
+#include <set>
 #include <sstream>
 #include <stdexcept>
 #include <string>
@@ -240,6 +241,170 @@ DataType const* TermManager::get_simple_type(std::string const& name, bool unint
   return nullptr;
 }
 
+// ---------------------------------------------------------------- datatypes
+
+DataType const* TermManager::make_datatype_sort(std::string const& name) {
+  check_name(name, "datatype");
+  return intern_type(DataType::Kind::Datatype, name, 0, {});
+}
+
+void TermManager::define_datatypes(std::vector<DataType const*> const& sorts,
+                                   std::vector<std::vector<ConstructorDecl>> const& constructors) {
+  // Everything is checked before anything is made, so a refused group leaves no trace.
+  if (sorts.empty() || sorts.size() != constructors.size()) {
+    throw Error("invalid datatype declaration: one list of constructors per datatype");
+  }
+  std::set<std::string> names;
+  for (std::size_t i = 0; i < sorts.size(); ++i) {
+    DataType const* d = sorts[i];
+    if (!owns(d) || !d->is_datatype() || datatypes_.count(d->get_id()) != 0 ||
+        std::find(sorts.begin(), sorts.begin() + static_cast<std::ptrdiff_t>(i), d) !=
+            sorts.begin() + static_cast<std::ptrdiff_t>(i)) {
+      throw Error(
+          "invalid datatype declaration: each sort must come from make_datatype_sort "
+          "and be defined once");
+    }
+    if (constructors[i].empty()) {
+      throw Error("invalid datatype '" + d->get_name() + "': it has no constructor");
+    }
+    for (ConstructorDecl const& c : constructors[i]) {
+      check_name(c.name, "constructor");
+      if (!names.insert(c.name).second) {
+        throw Error("invalid datatype '" + d->get_name() + "': the name '" + c.name +
+                    "' is declared twice");
+      }
+      for (auto const& field : c.fields) {
+        check_name(field.first, "selector");
+        if (!names.insert(field.first).second) {
+          throw Error("invalid datatype '" + d->get_name() + "': the name '" + field.first +
+                      "' is declared twice");
+        }
+        DataType const* f = field.second;
+        if (f == nullptr || !owns(f) || f->is_function()) {
+          throw Error("invalid selector '" + field.first + "': its sort must be a sort");
+        }
+        if (f->is_datatype() && datatypes_.count(f->get_id()) == 0 &&
+            std::find(sorts.begin(), sorts.end(), f) == sorts.end()) {
+          throw Error("invalid selector '" + field.first + "': the datatype '" + f->get_name() +
+                      "' is not defined");
+        }
+      }
+    }
+  }
+  // Every datatype must have a value: a constructor whose fields' sorts all have values. Sorts
+  // from outside the group have values; within it, a fixed point.
+  std::vector<bool> inhabited(sorts.size(), false);
+  for (bool changed = true; changed;) {
+    changed = false;
+    for (std::size_t i = 0; i < sorts.size(); ++i) {
+      for (std::size_t k = 0; !inhabited[i] && k < constructors[i].size(); ++k) {
+        bool all = true;
+        for (auto const& field : constructors[i][k].fields) {
+          auto it = std::find(sorts.begin(), sorts.end(), field.second);
+          all =
+              all && (it == sorts.end() || inhabited[static_cast<std::size_t>(it - sorts.begin())]);
+        }
+        if (all) {
+          inhabited[i] = changed = true;
+        }
+      }
+    }
+  }
+  for (std::size_t i = 0; i < sorts.size(); ++i) {
+    if (!inhabited[i]) {
+      throw Error("invalid datatype '" + sorts[i]->get_name() +
+                  "': it has no value (every constructor needs a value of the datatype)");
+    }
+  }
+
+  datatype_groups_.push_back(sorts);
+  std::vector<DataType const*> const* group = &datatype_groups_.back();
+  for (std::size_t i = 0; i < sorts.size(); ++i) {
+    DataType const* d = sorts[i];
+    auto const own = sort_names_.try_emplace(d->get_name()).first;
+    auto const printed =
+        choose_printed_name(sort_names_, own, is_foreign_theory_name(d->get_name(), true));
+    if (*printed.first != d->get_name()) {
+      renamed_sorts_.emplace(d->get_id(), printed.first);
+    }
+    own->second.user = d;
+    printed.second->printed = d;
+    DatatypeInfo& info = datatypes_[d->get_id()];
+    info.group = group;
+  }
+  DataType const* bool_sort = get_bool_type();
+  for (std::size_t i = 0; i < sorts.size(); ++i) {
+    DataType const* d = sorts[i];
+    DatatypeInfo& info = datatypes_[d->get_id()];
+    for (std::size_t k = 0; k < constructors[i].size(); ++k) {
+      ConstructorDecl const& c = constructors[i][k];
+      std::vector<DataType const*> field_sorts;
+      for (auto const& field : c.fields) {
+        field_sorts.push_back(field.second);
+      }
+      std::uint64_t const position[2] = {k, 0};
+      DatatypeInfo::Constructor entry;
+      entry.constructor = new_uninterpreted_symbol(c.name, get_function_type(field_sorts, d), true,
+                                                   SymbolTag::DT_CONSTRUCTOR, position, 1);
+      entry.tester =
+          interpreted_symbol(SymbolTag::DT_TESTER, c.name, &d, 1, bool_sort, position, 1);
+      for (std::size_t j = 0; j < c.fields.size(); ++j) {
+        std::uint64_t const at[2] = {k, j};
+        entry.selectors.push_back(
+            new_uninterpreted_symbol(c.fields[j].first, get_function_type({d}, c.fields[j].second),
+                                     true, SymbolTag::DT_SELECTOR, at, 2));
+      }
+      info.constructors.push_back(std::move(entry));
+    }
+  }
+}
+
+DatatypeInfo const* TermManager::datatype_info(DataType const* sort) const {
+  if (sort == nullptr || !sort->is_datatype()) {
+    return nullptr;
+  }
+  auto it = datatypes_.find(sort->get_id());
+  return it == datatypes_.end() || !owns(sort) ? nullptr : &it->second;
+}
+
+std::vector<DataType const*> TermManager::datatype_dependencies(DataType const* sort) const {
+  DatatypeInfo const* info = datatype_info(sort);
+  std::vector<DataType const*> out;
+  if (info == nullptr) {
+    return out;
+  }
+  std::vector<DataType const*> stack;
+  for (DataType const* member : *info->group) {
+    for (auto const& c : datatype_info(member)->constructors) {
+      for (Symbol const* selector : c.selectors) {
+        stack.assign(1, selector->get_output_type());
+        while (!stack.empty()) {
+          DataType const* f = stack.back();
+          stack.pop_back();
+          for (std::size_t i = f->get_num_components(); i-- > 0;) {
+            stack.push_back(f->get_component(i));
+          }
+          if (f->is_declarable() &&
+              std::find(info->group->begin(), info->group->end(), f) == info->group->end() &&
+              std::find(out.begin(), out.end(), f) == out.end()) {
+            out.push_back(f);
+          }
+        }
+      }
+    }
+  }
+  return out;
+}
+
+DatatypeInfo::Constructor const& TermManager::constructor_of(Symbol const* s) const {
+  assert((s->get_tag() == SymbolTag::DT_CONSTRUCTOR || s->get_tag() == SymbolTag::DT_SELECTOR ||
+          s->get_tag() == SymbolTag::DT_TESTER) &&
+         "a datatype's symbol");
+  DataType const* d = s->get_tag() == SymbolTag::DT_CONSTRUCTOR ? s->get_output_type()
+                                                                : s->get_type()->get_component(0);
+  return datatypes_.at(d->get_id()).constructors[static_cast<std::size_t>(s->get_index(0))];
+}
+
 // ---------------------------------------------------------------- symbols
 
 Symbol const* TermManager::make_symbol(std::string const& name, DataType const* type) {
@@ -259,7 +424,9 @@ Symbol const* TermManager::make_fresh_symbol(std::string const& name, DataType c
 }
 
 Symbol const* TermManager::new_uninterpreted_symbol(std::string const& name, DataType const* type,
-                                                    bool user, SymbolTag::tag tag) {
+                                                    bool user, SymbolTag::tag tag,
+                                                    std::uint64_t const* indices,
+                                                    std::size_t num_indices) {
   auto const own = symbol_names_.try_emplace(name).first;
   auto const printed = choose_printed_name(symbol_names_, own, is_foreign_theory_name(name, false));
   std::uint64_t const id = next_symbol_id_;
@@ -269,7 +436,7 @@ Symbol const* TermManager::new_uninterpreted_symbol(std::string const& name, Dat
   std::uint64_t const arity = type->is_function() ? type->get_num_components() - 1 : 0;
   DataType const* output = type->is_function() ? type->get_function_result() : type;
   try {
-    symbols_.emplace_back(id, arity, type, output, tag, name);
+    symbols_.emplace_back(id, arity, type, output, tag, name, num_indices, indices);
   } catch (...) {
     renamed_symbols_.erase(id);
     throw;

@@ -203,7 +203,12 @@ std::string const& SmtLibTermPrinter::compute_symbol_text(Symbol const* s) {
   switch (s->get_tag()) {
     case SymbolTag::UNINTERPRETED:
     case SymbolTag::VARIABLE:
+    case SymbolTag::DT_CONSTRUCTOR:
+    case SymbolTag::DT_SELECTOR:
       text = quote(name_prefix_ + mgr_->get_printed_name(s));
+      break;
+    case SymbolTag::DT_TESTER:
+      text = "(_ is " + symbol_text(mgr_->constructor_of(s).constructor) + ")";
       break;
     case SymbolTag::NUMERAL:
       text = numeral_text(s, real_quotients_);
@@ -237,7 +242,7 @@ std::string const& SmtLibTermPrinter::compute_type_text(DataType const* t) {
   // nested array sort would cost memory quadratic in its depth.
   std::string text;
   t->write(text, [this](std::string& out, DataType const& u) {
-    out += u.is_uninterpreted() ? quote(name_prefix_ + mgr_->get_printed_name(&u)) : u.get_name();
+    out += u.is_declarable() ? quote(name_prefix_ + mgr_->get_printed_name(&u)) : u.get_name();
   });
   std::string* slot = type_names_.slot(t->get_id());
   *slot = std::move(text);
@@ -274,10 +279,45 @@ SmtLib2TermPrinter::~SmtLib2TermPrinter() = default;
 void SmtLib2TermPrinter::print_type_declaration(std::ostream& os, DataType const* t) {
   text_.clear();
   text_ += line_prefix_;
-  text_ += "(declare-sort ";
-  text_ += type_text(t);
-  text_ += " 0)\n";
+  DatatypeInfo const* info = mgr_->datatype_info(t);
+  if (info == nullptr) {
+    text_ += "(declare-sort ";
+    text_ += type_text(t);
+    text_ += " 0)\n";
+  } else {
+    append_datatypes_declaration(*info);
+  }
   os.write(text_.data(), static_cast<std::streamsize>(text_.size()));
+}
+
+// (declare-datatypes ((D 0) ...) (((C (s S) ...) ...) ...)) for the whole group of a datatype.
+void SmtLib2TermPrinter::append_datatypes_declaration(DatatypeInfo const& info) {
+  text_ += "(declare-datatypes (";
+  for (std::size_t i = 0; i < info.group->size(); ++i) {
+    text_ += i == 0 ? "(" : " (";
+    text_ += type_text((*info.group)[i]);
+    text_ += " 0)";
+  }
+  text_ += ") (";
+  for (std::size_t i = 0; i < info.group->size(); ++i) {
+    text_ += i == 0 ? "(" : " (";
+    DatatypeInfo const& member = *mgr_->datatype_info((*info.group)[i]);
+    for (std::size_t k = 0; k < member.constructors.size(); ++k) {
+      DatatypeInfo::Constructor const& c = member.constructors[k];
+      text_ += k == 0 ? "(" : " (";
+      text_ += symbol_text(c.constructor);
+      for (Symbol const* selector : c.selectors) {
+        text_ += " (";
+        text_ += symbol_text(selector);
+        text_ += ' ';
+        text_ += type_text(selector->get_output_type());
+        text_ += ')';
+      }
+      text_ += ')';
+    }
+    text_ += ')';
+  }
+  text_ += "))\n";
 }
 
 void SmtLib2TermPrinter::print_define_funs_rec(std::ostream& os,
@@ -454,7 +494,9 @@ void SmtLib2TermPrinter::render_term(Term const* root, bool annotate) {
 bool SmtLib2TermPrinter::let_names_clash(std::string const& prefix) {
   for (std::size_t n = mgr_->num_symbols(); scanned_symbols_ < n; ++scanned_symbols_) {
     Symbol const* s = mgr_->symbol_at(scanned_symbols_);
-    if (mgr_->is_interpreted(s) && s->get_tag() != SymbolTag::VARIABLE) {
+    SymbolTag::tag const tag = s->get_tag();
+    if (mgr_->is_interpreted(s) && tag != SymbolTag::VARIABLE && tag != SymbolTag::DT_CONSTRUCTOR &&
+        tag != SymbolTag::DT_SELECTOR) {
       continue;
     }
     std::string const& name = mgr_->get_printed_name(s);

@@ -100,6 +100,10 @@ bool ScriptReader::Impl::state_command(Command c, Token const& cmd) {
     case Command::kDefineFunsRec:
       cmd_define_funs_rec(c == Command::kDefineFunsRec, cmd);
       return true;
+    case Command::kDeclareDatatype:
+    case Command::kDeclareDatatypes:
+      cmd_declare_datatypes(c == Command::kDeclareDatatypes, cmd);
+      return true;
     case Command::kSetOption:
       cmd_set_option();
       return true;
@@ -164,7 +168,7 @@ void ScriptReader::Impl::refuse_command(Command c, Token const& cmd) {
   std::string const& name = cmd.text;
   switch (c) {
     case Command::kDatatypes:
-      error_at(cmd, "datatypes ('" + name + "') are not supported");
+      error_at(cmd, "codatatypes ('" + name + "') are not supported");
     default:
       error_at(cmd, "the command '" + name + "' is not supported");
   }

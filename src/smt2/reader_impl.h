@@ -5,6 +5,7 @@
 //   reader_state.cpp    names and their scopes, define-fun macros and their expansion,
 //                       interpolation groups
 //   sort_parser.cpp     sorts
+//   datatype_reader.cpp declare-datatype(s), and match, read into testers and selectors
 //   term_parser.cpp     terms, parsed bottom-up on an explicit stack of frames
 //   smtlib_names.cpp    the SMT-LIB names the reader classifies: commands, operators, and the
 //                       theories outside the supported fragment
@@ -16,6 +17,7 @@
 #include <cstdint>
 #include <cstring>
 #include <deque>
+#include <functional>
 #include <map>
 #include <string>
 #include <unordered_map>
@@ -97,7 +99,9 @@ enum class Command : std::uint8_t {
   kGetAssignment,
   kDefineFunRec,
   kDefineFunsRec,
-  kDatatypes,  // declare-datatype(s), declare-codatatypes: not supported
+  kDeclareDatatype,
+  kDeclareDatatypes,
+  kDatatypes,  // declare-codatatypes: not supported
   kUnknown,    // any other command, standard or not: not supported
 };
 Command command_of(std::string const& name);
@@ -182,6 +186,13 @@ class ScriptReader::Impl {
     // from aux_begin) and on values_ from values_begin; the BODY is being parsed.
     kForallBody,
     kExistsBody,
+    // "(match SUBJECT": the SUBJECT is being parsed.
+    kMatchSubject,
+    // "(match SUBJECT (... (PATTERN BODY": a case's BODY is being parsed, its pattern's
+    // variables bound like let names (undo log from aux_begin). values_ holds, from
+    // values_begin, the subject and then each case's condition (null when it matches every
+    // value) and body.
+    kMatchCase,
   };
   // kConstArray: ((as const SORT) VALUE), the head being the array sort.
   enum class HeadKind : std::uint8_t { kBuiltin, kSymbol, kMacro, kConstArray };
@@ -296,6 +307,8 @@ class ScriptReader::Impl {
   void open_application();
   void open_indexed_application();
   void open_qualified_application();
+  void open_tester_application();
+  Term const* qualified_constant();
   Term const* indexed_constant();
   Term const* close_application();
   void bind_let(Frame& f);
@@ -334,6 +347,16 @@ class ScriptReader::Impl {
   void add_sort_macro(std::string const& name, SortMacro const* macro);
   void pop_scope();
   int group_number(std::string const& name);
+
+  // datatypes
+  void cmd_declare_datatypes(bool several, Token const& cmd);
+  // One constructor declaration, "(C (s S) ...)" or a bare "C", with the group's sorts in scope.
+  ConstructorDecl constructor_decl(std::vector<Token>& name_tokens);
+  void open_match(std::uint64_t line, std::uint64_t column);
+  // The subject or a case's body is complete: opens the next case or closes the match.
+  void open_match_case(Frame& f);
+  Term const* next_match_case(Term const* value);
+  Term const* close_match(Frame const& f);
 
   // commands
   void cmd_declare_sort();
@@ -411,6 +434,9 @@ class ScriptReader::Impl {
   std::uint64_t renamed_variables_ = 0;
 
   std::vector<Term const*> terms_scratch_;
+  // While the older syntax of declare-datatypes is read: makes a sort name not known yet a
+  // datatype of the group being declared.
+  std::function<DataType const*(Token const&)>* forward_sort_ = nullptr;
 };
 
 }  // namespace smt2

@@ -161,7 +161,8 @@ Term const* ScriptReader::Impl::substitute(Macro const& m, Term const* const* ar
     Term const* r = t;
     if (changed) {
       Symbol const* s = t->get_symbol();
-      if (s->is_uninterpreted()) {
+      if (s->is_uninterpreted() || s->get_tag() == SymbolTag::DT_CONSTRUCTOR ||
+          s->get_tag() == SymbolTag::DT_SELECTOR || s->get_tag() == SymbolTag::DT_TESTER) {
         r = mgr_.make_term(s, args_scratch_.data(), arity);
       } else if (SmtLibTermPrinter::is_binder(t)) {
         r = mgr_.make_binder_like(s, args_scratch_.data(), arity);

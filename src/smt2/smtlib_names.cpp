@@ -100,8 +100,8 @@ Command command_of(std::string const& name) {
       {"get-assignment", Command::kGetAssignment},
       {"define-fun-rec", Command::kDefineFunRec},
       {"define-funs-rec", Command::kDefineFunsRec},
-      {"declare-datatype", Command::kDatatypes},
-      {"declare-datatypes", Command::kDatatypes},
+      {"declare-datatype", Command::kDeclareDatatype},
+      {"declare-datatypes", Command::kDeclareDatatypes},
       {"declare-codatatypes", Command::kDatatypes},
   };
   auto it = kCommands.find(name);

@@ -22,6 +22,9 @@ DataType const* ScriptReader::Impl::resolve_sort(Token const& t) {
   if (is_unsupported_sort(name)) {
     error_at(t, "the sort '" + name + "' is not supported");
   }
+  if (forward_sort_ != nullptr && !is_builtin_sort_name(name) && name != "BitVec") {
+    return (*forward_sort_)(t);
+  }
   if (name == "Array" || name == "BitVec") {
     error_at(t, "the sort '" + name + "' needs arguments");
   }

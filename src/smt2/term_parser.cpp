@@ -136,10 +136,6 @@ void ScriptReader::Impl::open_application() {
     f.head = &e;
   } else if (!t.quoted && eq(name, "lambda")) {
     error_at(t, "lambda is not supported");
-  } else if (!t.quoted && eq(name, "match")) {
-    error_at(t, "datatypes (match) are not supported");
-  } else if (!t.quoted && eq(name, "as")) {
-    error_at(t, "qualified terms (as) are not supported");
   } else if (is_unsupported_symbol(name)) {
     error_at(t, "the symbol '" + name + "' is not supported");
   } else {
@@ -166,6 +162,10 @@ void ScriptReader::Impl::open_indexed_application() {
   Token const op = lex_->peek();
   if (op.kind != TokenKind::kSymbol) {
     expected("an indexed operator name");
+  }
+  if (eq(op.text, "is")) {
+    open_tester_application();
+    return;
   }
   Entry& e = entry(op.text);
   if (op_of(e) == Op::kNone) {
@@ -212,6 +212,47 @@ void ScriptReader::Impl::open_qualified_application() {
   }
   frames_.push_back(Frame{State::kApply, HeadKind::kConstArray, sort, values_.size(),
                           indices_.size(), as.line, as.column});
+}
+
+// "((_ is" is current; parses "is C)" and pushes the frame of C's tester.
+void ScriptReader::Impl::open_tester_application() {
+  lex_->next();
+  Token const c = lex_->peek();
+  if (c.kind != TokenKind::kSymbol) {
+    expected("a constructor after '_ is'");
+  }
+  Entry const* e = find_entry(c.text);
+  if (e == nullptr || e->bound != nullptr || e->name.symbol == nullptr ||
+      e->name.symbol->get_tag() != SymbolTag::DT_CONSTRUCTOR) {
+    error_at(c, "'" + c.text + "' is not a constructor");
+  }
+  lex_->next();
+  expect_rparen(" after the tester's constructor");
+  if (lex_->peek_kind() == TokenKind::kRParen) {
+    expected("an argument of the tester");
+  }
+  frames_.push_back(Frame{State::kApply, HeadKind::kSymbol,
+                          mgr_.constructor_of(e->name.symbol).tester, values_.size(),
+                          indices_.size(), c.line, c.column});
+}
+
+// "(as" is current; parses "as NAME SORT)": a constant given with its sort.
+Term const* ScriptReader::Impl::qualified_constant() {
+  lex_->next();
+  Token const name = lex_->peek();
+  if (name.kind != TokenKind::kSymbol) {
+    expected("a constant after 'as'");
+  }
+  Term const* value = atom(name);
+  lex_->next();
+  Token const sort_tok = lex_->peek();
+  DataType const* sort = parse_sort();
+  if (value->get_type() != sort) {
+    error_at(sort_tok, "'" + name.text + "' is of sort " + sort_text(value->get_type()) + ", not " +
+                           sort_text(sort));
+  }
+  expect_rparen(" after the sort of the qualified term");
+  return value;
 }
 
 // "(_" is read; parses "bvN W)".
@@ -553,6 +594,10 @@ inline Term const* ScriptReader::Impl::start_term() {
     open_let(line, column);
   } else if (keyword && (eq(h.text, "forall") || eq(h.text, "exists"))) {
     open_quantifier(eq(h.text, "forall"), line, column);
+  } else if (keyword && eq(h.text, "match")) {
+    open_match(line, column);
+  } else if (keyword && eq(h.text, "as")) {
+    return qualified_constant();
   } else if (keyword && eq(h.text, "!")) {
     lex_->next();
     frames_.push_back(
@@ -626,6 +671,13 @@ inline bool ScriptReader::Impl::finish_term(Term const*& value, std::size_t base
       case State::kForallBody:
       case State::kExistsBody:
         value = close_quantifier(value);
+        break;
+      case State::kMatchSubject:
+      case State::kMatchCase:
+        value = next_match_case(value);
+        if (value == nullptr) {
+          return false;  // the next case's body
+        }
         break;
     }
   }

@@ -3,6 +3,8 @@
 
 #include <algorithm>
 #include <cassert>
+#include <unordered_map>
+#include <vector>
 
 #include <tvx/core/error.h>
 
@@ -33,6 +35,8 @@ Term const* Answers::any_value(DataType const* sort) {
     v = mgr_.make_number("0", sort);
   } else if (sort->is_uninterpreted()) {
     v = mgr_.make_abstract_value(sort, 0);
+  } else if (sort->is_datatype()) {
+    v = any_constructed(sort);
   } else {
     throw EngineError("no value of sort " + sort->to_string() + " to choose");
   }
@@ -40,6 +44,76 @@ Term const* Answers::any_value(DataType const* sort) {
     v = mgr_.make_const_array(arrays[k], v);
   }
   return v;
+}
+
+// A constructor term of the datatype: the datatypes its fields reach get values in rounds, each
+// round giving one to every datatype with a constructor whose fields all have one (datatypes
+// are inhabited, so the rounds end).
+Term const* Answers::any_constructed(DataType const* sort) {
+  std::vector<DataType const*> reached{sort};
+  for (std::size_t k = 0; k < reached.size(); ++k) {
+    for (auto const& c : mgr_.datatype_info(reached[k])->constructors) {
+      for (Symbol const* selector : c.selectors) {
+        DataType const* f = selector->get_output_type();
+        while (f->is_array()) {
+          f = f->get_array_element();
+        }
+        if (f->is_datatype() && std::find(reached.begin(), reached.end(), f) == reached.end()) {
+          reached.push_back(f);
+        }
+      }
+    }
+  }
+  std::unordered_map<DataType const*, Term const*> values;
+  auto value_of = [&](DataType const* f) -> Term const* {
+    DataType const* base = f;
+    while (base->is_array()) {
+      base = base->get_array_element();
+    }
+    if (!base->is_datatype()) {
+      return any_value(f);
+    }
+    auto it = values.find(base);
+    if (it == values.end()) {
+      return nullptr;
+    }
+    Term const* v = it->second;
+    std::vector<DataType const*> arrays;
+    for (DataType const* a = f; a->is_array(); a = a->get_array_element()) {
+      arrays.push_back(a);
+    }
+    for (std::size_t k = arrays.size(); k-- > 0;) {
+      v = mgr_.make_const_array(arrays[k], v);
+    }
+    return v;
+  };
+  while (values.count(sort) == 0) {
+    bool progress = false;
+    for (DataType const* d : reached) {
+      if (values.count(d) != 0) {
+        continue;
+      }
+      for (auto const& c : mgr_.datatype_info(d)->constructors) {
+        std::vector<Term const*> args;
+        for (Symbol const* selector : c.selectors) {
+          Term const* a = value_of(selector->get_output_type());
+          if (a == nullptr) {
+            break;
+          }
+          args.push_back(a);
+        }
+        if (args.size() == c.selectors.size()) {
+          values.emplace(d, mgr_.make_term(c.constructor, args));
+          progress = true;
+          break;
+        }
+      }
+    }
+    if (!progress) {
+      throw EngineError("no value of sort " + sort->to_string() + " to choose");
+    }
+  }
+  return values.at(sort);
 }
 
 std::vector<Term const*> Answers::any_arguments(Symbol const* s) {

@@ -38,6 +38,7 @@ class Answers {
 
   // Some value of `sort`: false, 0, the element numbered 0, or a constant array of such.
   Term const* any_value(DataType const* sort);
+  Term const* any_constructed(DataType const* sort);
   // A value of each argument sort of the function `s`.
   std::vector<Term const*> any_arguments(Symbol const* s);
 

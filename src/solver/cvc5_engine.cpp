@@ -86,6 +86,23 @@ cvc5::Sort Cvc5Session::sort_of(DataType const* t) {
       }
       case DataType::Kind::Function:
         throw Error("cvc5: a function type is not the sort of a term");
+      case DataType::Kind::Datatype: {
+        // The whole group at once, after the sorts its fields take from outside it.
+        bool ready = true;
+        for (DataType const* d : mgr_.datatype_dependencies(u)) {
+          std::size_t const did = static_cast<std::size_t>(d->get_id());
+          if (did >= sorts_.size() || sorts_[did].isNull()) {
+            stack.push_back(d);
+            ready = false;
+          }
+        }
+        if (!ready) {
+          continue;
+        }
+        make_datatypes(u);
+        stack.pop_back();
+        continue;
+      }
     }
     if (sorts_.size() <= id) {
       sorts_.resize(id + 1);
@@ -95,6 +112,77 @@ cvc5::Sort Cvc5Session::sort_of(DataType const* t) {
     stack.pop_back();
   }
   return sorts_[t->get_id()];
+}
+
+// A datatype's group as one cvc5 declaration. The group's sorts are named by their printed
+// names, unique in the session, so that fields can refer to them as unresolved sorts.
+void Cvc5Session::make_datatypes(DataType const* member) {
+  std::vector<DataType const*> const& group = *mgr_.datatype_info(member)->group;
+  std::vector<cvc5::Sort> unresolved;
+  for (DataType const* d : group) {
+    unresolved.push_back(solver_.mkUnresolvedDatatypeSort(mgr_.get_printed_name(d)));
+  }
+  // A field's sort with the group's datatypes replaced by their unresolved sorts.
+  auto field_sort = [&](DataType const* f) {
+    std::vector<DataType const*> stack{f};
+    std::unordered_map<DataType const*, cvc5::Sort> made;
+    while (!stack.empty()) {
+      DataType const* u = stack.back();
+      auto in_group = std::find(group.begin(), group.end(), u);
+      if (in_group != group.end()) {
+        made[u] = unresolved[static_cast<std::size_t>(in_group - group.begin())];
+      } else if (!u->is_array()) {
+        made[u] = sort_of(u);
+      } else if (made.count(u->get_array_index()) == 0 || made.count(u->get_array_element()) == 0) {
+        stack.push_back(u->get_array_index());
+        stack.push_back(u->get_array_element());
+        continue;
+      } else {
+        made[u] = solver_.mkArraySort(made[u->get_array_index()], made[u->get_array_element()]);
+      }
+      stack.pop_back();
+    }
+    return made[f];
+  };
+  std::vector<cvc5::DatatypeDecl> decls;
+  for (DataType const* d : group) {
+    decls.push_back(solver_.mkDatatypeDecl(mgr_.get_printed_name(d)));
+    for (DatatypeInfo::Constructor const& c : mgr_.datatype_info(d)->constructors) {
+      cvc5::DatatypeConstructorDecl cd =
+          solver_.mkDatatypeConstructorDecl(mgr_.get_printed_name(c.constructor));
+      for (Symbol const* selector : c.selectors) {
+        cd.addSelector(mgr_.get_printed_name(selector), field_sort(selector->get_output_type()));
+      }
+      decls.back().addConstructor(cd);
+    }
+  }
+  std::vector<cvc5::Sort> const made = solver_.mkDatatypeSorts(decls);
+  for (std::size_t i = 0; i < group.size(); ++i) {
+    DataType const* d = group[i];
+    std::size_t const id = static_cast<std::size_t>(d->get_id());
+    if (sorts_.size() <= id) {
+      sorts_.resize(id + 1);
+    }
+    sorts_[id] = made[i];
+    sort_of_.emplace(made[i], d);
+    cvc5::Datatype const dt = made[i].getDatatype();
+    auto keep = [&](Symbol const* s, cvc5::Term const& op) {
+      std::size_t const sid = static_cast<std::size_t>(s->get_id());
+      if (decls_.size() <= sid) {
+        decls_.resize(sid + 1);
+      }
+      decls_[sid] = op;
+      datatype_symbol_of_.emplace(op, s);
+    };
+    auto const& cs = mgr_.datatype_info(d)->constructors;
+    for (std::size_t k = 0; k < cs.size(); ++k) {
+      keep(cs[k].constructor, dt[k].getTerm());
+      keep(cs[k].tester, dt[k].getTesterTerm());
+      for (std::size_t j = 0; j < cs[k].selectors.size(); ++j) {
+        keep(cs[k].selectors[j], dt[k][j].getTerm());
+      }
+    }
+  }
 }
 
 // The term layer's sort of a cvc5 sort: one the engine made, or a built-in one.
@@ -191,6 +279,19 @@ cvc5::Term Cvc5Session::build(Term const* t, std::vector<cvc5::Term> const& a) {
       return build_quantifier(t, a);
     case SymbolTag::ALGEBRAIC:
       throw Unsupported("cvc5 takes no algebraic number " + s->get_name() + " in a term");
+    case SymbolTag::DT_CONSTRUCTOR:
+    case SymbolTag::DT_SELECTOR:
+    case SymbolTag::DT_TESTER: {
+      // Made with the datatype, which its sort makes.
+      sort_of(s->get_tag() == SymbolTag::DT_CONSTRUCTOR ? s->get_output_type()
+                                                        : s->get_type()->get_component(0));
+      Kind const kind = s->get_tag() == SymbolTag::DT_CONSTRUCTOR ? Kind::APPLY_CONSTRUCTOR
+                        : s->get_tag() == SymbolTag::DT_SELECTOR  ? Kind::APPLY_SELECTOR
+                                                                  : Kind::APPLY_TESTER;
+      std::vector<cvc5::Term> app{decls_[s->get_id()]};
+      app.insert(app.end(), a.begin(), a.end());
+      return solver_.mkTerm(kind, app);
+    }
     default:
       break;
   }

@@ -59,6 +59,8 @@ class Cvc5Session {
 
  private:
   cvc5::Sort sort_of(DataType const* t);
+  // Declares the datatypes of member's group, whose fields' other sorts cvc5 has.
+  void make_datatypes(DataType const* member);
   DataType const* sort_back(cvc5::Sort const& s);
   cvc5::Term decl_of(Symbol const* s);
   cvc5::Term translate(Term const* t);
@@ -83,9 +85,11 @@ class Cvc5Session {
   std::string time_limit_;  // cvc5's "tlimit-per" in milliseconds; empty for none
   cvc5::Result last_;
   std::vector<cvc5::Sort> sorts_;     // by sort id
-  std::vector<cvc5::Term> decls_;     // by symbol id, uninterpreted symbols only
+  std::vector<cvc5::Term> decls_;     // by symbol id: uninterpreted and datatype symbols
   std::vector<Symbol const*> known_;  // the uninterpreted symbols translated, in order
   std::unordered_map<cvc5::Term, Symbol const*> symbol_of_;  // by cvc5 constant
+  // Datatypes' constructors, selectors and testers, by their cvc5 terms.
+  std::unordered_map<cvc5::Term, Symbol const*> datatype_symbol_of_;
   std::unordered_map<cvc5::Sort, DataType const*> sort_of_;  // by cvc5 sort
 
   // Tracked assertions by their cvc5 term, with how many scopes assert them.

@@ -19,6 +19,13 @@ namespace {
 
 using cvc5::Kind;
 
+// Whether t's first child is the function or datatype operator applied, not an argument.
+bool applies_operator(cvc5::Term const& t) {
+  Kind const k = t.getKind();
+  return k == Kind::APPLY_UF || k == Kind::APPLY_CONSTRUCTOR || k == Kind::APPLY_SELECTOR ||
+         k == Kind::APPLY_TESTER;
+}
+
 std::string kind_name(Kind k) {
   std::ostringstream out;
   out << k;
@@ -75,6 +82,14 @@ Term const* Cvc5Session::apply(cvc5::Term const& t, std::vector<Term const*>& ar
     }
     return mgr_.make_term(it->second, args.data(), args.size());
   }
+  if (k == Kind::APPLY_CONSTRUCTOR || k == Kind::APPLY_SELECTOR || k == Kind::APPLY_TESTER) {
+    auto it = datatype_symbol_of_.find(t[0]);
+    if (it == datatype_symbol_of_.end()) {
+      throw EngineError("cvc5: the answer applies " + t[0].toString() +
+                        ", which the engine did not make");
+    }
+    return mgr_.make_term(it->second, args.data(), args.size());
+  }
   SymbolTag::tag const tag = cvc5ops::tag_of_kind(k);
   if (tag == SymbolTag::UNINTERPRETED) {
     throw Unsupported("the term layer has no operator for cvc5's " + kind_name(k) + " in " +
@@ -122,7 +137,7 @@ Term const* Cvc5Session::to_term(cvc5::Term const& root) {
     }
     if (task.step == Step::kBuild) {
       // An application's function (its first child) is not an argument.
-      std::size_t const n = t.getNumChildren() - (t.getKind() == Kind::APPLY_UF ? 1 : 0);
+      std::size_t const n = t.getNumChildren() - (applies_operator(t) ? 1 : 0);
       args.assign(results.end() - static_cast<std::ptrdiff_t>(n), results.end());
       results.resize(results.size() - n);
       Term const* r = apply(t, args);
@@ -150,7 +165,7 @@ Term const* Cvc5Session::to_term(cvc5::Term const& root) {
                         " is not a value of the term layer");
     }
     tasks.push_back(Task{Step::kBuild, t});
-    std::size_t const first = t.getKind() == Kind::APPLY_UF ? 1 : 0;
+    std::size_t const first = applies_operator(t) ? 1 : 0;
     for (std::size_t i = t.getNumChildren(); i-- > first;) {
       tasks.push_back(Task{Step::kVisit, t[i]});
     }

@@ -352,6 +352,24 @@ void ProcessEngine::declare_sorts(DataType const* root) {
       text_.str("");
       printer_.print_type_declaration(text_, t);
       send(text_.str());
+    } else if (t->is_datatype()) {
+      // The whole group at once, after the sorts its fields take from outside it.
+      bool ready = true;
+      for (DataType const* f : mgr_.datatype_dependencies(t)) {
+        if (!done(f)) {
+          stack.push_back(f);
+          ready = false;
+        }
+      }
+      if (!ready) {
+        continue;
+      }
+      text_.str("");
+      printer_.print_type_declaration(text_, t);
+      send(text_.str());
+      for (DataType const* member : *mgr_.datatype_info(t)->group) {
+        mark(sort_done_, member->get_id(), 0);
+      }
     } else if (!t->is_simple()) {
       bool ready = true;
       for (std::size_t i = 0; i < t->get_num_components(); ++i) {
@@ -404,6 +422,10 @@ void ProcessEngine::declare_in(Term const* root) {
     Symbol const* s = t->get_symbol();
     if (s->is_uninterpreted()) {
       declare_symbol(s);
+    } else if (s->get_tag() == SymbolTag::DT_CONSTRUCTOR) {
+      declare_sorts(s->get_output_type());
+    } else if (s->get_tag() == SymbolTag::DT_SELECTOR || s->get_tag() == SymbolTag::DT_TESTER) {
+      declare_sorts(s->get_type()->get_component(0));
     } else if (s->get_tag() == SymbolTag::CONST_ARRAY || s->get_tag() == SymbolTag::VARIABLE) {
       declare_sorts(s->get_output_type());  // written in the term: (as const S), ((x S))
     } else if (s->get_tag() == SymbolTag::ALGEBRAIC) {

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <optional>
 #include <string>
 #include <unordered_map>
@@ -168,17 +169,19 @@ class ProcessEngine::ValueWalk {
  private:
   // kMemo records the value just read for its node, so that a let-bound expression used
   // many times is read once.
-  enum class Step : std::uint8_t { kRead, kConstArray, kStore, kMemo };
+  enum class Step : std::uint8_t { kRead, kConstArray, kStore, kMemo, kConstruct };
   struct Task {
     Step step;
     std::size_t node;
     DataType const* sort;
+    Symbol const* symbol = nullptr;  // kConstruct: the constructor to apply
   };
   // A let-bound name or a let: its expression is read instead; false for other nodes.
   bool read_let(std::size_t n, DataType const* sort);
   void read(std::size_t n, DataType const* sort);
   void read_number(std::size_t n, DataType const* sort);
   void read_array(std::size_t n, DataType const* sort);
+  void read_constructed(std::size_t n, DataType const* sort);
   // A table: (lambda ((p I)) body), or (_ as-array f) for a function f of the model being read.
   void read_table(std::size_t n, DataType const* sort);
   [[noreturn]] void unreadable(std::size_t n, char const* what) {
@@ -206,6 +209,11 @@ Term const* ProcessEngine::ValueWalk::run(std::size_t root, DataType const* sort
       p_.answers_.const_array_on_top(results_, task.sort);
     } else if (task.step == Step::kStore) {
       p_.answers_.store_on_top(results_);
+    } else if (task.step == Step::kConstruct) {
+      std::size_t const k = static_cast<std::size_t>(task.symbol->get_arity());
+      Term const* t = p_.mgr_.make_term(task.symbol, results_.data() + results_.size() - k, k);
+      results_.resize(results_.size() - k);
+      results_.push_back(t);
     } else {
       auto known = memo_.find(task.node);
       if (known != memo_.end()) {
@@ -267,8 +275,43 @@ void ProcessEngine::ValueWalk::read(std::size_t n, DataType const* sort) {
     results_.push_back(p_.answers_.element(sort, e_.node(name).atom));
   } else if (sort->is_array()) {
     read_array(n, sort);
+  } else if (sort->is_datatype()) {
+    read_constructed(n, sort);
   } else {
     unreadable(n, "a value");
+  }
+}
+
+// A datatype's value: C, (as C D), or (C v ...), C written under the name it was declared by.
+void ProcessEngine::ValueWalk::read_constructed(std::size_t n, DataType const* sort) {
+  Sexpr::Node const& x = e_.node(n);
+  std::size_t head = n;
+  if (x.list && x.kids.size() == 3 && e_.is_atom(x.kids[0], "as")) {
+    head = x.kids[1];
+  } else if (x.list && !x.kids.empty()) {
+    head = x.kids[0];
+  }
+  Symbol const* c = nullptr;
+  if (!e_.node(head).list) {
+    std::string const& name = e_.node(head).atom;
+    for (DatatypeInfo::Constructor const& k : p_.mgr_.datatype_info(sort)->constructors) {
+      std::string const& printed = p_.mgr_.get_printed_name(k.constructor);
+      if (name.size() == printed.size() + std::strlen(kNamePrefix) &&
+          name.compare(0, std::strlen(kNamePrefix), kNamePrefix) == 0 &&
+          name.compare(std::strlen(kNamePrefix), std::string::npos, printed) == 0) {
+        c = k.constructor;
+      }
+    }
+  }
+  std::size_t const arity = c == nullptr ? 0 : static_cast<std::size_t>(c->get_arity());
+  bool const applied = x.list && head == x.kids[0];
+  if (c == nullptr || (applied ? x.kids.size() != arity + 1 : arity != 0)) {
+    unreadable(n, "a value of a datatype");
+  }
+  tasks_.push_back(Task{Step::kMemo, n, sort});
+  tasks_.push_back(Task{Step::kConstruct, 0, sort, c});
+  for (std::size_t k = arity; k-- > 0;) {
+    tasks_.push_back(Task{Step::kRead, x.kids[k + 1], c->get_type()->get_component(k)});
   }
 }
 

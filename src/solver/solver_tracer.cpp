@@ -14,8 +14,8 @@ SolverTracer::~SolverTracer() = default;
 
 // ------------------------------------------------------------------------ nested sorts
 
-// Per sort, whether an uninterpreted sort sits inside an array sort among its components;
-// only such sorts need reporting, so sessions without them pay nothing for this.
+// Per sort, whether an uninterpreted sort or a datatype sits inside an array sort among its
+// components; only such sorts need reporting, so sessions without them pay nothing for this.
 bool SolverTracer::has_nested_sort(DataType const* type) {
   std::size_t const id = static_cast<std::size_t>(type->get_id());
   if (id < nested_.size() && nested_[id] != 0) {
@@ -29,7 +29,7 @@ bool SolverTracer::has_nested_sort(DataType const* type) {
     sort_stack_.pop_back();
     for (std::size_t i = 0; i < t->get_num_components(); ++i) {
       DataType const* c = t->get_component(i);
-      nested = nested || (t->is_array() && c->is_uninterpreted());
+      nested = nested || (t->is_array() && c->is_declarable());
       sort_stack_.push_back(c);
     }
   }
@@ -46,7 +46,7 @@ void SolverTracer::declare_signature_sorts(DataType const* type) {
   while (!sort_stack_.empty()) {
     DataType const* t = sort_stack_.back();
     sort_stack_.pop_back();
-    if (t->is_uninterpreted()) {
+    if (t->is_declarable()) {
       writer_->trace_type_declaration(t);
     }
     for (std::size_t i = t->get_num_components(); i-- > 0;) {
@@ -89,7 +89,7 @@ void SolverTracer::declare_nested_sorts(Term const* term) {
 // ------------------------------------------------------------------------ traced calls
 
 void SolverTracer::trace_type_declaration(DataType const* type) {
-  assert(mgr_.owns(type) && type->is_uninterpreted() && "only checked sorts are declared");
+  assert(mgr_.owns(type) && type->is_declarable() && "only checked sorts are declared");
   writer_->trace_type_declaration(type);
 }
 

@@ -127,6 +127,23 @@ Z3_sort Z3Engine::sort_of(DataType const* t) {
       }
       case DataType::Kind::Function:
         throw Error("z3: a function type is not the sort of a term");
+      case DataType::Kind::Datatype: {
+        // The whole group at once, after the sorts its fields take from outside it.
+        bool ready = true;
+        for (DataType const* d : mgr_.datatype_dependencies(u)) {
+          std::size_t const did = static_cast<std::size_t>(d->get_id());
+          if (did >= sorts_.size() || sorts_[did] == nullptr) {
+            stack.push_back(d);
+            ready = false;
+          }
+        }
+        if (!ready) {
+          continue;
+        }
+        make_datatypes(u);
+        stack.pop_back();
+        continue;
+      }
     }
     check_error();
     Z3_inc_ref(ctx_, Z3_sort_to_ast(ctx_, s));
@@ -137,6 +154,120 @@ Z3_sort Z3Engine::sort_of(DataType const* t) {
     stack.pop_back();
   }
   return sorts_[t->get_id()];
+}
+
+namespace {
+
+// Whether the sort t has inner among its components, at any depth.
+bool nests(DataType const* t, DataType const* inner) {
+  std::vector<DataType const*> stack{t};
+  while (!stack.empty()) {
+    DataType const* u = stack.back();
+    stack.pop_back();
+    for (std::size_t i = 0; i < u->get_num_components(); ++i) {
+      if (u->get_component(i) == inner) {
+        return true;
+      }
+      stack.push_back(u->get_component(i));
+    }
+  }
+  return false;
+}
+
+}  // namespace
+
+// A datatype's group as one z3 declaration. Names are ids, as for uninterpreted sorts; a field
+// whose sort is a datatype of the group refers to it by its position, the only way z3 takes it.
+void Z3Engine::make_datatypes(DataType const* member) {
+  std::vector<DataType const*> const& group = *mgr_.datatype_info(member)->group;
+  std::vector<Z3_symbol> names;
+  std::vector<std::vector<Z3_constructor>> constructors(group.size());
+  std::vector<Z3_constructor_list> lists;
+  auto release = [&] {
+    for (Z3_constructor_list l : lists) {
+      Z3_del_constructor_list(ctx_, l);
+    }
+    for (auto const& cs : constructors) {
+      for (Z3_constructor c : cs) {
+        Z3_del_constructor(ctx_, c);
+      }
+    }
+  };
+  try {
+    for (std::size_t i = 0; i < group.size(); ++i) {
+      DataType const* d = group[i];
+      names.push_back(Z3_mk_int_symbol(ctx_, static_cast<int>(d->get_id())));
+      for (DatatypeInfo::Constructor const& c : mgr_.datatype_info(d)->constructors) {
+        std::vector<Z3_symbol> fields;
+        std::vector<Z3_sort> sorts;
+        std::vector<unsigned> refs;
+        for (Symbol const* selector : c.selectors) {
+          DataType const* f = selector->get_output_type();
+          fields.push_back(Z3_mk_int_symbol(ctx_, static_cast<int>(selector->get_id())));
+          auto in_group = std::find(group.begin(), group.end(), f);
+          if (in_group != group.end()) {
+            sorts.push_back(nullptr);
+            refs.push_back(static_cast<unsigned>(in_group - group.begin()));
+            continue;
+          }
+          for (DataType const* g : group) {
+            if (nests(f, g)) {
+              throw Unsupported("z3 takes no datatype field of sort " + f->to_string() +
+                                ", which nests a datatype of its own group");
+            }
+          }
+          sorts.push_back(sort_of(f));
+          refs.push_back(0);
+        }
+        constructors[i].push_back(Z3_mk_constructor(
+            ctx_, Z3_mk_int_symbol(ctx_, static_cast<int>(c.constructor->get_id())),
+            Z3_mk_int_symbol(ctx_, static_cast<int>(c.tester->get_id())),
+            static_cast<unsigned>(fields.size()), fields.data(), sorts.data(), refs.data()));
+        check_error();
+      }
+      lists.push_back(Z3_mk_constructor_list(ctx_, static_cast<unsigned>(constructors[i].size()),
+                                             constructors[i].data()));
+    }
+    std::vector<Z3_sort> made(group.size(), nullptr);
+    Z3_mk_datatypes(ctx_, static_cast<unsigned>(group.size()), names.data(), made.data(),
+                    lists.data());
+    check_error();
+    for (std::size_t i = 0; i < group.size(); ++i) {
+      DataType const* d = group[i];
+      Z3_inc_ref(ctx_, Z3_sort_to_ast(ctx_, made[i]));
+      std::size_t const id = static_cast<std::size_t>(d->get_id());
+      if (sorts_.size() <= id) {
+        sorts_.resize(id + 1, nullptr);
+      }
+      sorts_[id] = made[i];
+      auto keep_decl = [&](Symbol const* s, Z3_func_decl decl) {
+        Z3_inc_ref(ctx_, Z3_func_decl_to_ast(ctx_, decl));
+        std::size_t const sid = static_cast<std::size_t>(s->get_id());
+        if (decls_.size() <= sid) {
+          decls_.resize(sid + 1, nullptr);
+        }
+        decls_[sid] = decl;
+      };
+      auto const& cs = mgr_.datatype_info(d)->constructors;
+      for (std::size_t k = 0; k < cs.size(); ++k) {
+        unsigned const kk = static_cast<unsigned>(k);
+        Z3_func_decl const c = Z3_get_datatype_sort_constructor(ctx_, made[i], kk);
+        keep_decl(cs[k].constructor, c);
+        constructor_of_decl_.emplace(Z3_get_ast_id(ctx_, Z3_func_decl_to_ast(ctx_, c)),
+                                     cs[k].constructor);
+        keep_decl(cs[k].tester, Z3_get_datatype_sort_recognizer(ctx_, made[i], kk));
+        for (std::size_t j = 0; j < cs[k].selectors.size(); ++j) {
+          keep_decl(cs[k].selectors[j], Z3_get_datatype_sort_constructor_accessor(
+                                            ctx_, made[i], kk, static_cast<unsigned>(j)));
+        }
+        check_error();
+      }
+    }
+  } catch (...) {
+    release();
+    throw;
+  }
+  release();
 }
 
 Z3_func_decl Z3Engine::decl_of(Symbol const* s, bool recursive) {
@@ -214,6 +345,14 @@ Z3_ast Z3Engine::build(Term const* t, Z3_ast const* args) {
       return build_quantifier(t, args);
     case SymbolTag::ALGEBRAIC:
       throw Unsupported("z3 takes no algebraic number " + s->get_name() + " in a term");
+    case SymbolTag::DT_CONSTRUCTOR:
+    case SymbolTag::DT_SELECTOR:
+    case SymbolTag::DT_TESTER: {
+      // Made with the datatype, which its sort makes.
+      sort_of(s->get_tag() == SymbolTag::DT_CONSTRUCTOR ? s->get_output_type()
+                                                        : s->get_type()->get_component(0));
+      return Z3_mk_app(ctx_, decls_[s->get_id()], static_cast<unsigned>(t->get_arity()), args);
+    }
     default:
       break;
   }

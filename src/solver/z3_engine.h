@@ -58,6 +58,8 @@ class Z3Engine final : public Engine {
   }
   void check_error();
   Z3_sort sort_of(DataType const* t);
+  // Declares the datatypes of member's group, whose fields' other sorts z3 has.
+  void make_datatypes(DataType const* member);
   // A recursive function's declaration is made by define_funs_rec, before its first use.
   Z3_func_decl decl_of(Symbol const* s, bool recursive = false);
   Z3_ast translate(Term const* t);
@@ -106,9 +108,10 @@ class Z3Engine final : public Engine {
   std::vector<Z3_ast> kept_;
   std::vector<Z3_ast> held_;          // see hold()
   std::vector<Z3_sort> sorts_;        // by sort id
-  std::vector<Z3_func_decl> decls_;   // by symbol id, uninterpreted symbols only
+  std::vector<Z3_func_decl> decls_;   // by symbol id: uninterpreted and datatype symbols
   std::vector<Symbol const*> known_;  // the uninterpreted symbols translated, in order
-  std::unordered_map<unsigned, Symbol const*> symbol_of_decl_;  // by z3 AST id of the decl
+  std::unordered_map<unsigned, Symbol const*> symbol_of_decl_;       // by z3 AST id of the decl
+  std::unordered_map<unsigned, Symbol const*> constructor_of_decl_;  // the same, constructors
 
   Z3_params params_ = nullptr;
 

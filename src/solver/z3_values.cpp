@@ -110,12 +110,13 @@ class Z3Engine::ValueWalk {
   Term const* run(DataType const* sort);
 
  private:
-  enum class Step : std::uint8_t { kConvert, kConstArray, kStore };
+  enum class Step : std::uint8_t { kConvert, kConstArray, kStore, kConstruct };
   struct Task {
     Step step;
     Z3_ast value;
     DataType const* sort;
-    bool retried;  // the value is the simplification of another
+    bool retried;                    // the value is the simplification of another
+    Symbol const* symbol = nullptr;  // kConstruct: the constructor to apply
   };
   void convert(Task const& task);
   void convert_array(Z3_ast v, DataType const* sort);
@@ -138,6 +139,11 @@ Term const* Z3Engine::ValueWalk::run(DataType const* sort) {
       z_.answers_.const_array_on_top(results_, task.sort);
     } else if (task.step == Step::kStore) {
       z_.answers_.store_on_top(results_);
+    } else if (task.step == Step::kConstruct) {
+      std::size_t const n = static_cast<std::size_t>(task.symbol->get_arity());
+      Term const* t = z_.mgr_.make_term(task.symbol, results_.data() + results_.size() - n, n);
+      results_.resize(results_.size() - n);
+      results_.push_back(t);
     } else {
       convert(task);
     }
@@ -209,6 +215,27 @@ void Z3Engine::ValueWalk::convert(Task const& task) {
     results_.push_back(z_.answers_.element(sort, Z3_ast_to_string(ctx, v)));
   } else if (sort->is_array()) {
     convert_array(v, sort);
+  } else if (sort->is_datatype()) {
+    // A constructor applied to values: its arguments are converted first, left to right.
+    Symbol const* c = nullptr;
+    if (Z3_get_ast_kind(ctx, v) == Z3_APP_AST) {
+      Z3_func_decl const d = Z3_get_app_decl(ctx, Z3_to_app(ctx, v));
+      auto it = z_.constructor_of_decl_.find(Z3_get_ast_id(ctx, Z3_func_decl_to_ast(ctx, d)));
+      c = it == z_.constructor_of_decl_.end() ? nullptr : it->second;
+    }
+    if (c == nullptr) {
+      if (!retry(task)) {
+        fail(v, sort);
+      }
+      return;
+    }
+    Z3_app const app = Z3_to_app(ctx, v);
+    tasks_.push_back(Task{Step::kConstruct, nullptr, sort, false, c});
+    DataType const* type = c->get_type();
+    for (unsigned k = Z3_get_app_num_args(ctx, app); k-- > 0;) {
+      tasks_.push_back(
+          Task{Step::kConvert, Z3_get_app_arg(ctx, app, k), type->get_component(k), false});
+    }
   } else {
     fail(v, sort);
   }

@@ -21,6 +21,11 @@ namespace tvx {
 // again when writing fails, a symbol's bit is set only after the write, and the stack has room
 // reserved before anything is recorded, so that record and stack always agree.
 void SmtLib2ApiTracer::trace_type_declaration(DataType const* type) {
+  if (type->is_datatype()) {
+    declare_datatype(type);
+    out_.flush();
+    return;
+  }
   if (!global_decls_) {
     reserve_one(type_decl_stack_);
   }
@@ -36,6 +41,55 @@ void SmtLib2ApiTracer::trace_type_declaration(DataType const* type) {
     }
   }
   out_.flush();
+}
+
+// A datatype is declared with its whole group, after the sorts its fields take from outside
+// the group (uninterpreted sorts and other datatypes, which may need others in turn: an
+// explicit stack declares dependencies first).
+void SmtLib2ApiTracer::declare_datatype(DataType const* type) {
+  if (declared_types_.count(type) != 0) {
+    return;
+  }
+  struct Pending {
+    DataType const* datatype;
+    bool expanded;
+  };
+  std::vector<Pending> stack{{type, false}};
+  while (!stack.empty()) {
+    Pending& top = stack.back();
+    DataType const* d = top.datatype;
+    if (declared_types_.count(d) != 0) {
+      stack.pop_back();
+      continue;
+    }
+    DatatypeInfo const* info = mgr_->datatype_info(d);
+    assert(info != nullptr && "a traced datatype is defined");
+    if (!top.expanded) {
+      top.expanded = true;
+      for (DataType const* f : mgr_->datatype_dependencies(d)) {
+        if (declared_types_.count(f) != 0) {
+          continue;
+        }
+        if (f->is_datatype()) {
+          stack.push_back({f, false});
+        } else {
+          trace_type_declaration(f);
+        }
+      }
+      continue;
+    }
+    stack.pop_back();
+    if (!global_decls_) {
+      type_decl_stack_.reserve(type_decl_stack_.size() + info->group->size());
+    }
+    printer_.print_type_declaration(out_, d);
+    for (DataType const* member : *info->group) {
+      declared_types_.insert(member);
+      if (!global_decls_) {
+        type_decl_stack_.push_back(member);
+      }
+    }
+  }
 }
 
 // The record's room is made before the declaration is written, so that recording it cannot
@@ -150,7 +204,7 @@ inline void SmtLib2ApiTracer::examine(Term const* t, std::size_t n,
     if (ty != last_sort) {
       last_sort = ty;
       last_sort_undeclared =
-          ty->is_uninterpreted() && declared_types_.find(ty) == declared_types_.end();
+          ty->is_declarable() && declared_types_.find(ty) == declared_types_.end();
     }
     if (last_sort_undeclared) {
       types.insert(ty);

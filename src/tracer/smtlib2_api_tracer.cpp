@@ -512,11 +512,11 @@ void SmtLib2ApiTracer::trace_define_funs_rec(std::vector<Symbol const*> const& f
   for (Symbol const* f : functions) {
     DataType const* type = f->get_type();
     for (std::size_t i = 0; i < type->get_num_components(); ++i) {
-      if (type->get_component(i)->is_uninterpreted()) {
+      if (type->get_component(i)->is_declarable()) {
         trace_type_declaration(type->get_component(i));
       }
     }
-    if (type->is_uninterpreted()) {
+    if (type->is_declarable()) {
       trace_type_declaration(type);
     }
     if (!is_symbol_declared(f)) {

@@ -344,6 +344,81 @@ TEST_F(TermTest, BindersAndTheirVariables) {
           "not a function sort");
 }
 
+// A group of datatypes made in two steps: its constructors, selectors and testers are
+// interpreted symbols with the group's sorts; a refused group makes no name known, and one
+// declared again is printed under names of its own.
+TEST_F(TermTest, DatatypesAndTheirConstructors) {
+  DataType const* list = mgr.make_datatype_sort("L");
+  DataType const* tree = mgr.make_datatype_sort("T");
+  EXPECT_EQ(mgr.get_simple_type("L", true), nullptr) << "known only once defined";
+  mgr.define_datatypes({list, tree}, {{{"nil", {}}, {"cons", {{"hd", tree}, {"tl", list}}}},
+                                      {{"leaf", {{"val", sort_u}}}, {"node", {{"kids", list}}}}});
+  EXPECT_EQ(mgr.get_simple_type("L", true), list);
+  DatatypeInfo const* info = mgr.datatype_info(list);
+  ASSERT_NE(info, nullptr);
+  ASSERT_EQ(info->group->size(), 2u);
+  EXPECT_EQ(mgr.datatype_info(tree)->group, info->group) << "one group, shared";
+  ASSERT_EQ(info->constructors.size(), 2u);
+  Symbol const* nil = info->constructors[0].constructor;
+  Symbol const* cons = info->constructors[1].constructor;
+  EXPECT_EQ(mgr.find_symbol("cons"), cons);
+  EXPECT_TRUE(mgr.is_interpreted(cons)) << "never declared";
+  EXPECT_EQ(mgr.datatype_dependencies(list), std::vector<DataType const*>{sort_u});
+  Symbol const* leaf = mgr.datatype_info(tree)->constructors[0].constructor;
+  Term const* u = constant("u", sort_u);
+  Term const* l = mgr.make_term(cons, {mgr.make_term(leaf, {u}), mgr.make_constant(nil)});
+  EXPECT_EQ(print(l), "(cons (leaf u) nil)");
+  EXPECT_EQ(mgr.constructor_of(info->constructors[1].tester).constructor, cons);
+  Term const* test = mgr.make_term(info->constructors[1].tester, {l});
+  Term const* head = mgr.make_term(info->constructors[1].selectors[0], {l});
+  EXPECT_EQ(print(test), "((_ is cons) (cons (leaf u) nil))");
+  EXPECT_EQ(head->get_type(), tree);
+  std::ostringstream declaration;
+  printer.print_type_declaration(declaration, tree);
+  EXPECT_EQ(declaration.str(),
+            "(declare-datatypes ((L 0) (T 0)) (((nil) (cons (hd T) (tl L))) ((leaf (val U)) "
+            "(node (kids L)))))\n");
+  EXPECT_THAT([&] { mgr.make_term(info->constructors[1].selectors[0], {u}); },
+              ThrowsMessage<Refused>(HasSubstr("must be of sort L")));
+
+  auto refused = [&](std::vector<std::vector<ConstructorDecl>> const& constructors,
+                     char const* part) {
+    std::size_t const symbols = mgr.num_symbols();
+    DataType const* d = mgr.make_datatype_sort("D");
+    std::vector<DataType const*> sorts{d};
+    if (constructors.size() == 2) {
+      sorts.push_back(mgr.make_datatype_sort("E"));
+    }
+    EXPECT_THAT([&] { mgr.define_datatypes(sorts, constructors); },
+                ThrowsMessage<Refused>(HasSubstr(part)))
+        << part;
+    EXPECT_EQ(mgr.num_symbols(), symbols) << part;
+    EXPECT_EQ(mgr.get_simple_type("D", true), nullptr) << part;
+    EXPECT_EQ(mgr.find_symbol("c"), nullptr) << part;
+  };
+  refused({{}}, "has no constructor");
+  refused({{{"c", {}}, {"c", {}}}}, "'c' is declared twice");
+  refused({{{"c", {{"s", integer}}}, {"k", {{"s", integer}}}}}, "'s' is declared twice");
+  refused({{{"c", {{"s", mgr.make_datatype_sort("Undefined")}}}}}, "is not defined");
+  refused({{{"c", {{"s", mgr.get_function_type({integer}, integer)}}}}}, "must be a sort");
+  refused({{{"c", {{"and", integer}}}}}, "built-in name");
+  DataType const* other = mgr.make_datatype_sort("D");
+  EXPECT_THROW(mgr.define_datatypes({other}, {{{"c", {{"s", other}}}}}), Refused)
+      << "no value: every value of D holds a D";
+
+  // Declared again: every name printed under one of its own.
+  DataType const* list2 = mgr.make_datatype_sort("L");
+  mgr.define_datatypes({list2}, {{{"nil", {}}, {"cons", {{"hd", integer}, {"tl", list2}}}}});
+  Symbol const* cons2 = mgr.datatype_info(list2)->constructors[1].constructor;
+  Symbol const* nil2 = mgr.datatype_info(list2)->constructors[0].constructor;
+  EXPECT_EQ(mgr.find_symbol("cons"), cons2);
+  EXPECT_EQ(print(mgr.make_term(cons2, {i, mgr.make_constant(nil2)})), "(cons!1 i nil!1)");
+  EXPECT_EQ(print(mgr.make_term(mgr.datatype_info(list2)->constructors[0].tester,
+                                {mgr.make_constant(nil2)})),
+            "((_ is nil!1) nil!1)");
+  EXPECT_EQ(mgr.get_printed_name(list2), "L!1");
+}
+
 TEST_F(TermTest, MillionDeepTermPrintsWithoutRecursion) {
   Term const* t = p;
   std::string expected;

@@ -211,6 +211,31 @@ TEST(ScriptReaderTest, MalformedAndUnsupportedInput) {
       {"(declare-fun v () (_ BitVec 0))", "1:29", "BitVec", 0},
       {"(assert (not (! true :interpolation-group g)))", "1:22", "only on an asserted formula", 0},
       {"(set-option :config \"no.such.key=1\")", "1:21", "no.such.key", 0},
+      {"(declare-datatype A ((a (fa Int))))(declare-datatype B ((b (fb Int))))"
+       "(declare-const y B)(assert (= (fa y) 1))",
+       "1:102", "argument 1 of 'fa' has sort B, expected sort A", 2},
+      {"(declare-datatype A ((a) (a)))", "1:27", "'a' is declared twice", 0},
+      {"(declare-datatype A ((a (s Int)) (b (s Int))))", "1:38", "'s' is declared twice", 0},
+      {"(declare-datatype A ((a)))(declare-datatype B ((a)))", "1:49", "already declared", 0},
+      {"(declare-datatypes ((A 0) (A 0)) (((a)) ((b))))", "1:28", "already declared", 0},
+      {"(declare-datatype A ((a (s A))))", "1:2", "has no value", 0},
+      {"(declare-datatypes () ((A (a (s B)))))", "1:33", "unknown sort 'B'", 0},
+      {"(declare-datatypes ((L 1)) ((par (T) ((nil)))))", "1:24", "sort parameters", 0},
+      {"(declare-datatype A ((a) (b)))(declare-const x A)(assert (match x ((1 true))))", "1:69",
+       "expected a pattern", 2},
+      {"(declare-datatype A ((a (s Int)) (b)))(declare-const x A)"
+       "(assert (match x (((a 1) true) (b false))))",
+       "1:80", "expected a variable in a pattern", 2},
+      {"(declare-datatype A ((a (s Int)) (b)))(declare-const x A)(assert (match x ((b true))))",
+       "1:66", "no case for the constructor 'a'", 2},
+      {"(declare-datatype A ((a (s Int)) (b)))(declare-const x A)"
+       "(assert (match x (((a v) v) (b false))))",
+       "1:66", "invalid match", 2},
+      {"(declare-datatype A ((a) (b)))(assert (match 1 ((a true))))", "1:39",
+       "match needs a term of a datatype", 0},
+      {"(declare-datatype A ((a) (b)))(assert ((_ is c) a))", "1:46", "'c' is not a constructor",
+       0},
+      {"(declare-codatatypes ((S 0)) (((s))))", "1:2", "codatatypes", 0},
   };
   for (auto const& c : cases) {
     SCOPED_TRACE(c.script);
@@ -268,6 +293,39 @@ TEST(ScriptReaderTest, MillionDeepBinders) {
   EXPECT_NE(trace.find("(define-fun ." + std::to_string(mgr.num_terms()) +
                        " () Bool (forall ((x Int)) (or "),
             std::string::npos);
+}
+
+// Constructor terms and matches nested 10^6 deep are read and traced without recursion.
+TEST(ScriptReaderTest, MillionDeepConstructorsAndMatches) {
+  constexpr std::size_t kDepth = 1000000;
+  std::string succs;
+  std::string matches;
+  for (std::size_t i = 0; i < kDepth; ++i) {
+    succs += "(s ";
+    matches += i == 0 ? "(match n (((s m) " : "(match m (((s m) ";
+  }
+  std::string const declaration = "(declare-datatypes () ((N z (s (p N)))))(declare-const n N)";
+  std::string const deep = "(assert (= n " + succs + "z" + std::string(kDepth, ')') + "))";
+  std::string nested = "(assert ";
+  nested.append(matches).append("true");
+  for (std::size_t i = 0; i < kDepth; ++i) {
+    nested += ") (z false)))";
+  }
+  nested += ")";
+  Session s;
+  EXPECT_EQ(s.read(declaration + deep + nested), "");
+  std::string const body = s.body();
+  EXPECT_EQ(body.rfind("(declare-datatypes ((N 0)) (((z) (s (p N)))))\n(declare-fun n () N)\n", 0),
+            0u)
+      << body.substr(0, 100);
+  EXPECT_NE(body.find("(assert (= n " + succs.substr(0, 300)), std::string::npos);
+  // Each level tests the field of the level above: (ite ((_ is s) n) (ite ((_ is s) (p n)) ...
+  std::size_t ites = 0;
+  for (std::size_t at = body.find("(ite "); at != std::string::npos;
+       at = body.find("(ite ", at + 1)) {
+    ++ites;
+  }
+  EXPECT_EQ(ites, kDepth);
 }
 
 // Sort-macro applications 10^6 deep, in a declaration and in another macro's body, are read

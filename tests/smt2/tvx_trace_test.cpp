@@ -254,6 +254,22 @@ TEST_F(TvxTraceTest, ScriptsReplayInZ3AndCvc5InBothModes) {
        "(check-sat)(assert (= b ((as const (Array Int Real)) (- 1.5))))"
        "(assert (= (select b 7) (select ((as const (Array Int Real)) (/ (- 3) 2)) 0)))(check-sat)"
        "(assert (= (select a 1) (select ((as const (Array Int Int)) 4) 0)))(check-sat)"},
+      {"datatypes",
+       "(declare-sort U 0)(declare-datatypes () ((Pair (mk-pair (first Int) (second U)))))"
+       "(declare-datatypes ((Lst 0) (Tree 0)) (((nil) (cons (hd Tree) (tl Lst)))"
+       " ((leaf (val Int)) (node (kids Lst)))))(declare-datatype Color ((red) (green) (blue)))"
+       "(declare-const l Lst)(declare-const p Pair)(declare-const c Color)(push 1)"
+       "(assert ((_ is cons) l))(assert (is-leaf (hd l)))(assert (> (val (hd l)) 2))"
+       "(assert (= c (match l ((nil red) ((cons h t) (match h (((leaf v) (ite (> v 5) green "
+       "blue)) (other red))))))))(check-sat)(assert (= c blue))(check-sat)"
+       "(assert (not (= (val (hd l)) 3)))(check-sat)(pop 1)(push 1)"
+       "(declare-datatypes () ((Nat zero (succ (pred Nat)))))(declare-const n Nat)"
+       "(assert (= (succ n) (succ (succ zero))))(assert (is-zero n))(check-sat)(pop 1)"
+       "(declare-datatypes () ((Nat zero (succ (pred Nat)))))(declare-const n Nat)"
+       "(assert (= (first p) 4))(assert (distinct c red (as green Color)))"
+       "(assert (=> ((_ is succ) n) (distinct n (pred n))))"
+       "(assert (= n (succ (succ zero))))(check-sat)"
+       "(assert (= l (cons (node nil) (cons (leaf 1) nil))))(assert (is-leaf (hd l)))(check-sat)"},
   };
   std::string const trace = "'" + tmp_ + "/trace.smt2'";
   for (auto const& [what, script] : scripts) {

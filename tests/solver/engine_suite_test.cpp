@@ -681,6 +681,49 @@ TEST_P(EngineSuiteTest, QuantifiersBindTheirOwnVariables) {
   EXPECT_THROW(s.assert_formula(op(">", {x, c})), Error);
 }
 
+// Datatypes decide checks in every engine, and their values come back as constructor terms,
+// nested ones and those inside function tables included; a datatype used in a scope that was
+// popped is declared again where it is next used.
+TEST_P(EngineSuiteTest, DatatypeValuesAreConstructorTerms) {
+  Solver& s = *solver_;
+  DataType const* color = mgr_.make_datatype_sort("Color");
+  mgr_.define_datatypes({color}, {{{"red", {}}, {"green", {}}}});
+  DataType const* list = mgr_.make_datatype_sort("L");
+  mgr_.define_datatypes({list}, {{{"nil", {}}, {"cons", {{"hd", I_}, {"tl", list}}}}});
+  auto const& lc = mgr_.datatype_info(list)->constructors;
+  auto const& cc = mgr_.datatype_info(color)->constructors;
+  Term const* nil = mgr_.make_constant(lc[0].constructor);
+  Term const* red = mgr_.make_constant(cc[0].constructor);
+  Term const* green = mgr_.make_constant(cc[1].constructor);
+  auto cons = [&](Term const* h, Term const* t) { return app(lc[1].constructor, {h, t}); };
+  auto hd = [&](Term const* t) { return app(lc[1].selectors[0], {t}); };
+  auto tl = [&](Term const* t) { return app(lc[1].selectors[1], {t}); };
+  Term const* x = var("x", list);
+  Term const* c = var("c", color);
+  s.push();
+  assert_all(
+      {app(lc[1].tester, {x}), eq(hd(x), num("3")), eq(tl(x), nil), mgr_.make_not(eq(c, red))});
+  ASSERT_EQ(s.check(), CheckResult::Sat);
+  EXPECT_EQ(value(x), cons(num("3"), nil)) << text(value(x));
+  EXPECT_EQ(value(c), green);
+  s.pop();
+  assert_all({eq(x, cons(num("1"), cons(num("2"), nil))), app(lc[0].tester, {tl(tl(x))})});
+  ASSERT_EQ(s.check(), CheckResult::Sat);
+  EXPECT_EQ(value(hd(tl(x))), num("2"));
+  s.push();
+  s.assert_formula(app(lc[0].tester, {x}));
+  EXPECT_EQ(s.check(), CheckResult::Unsat);
+  s.pop();
+  Symbol const* f = mgr_.make_symbol("f", mgr_.get_function_type({I_}, list));
+  assert_all({app(lc[1].tester, {app(f, {num("0")})}), eq(hd(app(f, {num("0")})), num("7")),
+              eq(app(f, {num("1")}), tl(x))});
+  ASSERT_EQ(s.check(), CheckResult::Sat);
+  Term const* f0 = value(app(f, {num("0")}));
+  ASSERT_EQ(f0->get_symbol(), lc[1].constructor) << text(f0);
+  EXPECT_EQ(f0->get_arg(0), num("7"));
+  EXPECT_EQ(value(app(f, {num("1")})), cons(num("2"), nil));
+}
+
 // Recursive definitions, one alone and a mutually recursive pair, decide checks in every
 // engine, scoped like declarations; misuse is refused before anything is traced.
 TEST_P(EngineSuiteTest, RecursiveDefinitionsDecideChecks) {

@@ -338,6 +338,49 @@ TEST_F(TracerTest, BacktrackPointsAndResetKeepTheRecordInStep) {
   }
 }
 
+// A datatype is declared once, with its whole group, before its first use and after the sorts
+// its fields take (uninterpreted sorts, another group); its constructors, selectors and testers
+// never are. In scoped mode a pop forgets the group, which the next use declares again.
+TEST_F(TracerTest, DatatypesAreDeclaredByGroupBeforeFirstUse) {
+  DataType const* i = m.get_integer_type();
+  DataType const* color = m.make_datatype_sort("Color");
+  m.define_datatypes({color}, {{{"red", {}}, {"blue", {{"shade", U}}}}});
+  DataType const* list = m.make_datatype_sort("L");
+  DataType const* tree = m.make_datatype_sort("T");
+  m.define_datatypes({list, tree}, {{{"nil", {}}, {"cons", {{"hd", tree}, {"tl", list}}}},
+                                    {{"leaf", {{"col", color}}}, {"node", {{"kids", list}}}}});
+  auto const& lc = m.datatype_info(list)->constructors;
+  Term const* l = m.make_constant(m.make_symbol("l", list));
+  Term const* k = m.make_constant(m.make_symbol("k", i));
+  def("is_cons", m.make_term(lc[1].tester, {l}));
+  def("hd_is_l",
+      m.make_equal(m.make_term(lc[1].selectors[0], {l}),
+                   m.make_term(m.datatype_info(tree)->constructors[1].constructor, {l})));
+  def("k5", m.make_equal(k, m.make_number("5", i)));
+  std::string const declarations =
+      "(declare-sort U 0)\n"
+      "(declare-datatypes ((Color 0)) (((red) (blue (shade U)))))\n"
+      "(declare-datatypes ((L 0) (T 0)) (((nil) (cons (hd T) (tl L))) ((leaf (col Color)) "
+      "(node (kids L)))))\n";
+  start(false);
+  run("push assert:is_cons");
+  EXPECT_EQ(take(),
+            "(push 1)\n" + declarations + "(declare-fun l () L)\n(assert ((_ is cons) l))\n");
+  run("assert:hd_is_l pop assert:k5 assert:is_cons");
+  EXPECT_EQ(take(),
+            "(assert (= (hd l) (node l)))\n(pop 1)\n(declare-fun k () Int)\n"
+            "(assert (= k 5))\n" +
+                declarations + "(declare-fun l () L)\n(assert ((_ is cons) l))\n");
+  start(true);
+  run("push assert:is_cons pop assert:hd_is_l");
+  std::string const text = take();
+  EXPECT_EQ(text.find(declarations), text.find("(push 1)\n") + 9) << text;
+  EXPECT_EQ(text.find("(declare-datatypes", text.find("(pop 1)")), std::string::npos)
+      << "global mode declares once: " << text;
+  EXPECT_NE(text.find(expand("(define-fun {is_cons} () Bool ((_ is cons) .")), std::string::npos)
+      << text;
+}
+
 using QueryTest = TracerTest;
 
 // A term defined by a query without declarations must still have its symbols declared when

@@ -1,5 +1,6 @@
 // DataType: a sort of the term layer. Simple sorts (Bool, Int, Real, bit-vectors, uninterpreted
-// sorts) have a name and no components; compound ones (arrays, function types) have components.
+// sorts, datatypes) have a name and no components; compound ones (arrays, function types) have
+// components.
 #ifndef TVX_CORE_DATA_TYPE_H
 #define TVX_CORE_DATA_TYPE_H
 
@@ -15,7 +16,16 @@ namespace tvx {
 
 class DataType {
  public:
-  enum class Kind : std::uint8_t { Bool, Int, Real, BitVector, Uninterpreted, Array, Function };
+  enum class Kind : std::uint8_t {
+    Bool,
+    Int,
+    Real,
+    BitVector,
+    Uninterpreted,
+    Array,
+    Function,
+    Datatype,  // a user's algebraic datatype: its constructors are in the TermManager
+  };
 
   // Non-zero exactly for a simple type; kept as the first field.
   bool is_simple() const { return simple_ != 0; }
@@ -34,6 +44,9 @@ class DataType {
   bool is_array() const { return kind_ == Kind::Array; }
   bool is_function() const { return kind_ == Kind::Function; }
   bool is_uninterpreted() const { return kind_ == Kind::Uninterpreted; }
+  bool is_datatype() const { return kind_ == Kind::Datatype; }
+  // A sort that a script declares before use: an uninterpreted sort or a datatype.
+  bool is_declarable() const { return kind_ == Kind::Uninterpreted || kind_ == Kind::Datatype; }
   // Width of a bit-vector sort, 0 for every other sort.
   std::uint64_t get_bv_width() const { return width_; }
   // Arrays: index and element sorts. Functions: argument sorts, then the result sort.

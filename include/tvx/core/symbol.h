@@ -90,6 +90,10 @@ struct SymbolTag {
     EXISTS,
     // values
     ALGEBRAIC,  // an irrational Real as a solver wrote it: (root-obj POLYNOMIAL INDEX)
+    // datatypes: interpreted, so never declared; the datatype's declaration makes them
+    DT_CONSTRUCTOR,  // index 0: the constructor's position in its datatype
+    DT_SELECTOR,     // indices: the constructor's position, the field's position
+    DT_TESTER,       // (_ is C); index 0: the constructor's position
     NUM_TAGS
   };
 };

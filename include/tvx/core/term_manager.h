@@ -42,6 +42,25 @@ struct BinderInfo {
   }
 };
 
+// A constructor of a datatype as declared: its name and its fields, each a selector's name
+// and the field's sort.
+struct ConstructorDecl {
+  std::string name;
+  std::vector<std::pair<std::string, DataType const*>> fields;
+};
+
+// A defined datatype: the sorts declared with it (its mutually recursive group, itself
+// included, in declaration order) and the symbols of each of its constructors.
+struct DatatypeInfo {
+  struct Constructor {
+    Symbol const* constructor;             // DT_CONSTRUCTOR
+    Symbol const* tester;                  // DT_TESTER: (_ is C)
+    std::vector<Symbol const*> selectors;  // DT_SELECTOR, one per field
+  };
+  std::vector<DataType const*> const* group;
+  std::vector<Constructor> constructors;
+};
+
 class TermManager {
  public:
   TermManager();
@@ -65,6 +84,26 @@ class TermManager {
   // uninterpreted_only set, answers only for uninterpreted sorts, so built-in sorts never reach
   // a declaration.
   DataType const* get_simple_type(std::string const& name, bool uninterpreted_only);
+
+  // Datatypes are made in two steps, so that a group's constructors can take the group's own
+  // sorts: make_datatype_sort makes a sort without constructors that no name lookup finds yet;
+  // define_datatypes gives each sort of a group its constructors (constructors[i] for
+  // sorts[i]). It checks the whole group first (names, sorts, every datatype inhabited) and
+  // throws before anything is made; then the sorts' and constructors' and selectors' names
+  // become known (get_simple_type, find_symbol), printed names chosen as for uninterpreted
+  // symbols and sorts. Testers have no name of their own: they are written (_ is C).
+  DataType const* make_datatype_sort(std::string const& name);
+  void define_datatypes(std::vector<DataType const*> const& sorts,
+                        std::vector<std::vector<ConstructorDecl>> const& constructors);
+  // The constructors of a defined datatype; null for any other sort.
+  DatatypeInfo const* datatype_info(DataType const* sort) const;
+  // The declarable sorts (uninterpreted sorts, datatypes) from outside a datatype's group that
+  // the group's fields take, components of compound sorts included: what a declaration of the
+  // group needs declared before it. Each once, in order of first mention.
+  std::vector<DataType const*> datatype_dependencies(DataType const* sort) const;
+  // The datatype a DT_CONSTRUCTOR, DT_SELECTOR or DT_TESTER symbol belongs to, and the
+  // constructor it belongs to.
+  DatatypeInfo::Constructor const& constructor_of(Symbol const* s) const;
 
   // --- symbols ---
   // A new uninterpreted symbol; a function type gives arity = its argument count, else 0.
@@ -226,7 +265,9 @@ class TermManager {
   static std::pair<std::string const*, NameEntry<T>*> choose_printed_name(
       NameTable<T>& table, typename NameTable<T>::iterator own, bool foreign);
   Symbol const* new_uninterpreted_symbol(std::string const& name, DataType const* type, bool user,
-                                         SymbolTag::tag tag = SymbolTag::UNINTERPRETED);
+                                         SymbolTag::tag tag = SymbolTag::UNINTERPRETED,
+                                         std::uint64_t const* indices = nullptr,
+                                         std::size_t num_indices = 0);
   Term const* make_binder(SymbolTag::tag tag, std::vector<Term const*> const& vars,
                           Term const* body, BinderAttributes const& attributes);
   // Records the free variables of the new term t (only once a variable exists).
@@ -257,6 +298,9 @@ class TermManager {
   std::map<std::pair<std::string, std::uint64_t>, Term const*> variables_;
   std::vector<BinderInfo> binder_infos_;
   std::map<std::string, Term const*> algebraics_;
+  // Datatypes by sort id; each group's list of sorts, shared by its members.
+  std::unordered_map<std::uint64_t, DatatypeInfo> datatypes_;
+  std::deque<std::vector<DataType const*>> datatype_groups_;
   std::unordered_map<std::uint64_t, std::string> approximations_;  // by symbol id
   std::map<std::string, std::size_t> binder_info_index_;
   // Free variables: per term id (0 for none, and for every term made before the first

@@ -133,7 +133,8 @@ class SmtLib2TermPrinter : public SmtLibTermPrinter {
                      bool global_decls, Annotations const* annotations);
   ~SmtLib2TermPrinter() override;
 
-  // (declare-sort U 0) and a newline.
+  // (declare-sort U 0) and a newline; for a datatype, (declare-datatypes ...) of its whole
+  // group.
   virtual void print_type_declaration(std::ostream& os, DataType const* t);
   // (declare-fun f (U Int) Bool) or (declare-fun x () U) and a newline.
   virtual void print_symbol_declaration(std::ostream& os, Symbol const* s);
@@ -157,6 +158,7 @@ class SmtLib2TermPrinter : public SmtLibTermPrinter {
   void apitracer_print_term(std::ostream& os, Term const* t, std::string const& annotation);
 
  private:
+  void append_datatypes_declaration(DatatypeInfo const& info);
   void compute_sharing(Term const* root);
   void render_term(Term const* root, bool annotate);  // appends the term's text to text_
   void render_shared(Term const* root, bool annotate);

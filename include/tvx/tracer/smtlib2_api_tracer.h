@@ -35,6 +35,7 @@ class SmtLib2ApiTracer : public ApiTracer {
   SmtLib2ApiTracer(SmtLib2ApiTracer const&) = delete;
   SmtLib2ApiTracer& operator=(SmtLib2ApiTracer const&) = delete;
 
+  // A datatype is declared with its whole group, after the sorts its fields need.
   void trace_type_declaration(DataType const* type) override;
   void trace_symbol_declaration(Symbol const* sym) override;
   void trace_push_backtrack_point() override;
@@ -76,6 +77,7 @@ class SmtLib2ApiTracer : public ApiTracer {
                                          std::set<DataType const*, TermPrinter::sym_ty_lt>& types);
   // Declares the new sorts, then the new symbols, of term.
   void do_print_new_declarations(Term const* term);
+  void declare_datatype(DataType const* type);
   void do_print_config(Configuration* config);
 
  private:
