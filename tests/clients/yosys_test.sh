@@ -1,9 +1,9 @@
 #!/usr/bin/env bash
 # yosys-smtbmc checks a design through tvx-trace standing in for z3 (in both trace modes) and
-# through z3 itself, in its bit-vector mode (-stbv), with a property over an allconst wire (so
-# the solver gets quantifiers), for a design that holds and one that fails: the logs must be
-# the same line by line, timestamps aside, and every trace must replay in z3. Its datatype mode
-# (-stdt) joins the list of modes once tvx reads datatypes.
+# through z3 itself, in its datatype mode (-stdt) and its bit-vector mode (-stbv), with a
+# property over an allconst wire (so the solver gets quantifiers), for a design that holds and
+# one that fails: the logs must be the same line by line, timestamps aside, and every trace must
+# replay in z3.
 # Usage: yosys_test.sh TVX_TRACE DIR_OF_counter.sv
 set -euo pipefail
 tvx="$1"
@@ -24,7 +24,7 @@ checks=0
 for variant in good bad; do
   defines=""
   [ "$variant" = bad ] && defines="-DBAD"
-  for mode in stbv; do
+  for mode in stdt stbv; do
     model="$work/$variant-$mode.smt2"
     yosys -q -p "read_verilog -formal $defines $src/counter.sv; prep -top top; write_smt2 -$mode -wires $model"
     expected="$(yosys-smtbmc -s z3 -t 8 "$model" | sed 's/^##  *[0-9:]*  //' || true)"
