@@ -22,7 +22,12 @@ void DataType::write(std::string& out, SimpleWriter const& simple) const {
       continue;
     }
     if (f.next == 0) {
-      out += t->is_array() ? "(Array" : "(->";
+      if (t->is_instance()) {
+        out += '(';
+        simple(out, *t->generic_);
+      } else {
+        out += t->is_array() ? "(Array" : "(->";
+      }
     }
     if (f.next < t->components_.size()) {
       out += ' ';

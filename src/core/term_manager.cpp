@@ -107,10 +107,12 @@ TermManager::~TermManager() = default;
 // ---------------------------------------------------------------- sorts
 
 DataType const* TermManager::intern_type(DataType::Kind kind, std::string name, std::uint64_t width,
-                                         std::vector<DataType const*> components) {
+                                         std::vector<DataType const*> components,
+                                         DataType const* generic, std::size_t num_params) {
   // The id is taken only once the sort exists, so that ids stay the indices plus one (which
   // owns() relies on) even when making one fails.
-  types_.emplace_back(next_type_id_, kind, std::move(name), width, std::move(components));
+  types_.emplace_back(next_type_id_, kind, std::move(name), width, std::move(components), generic,
+                      num_params);
   ++next_type_id_;
   assert(types_.back().get_id() == types_.size() && "a sort's id is its index plus one");
   return &types_.back();
@@ -142,7 +144,8 @@ DataType const* TermManager::get_bv_type(std::size_t width) {
 }
 
 DataType const* TermManager::get_array_type(DataType const* index, DataType const* element) {
-  if (index == nullptr || element == nullptr || index->is_function() || element->is_function()) {
+  if (index == nullptr || element == nullptr || index->is_function() || element->is_function() ||
+      index->get_num_params() > 0 || element->get_num_params() > 0) {
     throw Error("invalid array sort: index and element must be sorts");
   }
   std::vector<std::uint64_t> key{static_cast<std::uint64_t>(DataType::Kind::Array), index->get_id(),
@@ -158,7 +161,7 @@ DataType const* TermManager::get_array_type(DataType const* index, DataType cons
 
 DataType const* TermManager::get_function_type(std::vector<DataType const*> const& args,
                                                DataType const* result) {
-  if (result == nullptr || result->is_function()) {
+  if (result == nullptr || result->is_function() || result->get_num_params() > 0) {
     throw Error("invalid function sort: the result must be a sort");
   }
   if (args.empty()) {
@@ -167,7 +170,7 @@ DataType const* TermManager::get_function_type(std::vector<DataType const*> cons
   std::vector<std::uint64_t> key{static_cast<std::uint64_t>(DataType::Kind::Function)};
   key.reserve(args.size() + 2);
   for (DataType const* a : args) {
-    if (a == nullptr || a->is_function()) {
+    if (a == nullptr || a->is_function() || a->get_num_params() > 0) {
       throw Error("invalid function sort: every argument must be a sort");
     }
     key.push_back(a->get_id());
@@ -185,6 +188,10 @@ DataType const* TermManager::get_function_type(std::vector<DataType const*> cons
 }
 
 DataType const* TermManager::make_simple_type(std::string const& name) {
+  return make_sort_constructor(name, 0);
+}
+
+DataType const* TermManager::make_sort_constructor(std::string const& name, std::size_t arity) {
   check_name(name, "sort");
   // Bit-vector sorts are known by names of this form; a user sort must not look like one.
   if (name.compare(0, 9, "(_ BitVec") == 0) {
@@ -199,7 +206,7 @@ DataType const* TermManager::make_simple_type(std::string const& name) {
   }
   DataType const* t;
   try {
-    t = intern_type(DataType::Kind::Uninterpreted, name, 0, {});
+    t = intern_type(DataType::Kind::Uninterpreted, name, 0, {}, nullptr, arity);
   } catch (...) {
     renamed_sorts_.erase(id);
     throw;
@@ -243,26 +250,160 @@ DataType const* TermManager::get_simple_type(std::string const& name, bool unint
 
 // ---------------------------------------------------------------- datatypes
 
-DataType const* TermManager::make_datatype_sort(std::string const& name) {
+DataType const* TermManager::make_datatype_sort(std::string const& name, std::size_t num_params) {
   check_name(name, "datatype");
-  return intern_type(DataType::Kind::Datatype, name, 0, {});
+  return intern_type(DataType::Kind::Datatype, name, 0, {}, nullptr, num_params);
+}
+
+DataType const* TermManager::get_sort_parameter(std::string const& name, std::size_t index) {
+  check_name(name, "sort parameter");
+  auto key = std::make_pair(name, static_cast<std::uint64_t>(index));
+  auto it = params_.find(key);
+  if (it != params_.end()) {
+    return it->second;
+  }
+  DataType const* t = intern_type(DataType::Kind::Param, name, index, {});
+  params_.emplace(std::move(key), t);
+  return t;
+}
+
+DataType const* TermManager::get_instance(DataType const* generic,
+                                          std::vector<DataType const*> const& args) {
+  if (generic == nullptr || !owns(generic) || generic->get_num_params() == 0) {
+    throw Error("invalid sort application: " +
+                (generic == nullptr ? std::string("no sort") : generic->to_string()) +
+                " takes no arguments");
+  }
+  if (args.size() != generic->get_num_params()) {
+    throw Error("invalid sort application: " + generic->get_name() + " takes " +
+                std::to_string(generic->get_num_params()) + " argument(s), not " +
+                std::to_string(args.size()));
+  }
+  std::vector<std::uint64_t> key{static_cast<std::uint64_t>(DataType::Kind::Param) + 1,
+                                 generic->get_id()};
+  for (DataType const* a : args) {
+    if (a == nullptr || !owns(a) || a->is_function() || a->get_num_params() > 0) {
+      throw Error("invalid sort application of " + generic->get_name() +
+                  ": every argument must be a sort");
+    }
+    key.push_back(a->get_id());
+  }
+  auto it = compound_types_.find(key);
+  if (it != compound_types_.end()) {
+    return it->second;
+  }
+  DataType const* t = intern_type(generic->get_kind(), generic->get_name(), 0, args, generic);
+  compound_types_.emplace(std::move(key), t);
+  return t;
+}
+
+DataType const* TermManager::substitute_params(DataType const* t,
+                                               std::vector<DataType const*> const& args) {
+  if (!t->has_params()) {
+    return t;
+  }
+  // Post-order over the sort's structure, on an explicit stack.
+  std::vector<std::pair<DataType const*, bool>> stack{{t, false}};
+  std::vector<DataType const*> done;
+  while (!stack.empty()) {
+    auto [u, expanded] = stack.back();
+    stack.pop_back();
+    if (!u->has_params()) {
+      done.push_back(u);
+    } else if (u->is_param()) {
+      if (u->get_param_index() >= args.size()) {
+        throw Error("invalid sort: the parameter " + u->get_name() + " has no argument");
+      }
+      done.push_back(args[u->get_param_index()]);
+    } else if (!expanded) {
+      stack.emplace_back(u, true);
+      for (std::size_t i = u->get_num_components(); i-- > 0;) {
+        stack.emplace_back(u->get_component(i), false);
+      }
+    } else {
+      std::size_t const n = u->get_num_components();
+      std::vector<DataType const*> parts(done.end() - static_cast<std::ptrdiff_t>(n), done.end());
+      done.resize(done.size() - n);
+      DataType const* r =
+          u->is_array() ? get_array_type(parts[0], parts[1])
+          : u->is_instance()
+              ? get_instance(u->get_generic(), parts)
+              : get_function_type(std::vector<DataType const*>(parts.begin(), parts.end() - 1),
+                                  parts.back());
+      done.push_back(r);
+    }
+  }
+  return done.back();
+}
+
+bool TermManager::match_params(DataType const* pattern, DataType const* actual,
+                               std::vector<DataType const*>& binding) const {
+  std::vector<std::pair<DataType const*, DataType const*>> stack{{pattern, actual}};
+  while (!stack.empty()) {
+    auto [p, a] = stack.back();
+    stack.pop_back();
+    if (!p->has_params()) {
+      if (p != a) {
+        return false;
+      }
+    } else if (p->is_param()) {
+      std::size_t const i = p->get_param_index();
+      if (binding.size() <= i) {
+        binding.resize(i + 1, nullptr);
+      }
+      if (binding[i] != nullptr && binding[i] != a) {
+        return false;
+      }
+      binding[i] = a;
+    } else {
+      if (p->get_kind() != a->get_kind() || p->get_generic() != a->get_generic() ||
+          p->get_num_components() != a->get_num_components()) {
+        return false;
+      }
+      for (std::size_t i = 0; i < p->get_num_components(); ++i) {
+        stack.emplace_back(p->get_component(i), a->get_component(i));
+      }
+    }
+  }
+  return true;
 }
 
 void TermManager::define_datatypes(std::vector<DataType const*> const& sorts,
-                                   std::vector<std::vector<ConstructorDecl>> const& constructors) {
+                                   std::vector<std::vector<ConstructorDecl>> const& constructors,
+                                   std::vector<std::vector<DataType const*>> const& params) {
   // Everything is checked before anything is made, so a refused group leaves no trace.
-  if (sorts.empty() || sorts.size() != constructors.size()) {
+  if (sorts.empty() || sorts.size() != constructors.size() ||
+      (!params.empty() && params.size() != sorts.size())) {
     throw Error("invalid datatype declaration: one list of constructors per datatype");
   }
+  auto in_group = [&](DataType const* f) {
+    DataType const* g = f->is_instance() ? f->get_generic() : f;
+    auto it = std::find(sorts.begin(), sorts.end(), g);
+    return it == sorts.end() ? sorts.size() : static_cast<std::size_t>(it - sorts.begin());
+  };
   std::set<std::string> names;
   for (std::size_t i = 0; i < sorts.size(); ++i) {
     DataType const* d = sorts[i];
-    if (!owns(d) || !d->is_datatype() || datatypes_.count(d->get_id()) != 0 ||
+    if (!owns(d) || !d->is_datatype() || d->is_instance() || datatypes_.count(d->get_id()) != 0 ||
         std::find(sorts.begin(), sorts.begin() + static_cast<std::ptrdiff_t>(i), d) !=
             sorts.begin() + static_cast<std::ptrdiff_t>(i)) {
       throw Error(
           "invalid datatype declaration: each sort must come from make_datatype_sort "
           "and be defined once");
+    }
+    std::vector<DataType const*> const none;
+    std::vector<DataType const*> const& own_params = params.empty() ? none : params[i];
+    if (own_params.size() != d->get_num_params()) {
+      throw Error("invalid datatype '" + d->get_name() + "': it takes " +
+                  std::to_string(d->get_num_params()) + " sort parameter(s)");
+    }
+    for (std::size_t k = 0; k < own_params.size(); ++k) {
+      if (own_params[k] == nullptr || !owns(own_params[k]) || !own_params[k]->is_param() ||
+          own_params[k]->get_param_index() != k) {
+        throw Error("invalid datatype '" + d->get_name() +
+                    "': its parameters must come from "
+                    "get_sort_parameter, in order");
+      }
     }
     if (constructors[i].empty()) {
       throw Error("invalid datatype '" + d->get_name() + "': it has no constructor");
@@ -280,13 +421,27 @@ void TermManager::define_datatypes(std::vector<DataType const*> const& sorts,
                       "' is declared twice");
         }
         DataType const* f = field.second;
-        if (f == nullptr || !owns(f) || f->is_function()) {
+        if (f == nullptr || !owns(f) || f->is_function() || f->get_num_params() > 0) {
           throw Error("invalid selector '" + field.first + "': its sort must be a sort");
         }
-        if (f->is_datatype() && datatypes_.count(f->get_id()) == 0 &&
-            std::find(sorts.begin(), sorts.end(), f) == sorts.end()) {
-          throw Error("invalid selector '" + field.first + "': the datatype '" + f->get_name() +
-                      "' is not defined");
+        std::vector<DataType const*> walk{f};
+        while (!walk.empty()) {
+          DataType const* u = walk.back();
+          walk.pop_back();
+          for (std::size_t k = 0; k < u->get_num_components(); ++k) {
+            walk.push_back(u->get_component(k));
+          }
+          DataType const* g = u->is_instance() ? u->get_generic() : u;
+          if (u->is_param() &&
+              std::find(own_params.begin(), own_params.end(), u) == own_params.end()) {
+            throw Error("invalid selector '" + field.first + "': the sort parameter " +
+                        u->get_name() + " is not one of " + d->get_name() + "'s");
+          }
+          if (g->is_datatype() && datatypes_.count(g->get_id()) == 0 &&
+              in_group(g) == sorts.size()) {
+            throw Error("invalid selector '" + field.first + "': the datatype '" + g->get_name() +
+                        "' is not defined");
+          }
         }
       }
     }
@@ -300,9 +455,8 @@ void TermManager::define_datatypes(std::vector<DataType const*> const& sorts,
       for (std::size_t k = 0; !inhabited[i] && k < constructors[i].size(); ++k) {
         bool all = true;
         for (auto const& field : constructors[i][k].fields) {
-          auto it = std::find(sorts.begin(), sorts.end(), field.second);
-          all =
-              all && (it == sorts.end() || inhabited[static_cast<std::size_t>(it - sorts.begin())]);
+          std::size_t const j = in_group(field.second);
+          all = all && (j == sorts.size() || inhabited[j]);
         }
         if (all) {
           inhabited[i] = changed = true;
@@ -329,13 +483,24 @@ void TermManager::define_datatypes(std::vector<DataType const*> const& sorts,
     }
     own->second.user = d;
     printed.second->printed = d;
-    DatatypeInfo& info = datatypes_[d->get_id()];
+    datatype_infos_.emplace_back();
+    DatatypeInfo& info = datatype_infos_.back();
     info.group = group;
+    if (!params.empty()) {
+      info.params = params[i];
+    }
+    datatypes_[d->get_id()] = &info;
+    if (d->get_num_params() > 0) {
+      any_generic_ = true;
+      // The generic's constructors build its instance over its own parameters.
+      datatypes_[get_instance(d, info.params)->get_id()] = &info;
+    }
   }
   DataType const* bool_sort = get_bool_type();
   for (std::size_t i = 0; i < sorts.size(); ++i) {
     DataType const* d = sorts[i];
-    DatatypeInfo& info = datatypes_[d->get_id()];
+    DatatypeInfo& info = *datatypes_[d->get_id()];
+    DataType const* self = d->get_num_params() > 0 ? get_instance(d, info.params) : d;
     for (std::size_t k = 0; k < constructors[i].size(); ++k) {
       ConstructorDecl const& c = constructors[i][k];
       std::vector<DataType const*> field_sorts;
@@ -344,50 +509,162 @@ void TermManager::define_datatypes(std::vector<DataType const*> const& sorts,
       }
       std::uint64_t const position[2] = {k, 0};
       DatatypeInfo::Constructor entry;
-      entry.constructor = new_uninterpreted_symbol(c.name, get_function_type(field_sorts, d), true,
-                                                   SymbolTag::DT_CONSTRUCTOR, position, 1);
+      entry.constructor = new_uninterpreted_symbol(c.name, get_function_type(field_sorts, self),
+                                                   true, SymbolTag::DT_CONSTRUCTOR, position, 1);
       entry.tester =
-          interpreted_symbol(SymbolTag::DT_TESTER, c.name, &d, 1, bool_sort, position, 1);
+          interpreted_symbol(SymbolTag::DT_TESTER, c.name, &self, 1, bool_sort, position, 1);
       for (std::size_t j = 0; j < c.fields.size(); ++j) {
         std::uint64_t const at[2] = {k, j};
-        entry.selectors.push_back(
-            new_uninterpreted_symbol(c.fields[j].first, get_function_type({d}, c.fields[j].second),
-                                     true, SymbolTag::DT_SELECTOR, at, 2));
+        entry.selectors.push_back(new_uninterpreted_symbol(
+            c.fields[j].first, get_function_type({self}, c.fields[j].second), true,
+            SymbolTag::DT_SELECTOR, at, 2));
       }
       info.constructors.push_back(std::move(entry));
     }
   }
 }
 
-DatatypeInfo const* TermManager::datatype_info(DataType const* sort) const {
-  if (sort == nullptr || !sort->is_datatype()) {
+DatatypeInfo const* TermManager::datatype_info(DataType const* sort) {
+  if (sort == nullptr || !sort->is_datatype() || !owns(sort)) {
     return nullptr;
   }
   auto it = datatypes_.find(sort->get_id());
-  return it == datatypes_.end() || !owns(sort) ? nullptr : &it->second;
+  if (it != datatypes_.end()) {
+    return it->second;
+  }
+  if (!sort->is_instance() || datatypes_.count(sort->get_generic()->get_id()) == 0) {
+    return nullptr;
+  }
+  instantiate_datatypes(sort);
+  return datatypes_.at(sort->get_id());
 }
 
-std::vector<DataType const*> TermManager::datatype_dependencies(DataType const* sort) const {
+// The instances, over the same arguments, of an instance's whole group (those members that take
+// as many parameters), each with constructors, selectors and testers of its own: the generic
+// ones with the arguments put for the parameters, printed under the generic ones' names.
+void TermManager::instantiate_datatypes(DataType const* instance) {
+  std::vector<DataType const*> const& args = instance->get_components();
+  DatatypeInfo const& generic_info = *datatypes_.at(instance->get_generic()->get_id());
+  std::vector<DataType const*> members;
+  for (DataType const* g : *generic_info.group) {
+    if (g->get_num_params() == args.size()) {
+      members.push_back(get_instance(g, args));
+    }
+  }
+  datatype_groups_.push_back(members);
+  std::vector<DataType const*> const* group = &datatype_groups_.back();
+  std::vector<DatatypeInfo*> infos;
+  for (DataType const* m : members) {
+    datatype_infos_.emplace_back();
+    datatype_infos_.back().group = group;
+    datatypes_[m->get_id()] = &datatype_infos_.back();
+    infos.push_back(&datatype_infos_.back());
+  }
+  DataType const* bool_sort = get_bool_type();
+  for (std::size_t i = 0; i < members.size(); ++i) {
+    DataType const* m = members[i];
+    DatatypeInfo const& generic = *datatypes_.at(m->get_generic()->get_id());
+    for (std::size_t k = 0; k < generic.constructors.size(); ++k) {
+      DatatypeInfo::Constructor const& g = generic.constructors[k];
+      std::vector<DataType const*> field_sorts;
+      for (Symbol const* selector : g.selectors) {
+        field_sorts.push_back(substitute_params(selector->get_output_type(), args));
+      }
+      std::uint64_t const position[2] = {k, 0};
+      DatatypeInfo::Constructor entry;
+      entry.constructor = make_datatype_symbol(g.constructor, get_function_type(field_sorts, m));
+      entry.tester = interpreted_symbol(SymbolTag::DT_TESTER, g.constructor->get_name(), &m, 1,
+                                        bool_sort, position, 1);
+      for (std::size_t j = 0; j < g.selectors.size(); ++j) {
+        entry.selectors.push_back(
+            make_datatype_symbol(g.selectors[j], get_function_type({m}, field_sorts[j])));
+      }
+      infos[i]->constructors.push_back(std::move(entry));
+    }
+  }
+}
+
+Symbol const* TermManager::make_datatype_symbol(Symbol const* like, DataType const* type) {
+  std::uint64_t const id = next_symbol_id_;
+  auto renamed = renamed_symbols_.find(like->get_id());
+  std::uint64_t const arity = type->is_function() ? type->get_num_components() - 1 : 0;
+  DataType const* output = type->is_function() ? type->get_function_result() : type;
+  std::uint64_t indices[2] = {like->get_index(0),
+                              like->get_num_indices() > 1 ? like->get_index(1) : 0};
+  symbols_.emplace_back(id, arity, type, output, like->get_tag(), like->get_name(),
+                        like->get_num_indices(), indices);
+  ++next_symbol_id_;
+  if (renamed != renamed_symbols_.end()) {
+    renamed_symbols_.emplace(id, renamed->second);
+  }
+  return &symbols_.back();
+}
+
+Symbol const* TermManager::instance_symbol(Symbol const* generic, DataType const* instance) {
+  DatatypeInfo const* info = datatype_info(instance);
+  if (info == nullptr) {
+    throw Error("invalid datatype instance " + instance->to_string());
+  }
+  DatatypeInfo::Constructor const& c =
+      info->constructors[static_cast<std::size_t>(generic->get_index(0))];
+  switch (generic->get_tag()) {
+    case SymbolTag::DT_CONSTRUCTOR:
+      return c.constructor;
+    case SymbolTag::DT_TESTER:
+      return c.tester;
+    default:
+      return c.selectors[static_cast<std::size_t>(generic->get_index(1))];
+  }
+}
+
+std::vector<DataType const*> TermManager::datatype_dependencies(DataType const* sort) {
   DatatypeInfo const* info = datatype_info(sort);
   std::vector<DataType const*> out;
   if (info == nullptr) {
     return out;
   }
+  std::vector<DataType const*> const& group = *info->group;
+  // A generic group's fields name its members' instances over any arguments; an instance
+  // group's fields name its members themselves.
+  bool const generic_group = !group[0]->is_instance();
+  auto member = [&](DataType const* f) {
+    if (std::find(group.begin(), group.end(), f) != group.end()) {
+      return true;
+    }
+    return generic_group && f->is_instance() &&
+           std::find(group.begin(), group.end(), f->get_generic()) != group.end();
+  };
   std::vector<DataType const*> stack;
-  for (DataType const* member : *info->group) {
-    for (auto const& c : datatype_info(member)->constructors) {
+  for (DataType const* m : group) {
+    for (auto const& c : datatype_info(m)->constructors) {
       for (Symbol const* selector : c.selectors) {
         stack.assign(1, selector->get_output_type());
         while (!stack.empty()) {
           DataType const* f = stack.back();
           stack.pop_back();
+          if (f->is_param() || member(f)) {
+            for (std::size_t i = f->get_num_components(); i-- > 0;) {
+              stack.push_back(f->get_component(i));
+            }
+            continue;
+          }
+          if (!generic_group && f->is_instance() && f->is_datatype()) {
+            DataType const* g = f->get_generic();
+            for (DataType const* m2 : group) {
+              if (m2->is_instance() ? m2->get_generic() == g : m2 == g) {
+                throw Unsupported("the datatype " + f->to_string() +
+                                  " is one of its own group's over other arguments");
+              }
+            }
+          }
+          if (f->is_declarable() || f->is_instance()) {
+            if (std::find(out.begin(), out.end(), f) == out.end()) {
+              out.push_back(f);
+            }
+            continue;
+          }
           for (std::size_t i = f->get_num_components(); i-- > 0;) {
             stack.push_back(f->get_component(i));
-          }
-          if (f->is_declarable() &&
-              std::find(info->group->begin(), info->group->end(), f) == info->group->end() &&
-              std::find(out.begin(), out.end(), f) == out.end()) {
-            out.push_back(f);
           }
         }
       }
@@ -402,15 +679,17 @@ DatatypeInfo::Constructor const& TermManager::constructor_of(Symbol const* s) co
          "a datatype's symbol");
   DataType const* d = s->get_tag() == SymbolTag::DT_CONSTRUCTOR ? s->get_output_type()
                                                                 : s->get_type()->get_component(0);
-  return datatypes_.at(d->get_id()).constructors[static_cast<std::size_t>(s->get_index(0))];
+  return datatypes_.at(d->get_id())->constructors[static_cast<std::size_t>(s->get_index(0))];
 }
 
 // ---------------------------------------------------------------- symbols
 
 Symbol const* TermManager::make_symbol(std::string const& name, DataType const* type) {
   check_name(name, "symbol");
-  if (type == nullptr) {
-    throw Error("invalid symbol '" + name + "': no sort given");
+  if (type == nullptr || type->get_num_params() > 0) {
+    throw Error("invalid symbol '" + name + "': " +
+                (type == nullptr ? std::string("no sort given")
+                                 : "the sort " + type->get_name() + " takes arguments"));
   }
   return new_uninterpreted_symbol(name, type, true);
 }
@@ -622,6 +901,19 @@ Term const* TermManager::intern_term(Symbol const* s, Term const* const* args, s
   assert(t->get_id() == term_count_ && "term ids grow in creation order from 1");
   if (!var_sets_.empty()) {
     note_free_vars(t);
+  }
+  if (any_generic_) {
+    bool generic = s->get_type()->has_params();
+    for (std::size_t i = 0; i < n && !generic; ++i) {
+      generic = has_params(args[i]);
+    }
+    if (generic) {
+      std::size_t const id = static_cast<std::size_t>(t->get_id());
+      if (generic_terms_.size() <= id) {
+        generic_terms_.resize(std::max(2 * generic_terms_.size(), id + 1), false);
+      }
+      generic_terms_[id] = true;
+    }
   }
   return t;
 }

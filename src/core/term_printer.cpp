@@ -152,7 +152,13 @@ bool TermPrinter::sym_ty_lt::operator()(DataType const* a, DataType const* b) co
       ++i;
     }
     if (i == na) {
-      return false;
+      // Equal components: compound sorts of another kind or generic sort differ at their heads.
+      if (a->get_kind() != b->get_kind()) {
+        return a->get_kind() < b->get_kind();
+      }
+      DataType const* ga = a->get_generic();
+      DataType const* gb = b->get_generic();
+      return ga != gb && (ga == nullptr || (gb != nullptr && ga->get_id() < gb->get_id()));
     }
     a = a->get_component(i);
     b = b->get_component(i);
@@ -203,13 +209,24 @@ std::string const& SmtLibTermPrinter::compute_symbol_text(Symbol const* s) {
   switch (s->get_tag()) {
     case SymbolTag::UNINTERPRETED:
     case SymbolTag::VARIABLE:
-    case SymbolTag::DT_CONSTRUCTOR:
     case SymbolTag::DT_SELECTOR:
       text = quote(name_prefix_ + mgr_->get_printed_name(s));
       break;
-    case SymbolTag::DT_TESTER:
-      text = "(_ is " + symbol_text(mgr_->constructor_of(s).constructor) + ")";
+    case SymbolTag::DT_CONSTRUCTOR:
+      // A constructor of a parametric datatype's instance names the instance: (as nil (L Int)).
+      text = quote(name_prefix_ + mgr_->get_printed_name(s));
+      if (s->get_output_type()->is_instance()) {
+        text = "(as " + text + " " + type_text(s->get_output_type()) + ")";
+      }
       break;
+    case SymbolTag::DT_TESTER: {
+      // A parametric datatype's instance has its tester written is-C, the one form that z3
+      // and cvc5 both read once the datatype has several instances.
+      std::string const& name = mgr_->get_printed_name(mgr_->constructor_of(s).constructor);
+      text = s->get_type()->get_component(0)->is_instance()
+                 ? quote("is-" + name_prefix_ + name)
+                 : "(_ is " + quote(name_prefix_ + name) + ")";
+    } break;
     case SymbolTag::NUMERAL:
       text = numeral_text(s, real_quotients_);
       break;
@@ -242,7 +259,9 @@ std::string const& SmtLibTermPrinter::compute_type_text(DataType const* t) {
   // nested array sort would cost memory quadratic in its depth.
   std::string text;
   t->write(text, [this](std::string& out, DataType const& u) {
-    out += u.is_declarable() ? quote(name_prefix_ + mgr_->get_printed_name(&u)) : u.get_name();
+    out += u.is_declarable() ? quote(name_prefix_ + mgr_->get_printed_name(&u))
+           : u.is_param()    ? quote(u.get_name())
+                             : u.get_name();
   });
   std::string* slot = type_names_.slot(t->get_id());
   *slot = std::move(text);
@@ -283,29 +302,44 @@ void SmtLib2TermPrinter::print_type_declaration(std::ostream& os, DataType const
   if (info == nullptr) {
     text_ += "(declare-sort ";
     text_ += type_text(t);
-    text_ += " 0)\n";
+    text_ += ' ';
+    text_ += std::to_string(t->get_num_params());
+    text_ += ")\n";
   } else {
     append_datatypes_declaration(*info);
   }
   os.write(text_.data(), static_cast<std::streamsize>(text_.size()));
 }
 
-// (declare-datatypes ((D 0) ...) (((C (s S) ...) ...) ...)) for the whole group of a datatype.
+// (declare-datatypes ((D 0) ...) (((C (s S) ...) ...) ...)) for the whole group of a datatype,
+// a parametric one's constructors in (par (T ...) (...)).
 void SmtLib2TermPrinter::append_datatypes_declaration(DatatypeInfo const& info) {
   text_ += "(declare-datatypes (";
   for (std::size_t i = 0; i < info.group->size(); ++i) {
+    DataType const* d = (*info.group)[i];
     text_ += i == 0 ? "(" : " (";
-    text_ += type_text((*info.group)[i]);
-    text_ += " 0)";
+    text_ += type_text(d);
+    text_ += ' ';
+    text_ += std::to_string(d->get_num_params());
+    text_ += ')';
   }
   text_ += ") (";
   for (std::size_t i = 0; i < info.group->size(); ++i) {
-    text_ += i == 0 ? "(" : " (";
+    text_ += i == 0 ? "" : " ";
     DatatypeInfo const& member = *mgr_->datatype_info((*info.group)[i]);
+    if (!member.params.empty()) {
+      text_ += "(par (";
+      for (std::size_t k = 0; k < member.params.size(); ++k) {
+        text_ += k == 0 ? "" : " ";
+        text_ += type_text(member.params[k]);
+      }
+      text_ += ") ";
+    }
+    text_ += '(';
     for (std::size_t k = 0; k < member.constructors.size(); ++k) {
       DatatypeInfo::Constructor const& c = member.constructors[k];
       text_ += k == 0 ? "(" : " (";
-      text_ += symbol_text(c.constructor);
+      text_ += quote(name_prefix_ + mgr_->get_printed_name(c.constructor));
       for (Symbol const* selector : c.selectors) {
         text_ += " (";
         text_ += symbol_text(selector);
@@ -315,7 +349,7 @@ void SmtLib2TermPrinter::append_datatypes_declaration(DatatypeInfo const& info) 
       }
       text_ += ')';
     }
-    text_ += ')';
+    text_ += member.params.empty() ? ")" : "))";
   }
   text_ += "))\n";
 }

@@ -400,9 +400,8 @@ void ScriptReader::Impl::cmd_declare_sort() {
   if (arity_tok.kind != TokenKind::kRParen) {
     arity = expect_numeral("the sort's arity");
   }
-  if (arity != 0) {
-    error_at(arity_tok, "parametric sorts are not supported (sort '" + name + "' has arity " +
-                            arity_tok.text + ")");
+  if (arity > 64) {
+    error_at(arity_tok, "the arity " + arity_tok.text + " of sort '" + name + "' is too large");
   }
   expect_rparen(" after the sort's arity");
   if (Entry const* e = find_entry(name);
@@ -413,9 +412,9 @@ void ScriptReader::Impl::cmd_declare_sort() {
     error_at(name_tok, "'" + name + "' is a built-in sort name and cannot be declared");
   }
   DataType const* sort = mgr_.get_simple_type(name, true);
-  if (sort == nullptr) {
+  if (sort == nullptr || !sort->is_uninterpreted() || sort->get_num_params() != arity) {
     try {
-      sort = mgr_.make_simple_type(name);
+      sort = mgr_.make_sort_constructor(name, static_cast<std::size_t>(arity));
     } catch (Error const& e) {
       error_at(name_tok, e.what());
     }

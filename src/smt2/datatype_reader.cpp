@@ -74,14 +74,16 @@ void ScriptReader::Impl::cmd_declare_datatypes(bool several, Token const& cmd) {
       error_at(t, "'" + name + "' is a built-in sort name and cannot be declared");
     }
   };
-  auto add_datatype = [&](Token const& t) {
+  std::vector<std::vector<DataType const*>> params;
+  auto add_datatype = [&](Token const& t, std::size_t arity) {
     check_sort_name(t);
     DataType const* d = nullptr;
     try {
-      d = mgr_.make_datatype_sort(t.text);
+      d = mgr_.make_datatype_sort(t.text, arity);
     } catch (Error const& e) {
       error_at(t, e.what());
     }
+    params.emplace_back();
     Entry& e = entry(t.text);
     hidden.push_back(Hidden{&e, e.sort});
     e.sort = d;
@@ -89,9 +91,57 @@ void ScriptReader::Impl::cmd_declare_datatypes(bool several, Token const& cmd) {
     sorts.push_back(d);
     constructors.emplace_back();
   };
-  auto constructor_list = [&](std::size_t i) {
-    if (lex_->peek_kind() == TokenKind::kSymbol && eq(lex_->peek().text, "par")) {
-      error_at(lex_->peek(), "datatypes with sort parameters are not supported");
+  // "par (T+)": the names of a parametric datatype's parameters, "par" current.
+  auto par_names = [&] {
+    std::vector<Token> names;
+    lex_->next();
+    expect_lparen(" starting the sort parameters");
+    while (lex_->peek_kind() != TokenKind::kRParen) {
+      names.push_back(lex_->peek());
+      expect_symbol("a sort parameter");
+      for (std::size_t k = 0; k + 1 < names.size(); ++k) {
+        if (names[k].text == names.back().text) {
+          error_at(names.back(), "the sort parameter '" + names.back().text + "' is repeated");
+        }
+      }
+    }
+    lex_->next();
+    return names;
+  };
+  auto is_par = [&] {
+    return lex_->peek_kind() == TokenKind::kSymbol && eq(lex_->peek().text, "par");
+  };
+  // The constructors of datatype i: "CONSTRUCTOR+)" after "(", or, after "(par (T+)",
+  // "(CONSTRUCTOR+))", the parameters standing for sorts while the constructors are read.
+  auto constructor_list = [&](std::size_t i, std::vector<Token> const* names) {
+    std::vector<Hidden> bound;
+    struct Unbind {
+      std::vector<Hidden>& names;
+      ~Unbind() {
+        for (std::size_t k = names.size(); k-- > 0;) {
+          names[k].entry->sort = names[k].sort;
+        }
+      }
+    } unbind{bound};
+    if (names != nullptr) {
+      if (names->size() != sorts[i]->get_num_params()) {
+        error_at(sort_tokens[i], "the datatype '" + sort_tokens[i].text + "' takes " +
+                                     std::to_string(sorts[i]->get_num_params()) +
+                                     " sort parameter(s), not " + std::to_string(names->size()));
+      }
+      for (Token const& t : *names) {
+        try {
+          params[i].push_back(mgr_.get_sort_parameter(t.text, params[i].size()));
+        } catch (Error const& e) {
+          error_at(t, e.what());
+        }
+        Entry& e = entry(t.text);
+        bound.push_back(Hidden{&e, e.sort});
+        e.sort = params[i].back();
+      }
+      expect_lparen(" starting the datatype's constructors");
+    } else if (sorts[i]->get_num_params() > 0) {
+      expected("'par' and the sort parameters of '" + sort_tokens[i].text + "'");
     }
     do {
       // Read first: a sort met on the way may add a datatype to the group (older syntax).
@@ -99,14 +149,33 @@ void ScriptReader::Impl::cmd_declare_datatypes(bool several, Token const& cmd) {
       constructors[i].push_back(std::move(c));
     } while (lex_->peek_kind() != TokenKind::kRParen);
     lex_->next();
+    if (names != nullptr) {
+      expect_rparen(" closing the par");
+    }
+  };
+  // "(" read: the constructors of datatype i, with or without parameters.
+  auto datatype_body = [&](std::size_t i) {
+    if (is_par()) {
+      std::vector<Token> const names = par_names();
+      constructor_list(i, &names);
+    } else {
+      constructor_list(i, nullptr);
+    }
   };
 
   if (!several) {
     Token const t = lex_->peek();
     expect_symbol("a datatype name");
-    add_datatype(t);
     expect_lparen(" starting the datatype's constructors");
-    constructor_list(0);
+    if (is_par()) {
+      // The parameters give the arity, which the datatype is made with.
+      std::vector<Token> const names = par_names();
+      add_datatype(t, names.size());
+      constructor_list(0, &names);
+    } else {
+      add_datatype(t, 0);
+      constructor_list(0, nullptr);
+    }
   } else {
     expect_lparen(" starting the datatypes' names");
     if (lex_->peek_kind() == TokenKind::kSymbol) {
@@ -117,12 +186,13 @@ void ScriptReader::Impl::cmd_declare_datatypes(bool several, Token const& cmd) {
       lex_->next();
       Token const t = lex_->peek();
       expect_symbol("a datatype name");
-      Token const arity = lex_->peek();
-      if (expect_numeral("the datatype's arity") != 0) {
-        error_at(arity, "datatypes with sort parameters are not supported");
+      Token const arity_tok = lex_->peek();
+      std::uint64_t const arity = expect_numeral("the datatype's arity");
+      if (arity > 64) {
+        error_at(arity_tok, "the arity " + arity_tok.text + " is too large");
       }
       expect_rparen(" after the datatype's arity");
-      add_datatype(t);
+      add_datatype(t, static_cast<std::size_t>(arity));
     }
     expect_rparen(" ending the datatypes' names");
     expect_lparen(" starting the datatypes' constructors");
@@ -131,7 +201,7 @@ void ScriptReader::Impl::cmd_declare_datatypes(bool several, Token const& cmd) {
       // datatype of this group declared further on: resolve_sort asks for it here.
       std::vector<bool> declared;
       std::function<DataType const*(Token const&)> forward = [&](Token const& t) {
-        add_datatype(t);
+        add_datatype(t, 0);
         declared.push_back(false);
         return sorts.back();
       };
@@ -145,13 +215,13 @@ void ScriptReader::Impl::cmd_declare_datatypes(bool several, Token const& cmd) {
           ++i;
         }
         if (i == sorts.size()) {
-          add_datatype(t);
+          add_datatype(t, 0);
           declared.push_back(false);
         } else if (declared[i]) {
           error_at(t, "the datatype '" + t.text + "' is declared twice");
         }
         declared[i] = true;
-        constructor_list(i);
+        constructor_list(i, nullptr);
       }
       for (std::size_t i = 0; i < sorts.size(); ++i) {
         if (!declared[i]) {
@@ -162,7 +232,7 @@ void ScriptReader::Impl::cmd_declare_datatypes(bool several, Token const& cmd) {
     } else {
       for (std::size_t i = 0; i < sorts.size(); ++i) {
         expect_lparen(" starting a datatype's constructors");
-        constructor_list(i);
+        datatype_body(i);
       }
     }
     expect_rparen(" ending the datatypes' constructors");
@@ -181,7 +251,7 @@ void ScriptReader::Impl::cmd_declare_datatypes(bool several, Token const& cmd) {
     }
   }
   try {
-    mgr_.define_datatypes(sorts, constructors);
+    mgr_.define_datatypes(sorts, constructors, params);
   } catch (Error const& e) {
     error_at(cmd, e.what());
   }
@@ -232,7 +302,12 @@ void ScriptReader::Impl::open_match_case(Frame& f) {
       return nullptr;
     }
     Symbol const* c = e->name.symbol;
-    if (c->get_output_type() != subject->get_type()) {
+    DataType const* sort = subject->get_type();
+    if (c->get_type()->has_params() && sort->is_instance() &&
+        sort->get_generic() == c->get_output_type()->get_generic()) {
+      c = mgr_.instance_symbol(c, sort);
+    }
+    if (c->get_output_type() != sort) {
       error_at(name, "the constructor '" + name.text + "' does not build the sort " +
                          sort_text(subject->get_type()) + " of the matched term");
     }

@@ -140,10 +140,10 @@ class ScriptReader::Impl {
   // their bodies in this form, with their parameters as leaves.
   struct SortMacro;
   struct SortNode {
-    enum class Kind : std::uint8_t { kSort, kParam, kArray, kMacro };
+    enum class Kind : std::uint8_t { kSort, kParam, kArray, kMacro, kInstance };
     Kind kind;
-    DataType const* sort;    // kSort
-    std::size_t index;       // kParam: the parameter's position
+    DataType const* sort;    // kSort; kInstance: the generic sort applied
+    std::size_t index;       // kParam: the parameter's position; kInstance: the argument count
     SortMacro const* macro;  // kMacro
     std::uint64_t line, column;
   };
@@ -319,6 +319,10 @@ class ScriptReader::Impl {
                             std::uint64_t const* indices, std::size_t num_indices,
                             std::uint64_t line, std::uint64_t column);
   Term const* coerce(Term const* t, DataType const* sort);
+  Symbol const* instance_for(Symbol const* s, Term const* const* args, std::size_t n,
+                             std::uint64_t line, std::uint64_t column);
+  static std::string generic_term_message(Term const* t);
+  bool any_generic_terms() const { return mgr_.has_any_params(); }
   Term const* substitute(Macro const& m, Term const* const* args);
   Term const* placeholder(std::size_t index, DataType const* sort);
 

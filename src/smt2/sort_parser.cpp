@@ -53,6 +53,10 @@ ScriptReader::Impl::SortNode ScriptReader::Impl::sort_leaf(Token const& t,
                     " argument(s)");
   }
   n.sort = resolve_sort(t);
+  if (n.sort->get_num_params() > 0) {
+    error_at(t, "the sort '" + t.text + "' takes " + std::to_string(n.sort->get_num_params()) +
+                    " argument(s)");
+  }
   return n;
 }
 
@@ -108,6 +112,12 @@ std::vector<ScriptReader::Impl::SortNode> ScriptReader::Impl::parse_sort_code(
         continue;
       } else if (is_unsupported_sort(head.text)) {
         error_at(head, "the sort '" + head.text + "' is not supported");
+      } else if (e != nullptr && e->sort != nullptr && e->sort->get_num_params() > 0) {
+        op.kind = SortNode::Kind::kInstance;
+        op.sort = e->sort;
+        op.index = e->sort->get_num_params();
+        stack.push_back(Pending{op, op.index});
+        continue;
       } else if ((e != nullptr && e->sort != nullptr) || eq(head.text, "Bool") ||
                  eq(head.text, "Int") || eq(head.text, "Real")) {
         error_at(head,
@@ -119,6 +129,11 @@ std::vector<ScriptReader::Impl::SortNode> ScriptReader::Impl::parse_sort_code(
                stack.back().op.kind == SortNode::Kind::kMacro) {
       SortMacro const& m = *stack.back().op.macro;
       error_at(t, "the sort '" + m.name + "' takes " + std::to_string(m.arity) + " argument(s)");
+    } else if (t.kind == TokenKind::kRParen && !stack.empty() &&
+               stack.back().op.kind == SortNode::Kind::kInstance) {
+      DataType const* g = stack.back().op.sort;
+      error_at(t, "the sort '" + g->get_name() + "' takes " + std::to_string(g->get_num_params()) +
+                      " argument(s)");
     } else {
       expected("a sort");
     }
@@ -172,6 +187,17 @@ DataType const* ScriptReader::Impl::eval_sort(std::vector<SortNode> const& code)
         values.pop_back();
         try {
           values.back() = mgr_.get_array_type(values.back(), element);
+        } catch (Error const& e) {
+          error_at(at->line, at->column, e.what());
+        }
+        break;
+      }
+      case SortNode::Kind::kInstance: {
+        std::vector<DataType const*> args(values.end() - static_cast<std::ptrdiff_t>(n.index),
+                                          values.end());
+        values.resize(values.size() - n.index);
+        try {
+          values.push_back(mgr_.get_instance(n.sort, args));
         } catch (Error const& e) {
           error_at(at->line, at->column, e.what());
         }

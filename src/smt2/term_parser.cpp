@@ -13,7 +13,47 @@ Term const* ScriptReader::Impl::coerce(Term const* t, DataType const* sort) {
   if (sort->is_real() && t->get_type()->is_int()) {
     return as_real(mgr_, t);
   }
+  // A constructor without fields of a parametric datatype, written bare: the sort wanted tells
+  // the instance.
+  if (sort->is_instance() && !sort->has_params() && t->get_arity() == 0 && mgr_.has_params(t) &&
+      t->get_symbol()->get_tag() == SymbolTag::DT_CONSTRUCTOR &&
+      t->get_type()->get_generic() == sort->get_generic()) {
+    return mgr_.make_constant(mgr_.instance_symbol(t->get_symbol(), sort));
+  }
   return t;
+}
+
+// The instance's symbol that a parametric datatype's symbol `s` stands for in an application
+// to `args`, its parameters told by the arguments' sorts.
+Symbol const* ScriptReader::Impl::instance_for(Symbol const* s, Term const* const* args,
+                                               std::size_t n, std::uint64_t line,
+                                               std::uint64_t column) {
+  std::vector<DataType const*> binding;
+  DataType const* type = s->get_type();
+  for (std::size_t i = 0; i < n && i + 1 < type->get_num_components(); ++i) {
+    if (!mgr_.has_params(args[i]) &&
+        !mgr_.match_params(type->get_component(i), args[i]->get_type(), binding)) {
+      error_at(line, column,
+               "argument " + std::to_string(i + 1) + " of '" + s->get_name() + "' has sort " +
+                   sort_text(args[i]->get_type()) + ", expected sort " +
+                   sort_text(type->get_component(i)));
+    }
+  }
+  DataType const* self =
+      s->get_tag() == SymbolTag::DT_CONSTRUCTOR ? s->get_output_type() : type->get_component(0);
+  for (DataType const* p : self->get_components()) {
+    std::size_t const k = p->get_param_index();
+    if (k >= binding.size() || binding[k] == nullptr) {
+      error_at(line, column,
+               "the sort of '" + s->get_name() + "' is not told by its arguments: write (as " +
+                   s->get_name() + " SORT)");
+    }
+  }
+  try {
+    return mgr_.instance_symbol(s, mgr_.substitute_params(self, binding));
+  } catch (Error const& e) {
+    error_at(line, column, e.what());
+  }
 }
 
 // A numeral term, made by the term manager the first time its text is met with that sort.
@@ -194,10 +234,33 @@ void ScriptReader::Impl::open_qualified_application() {
   Token const as = lex_->peek();
   lex_->next();
   Token const name = lex_->peek();
-  if (name.kind != TokenKind::kSymbol || !eq(name.text, "const")) {
-    if (name.kind == TokenKind::kSymbol) {
+  if (name.kind == TokenKind::kSymbol && !eq(name.text, "const")) {
+    // ((as C SORT) ARG ...): a constructor of the datatype SORT.
+    Entry const* e = find_entry(name.text);
+    Symbol const* c = e == nullptr || e->bound != nullptr ? nullptr : e->name.symbol;
+    if (c == nullptr || c->get_tag() != SymbolTag::DT_CONSTRUCTOR) {
       error_at(name, "qualified terms (as " + name.text + " ...) are not supported");
     }
+    lex_->next();
+    Token const sort_tok = lex_->peek();
+    DataType const* sort = parse_sort();
+    if (c->get_type()->has_params() && sort->is_instance() && !sort->has_params() &&
+        sort->get_generic() == c->get_output_type()->get_generic()) {
+      c = mgr_.instance_symbol(c, sort);
+    }
+    if (c->get_output_type() != sort) {
+      error_at(sort_tok,
+               "the constructor '" + name.text + "' does not build the sort " + sort_text(sort));
+    }
+    expect_rparen(" after the sort of the qualified term");
+    if (lex_->peek_kind() == TokenKind::kRParen) {
+      expected("an argument of '" + name.text + "'");
+    }
+    frames_.push_back(Frame{State::kApply, HeadKind::kSymbol, c, values_.size(), indices_.size(),
+                            as.line, as.column});
+    return;
+  }
+  if (name.kind != TokenKind::kSymbol) {
     expected("'const' after 'as'");
   }
   lex_->next();
@@ -247,6 +310,7 @@ Term const* ScriptReader::Impl::qualified_constant() {
   lex_->next();
   Token const sort_tok = lex_->peek();
   DataType const* sort = parse_sort();
+  value = coerce(value, sort);
   if (value->get_type() != sort) {
     error_at(sort_tok, "'" + name.text + "' is of sort " + sort_text(value->get_type()) + ", not " +
                            sort_text(sort));
@@ -350,6 +414,9 @@ Term const* ScriptReader::Impl::close_application() {
   switch (f.head_kind) {
     case HeadKind::kSymbol: {
       Symbol const* s = static_cast<Symbol const*>(f.head);
+      if (s->get_type()->has_params()) {
+        s = instance_for(s, args, n, f.line, f.column);
+      }
       check_args(s->get_name(), s->get_arity(),
                  [&](std::size_t i) { return s->get_type()->get_component(i); });
       try {
@@ -380,14 +447,37 @@ Term const* ScriptReader::Impl::close_application() {
     case HeadKind::kBuiltin: {
       Entry const& op = *static_cast<Entry const*>(f.head);
       std::size_t const num_indices = indices_.size() - f.aux_begin;
+      // The head was classified when its frame was opened.
+      if (any_generic_terms() && (op.op == Op::kCompare || op.op == Op::kIte)) {
+        // (= x nil), (ite c nil x): a bare constructor takes the sort of the others.
+        std::size_t const first = eq(*op.text, "ite") ? 1 : 0;
+        for (std::size_t i = first; i < n; ++i) {
+          if (!mgr_.has_params(args[i])) {
+            for (std::size_t k = first; k < n; ++k) {
+              args[k] = coerce(args[k], args[i]->get_type());
+            }
+            break;
+          }
+        }
+      }
       result = build_builtin(op, f.values_begin, n, indices_.data() + f.aux_begin, num_indices,
                              f.line, f.column);
       break;
     }
   }
+  for (std::size_t i = 0; i < n; ++i) {
+    if (mgr_.has_params(args[i])) {
+      error_at(f.line, f.column, generic_term_message(args[i]));
+    }
+  }
   values_.resize(f.values_begin);
   indices_.resize(f.aux_begin);
   return result;
+}
+
+std::string ScriptReader::Impl::generic_term_message(Term const* t) {
+  std::string const name = t->get_symbol()->get_name();
+  return "the sort of '" + name + "' is not known here: write (as " + name + " SORT)";
 }
 
 void ScriptReader::Impl::undo_lets(std::size_t begin) {
@@ -688,9 +778,13 @@ inline bool ScriptReader::Impl::finish_term(Term const*& value, std::size_t base
 // completed term to the frame on top, which may complete in turn.
 Term const* ScriptReader::Impl::parse_term(bool assertion) {
   std::size_t const base = frames_.size();
+  Token const start = lex_->peek();
   for (;;) {
     Term const* value = start_term();
     if (value != nullptr && finish_term(value, base, assertion)) {
+      if (mgr_.has_params(value)) {
+        error_at(start, generic_term_message(value));
+      }
       return value;
     }
   }

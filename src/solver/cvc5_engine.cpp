@@ -86,6 +86,8 @@ cvc5::Sort Cvc5Session::sort_of(DataType const* t) {
       }
       case DataType::Kind::Function:
         throw Error("cvc5: a function type is not the sort of a term");
+      case DataType::Kind::Param:
+        throw Error("cvc5: the sort parameter " + u->get_name() + " is not the sort of a term");
       case DataType::Kind::Datatype: {
         // The whole group at once, after the sorts its fields take from outside it.
         bool ready = true;

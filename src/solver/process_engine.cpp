@@ -348,7 +348,23 @@ void ProcessEngine::declare_sorts(DataType const* root) {
       stack.pop_back();
       continue;
     }
-    if (t->is_uninterpreted()) {
+    if (t->is_instance()) {
+      // Written as an application of its generic sort: that and the arguments come first.
+      bool ready = true;
+      if (!done(t->get_generic())) {
+        stack.push_back(t->get_generic());
+        ready = false;
+      }
+      for (DataType const* a : t->get_components()) {
+        if (!done(a)) {
+          stack.push_back(a);
+          ready = false;
+        }
+      }
+      if (!ready) {
+        continue;
+      }
+    } else if (t->is_uninterpreted()) {
       text_.str("");
       printer_.print_type_declaration(text_, t);
       send(text_.str());

@@ -269,6 +269,12 @@ void ProcessEngine::ValueWalk::read(std::size_t n, DataType const* sort) {
     if (x.list && x.kids.size() == 3 && e_.is_atom(x.kids[0], "as")) {
       name = x.kids[1];
     }
+    if (x.list && x.kids.size() > 3 && e_.is_atom(x.kids[0], "as")) {
+      // A name that the reader of answers splits, such as cvc5's @(S Int)_0 for an element of
+      // an instance: the whole text is its key.
+      results_.push_back(p_.answers_.element(sort, e_.text(n)));
+      return;
+    }
     if (e_.node(name).list || e_.node(name).atom.empty()) {
       unreadable(n, "an element");
     }
@@ -287,9 +293,12 @@ void ProcessEngine::ValueWalk::read_constructed(std::size_t n, DataType const* s
   Sexpr::Node const& x = e_.node(n);
   std::size_t head = n;
   if (x.list && x.kids.size() == 3 && e_.is_atom(x.kids[0], "as")) {
-    head = x.kids[1];
+    head = x.kids[1];  // (as C D)
   } else if (x.list && !x.kids.empty()) {
-    head = x.kids[0];
+    head = x.kids[0];  // (C v ...) or ((as C D) v ...)
+    if (e_.node(head).list && e_.size(head) == 3 && e_.is_atom(e_.kid(head, 0), "as")) {
+      head = e_.kid(head, 1);
+    }
   }
   Symbol const* c = nullptr;
   if (!e_.node(head).list) {
@@ -304,7 +313,7 @@ void ProcessEngine::ValueWalk::read_constructed(std::size_t n, DataType const* s
     }
   }
   std::size_t const arity = c == nullptr ? 0 : static_cast<std::size_t>(c->get_arity());
-  bool const applied = x.list && head == x.kids[0];
+  bool const applied = x.list && !(x.kids.size() == 3 && e_.is_atom(x.kids[0], "as"));
   if (c == nullptr || (applied ? x.kids.size() != arity + 1 : arity != 0)) {
     unreadable(n, "a value of a datatype");
   }

@@ -170,6 +170,11 @@ void Solver::check_term(Term const* term, char const* call) const {
                 ": a variable occurs free in the term; only a binder can "
                 "hold a variable");
   }
+  if (mgr_.has_params(term)) {
+    throw Error(std::string(call) +
+                ": the term holds a constructor, selector or tester of a parametric datatype "
+                "over its parameters; terms take those of an instance (instance_symbol)");
+  }
 }
 
 void Solver::check_formula(Term const* term, char const* call) const {

@@ -15,13 +15,14 @@ SolverTracer::~SolverTracer() = default;
 // ------------------------------------------------------------------------ nested sorts
 
 // Per sort, whether an uninterpreted sort or a datatype sits inside an array sort among its
-// components; only such sorts need reporting, so sessions without them pay nothing for this.
+// components, or an instance of a sort with parameters anywhere in it; only such sorts need
+// reporting, so sessions without them pay nothing for this.
 bool SolverTracer::has_nested_sort(DataType const* type) {
   std::size_t const id = static_cast<std::size_t>(type->get_id());
   if (id < nested_.size() && nested_[id] != 0) {
     return nested_[id] == 2;
   }
-  bool nested = false;
+  bool nested = type->is_instance();
   sort_stack_.clear();
   sort_stack_.push_back(type);
   while (!sort_stack_.empty() && !nested) {
@@ -29,7 +30,7 @@ bool SolverTracer::has_nested_sort(DataType const* type) {
     sort_stack_.pop_back();
     for (std::size_t i = 0; i < t->get_num_components(); ++i) {
       DataType const* c = t->get_component(i);
-      nested = nested || (t->is_array() && c->is_declarable());
+      nested = nested || c->is_instance() || (t->is_array() && c->is_declarable());
       sort_stack_.push_back(c);
     }
   }
@@ -48,6 +49,8 @@ void SolverTracer::declare_signature_sorts(DataType const* type) {
     sort_stack_.pop_back();
     if (t->is_declarable()) {
       writer_->trace_type_declaration(t);
+    } else if (t->is_instance()) {
+      writer_->trace_type_declaration(t->get_generic());
     }
     for (std::size_t i = t->get_num_components(); i-- > 0;) {
       sort_stack_.push_back(t->get_component(i));

@@ -127,6 +127,8 @@ Z3_sort Z3Engine::sort_of(DataType const* t) {
       }
       case DataType::Kind::Function:
         throw Error("z3: a function type is not the sort of a term");
+      case DataType::Kind::Param:
+        throw Error("z3: the sort parameter " + u->get_name() + " is not the sort of a term");
       case DataType::Kind::Datatype: {
         // The whole group at once, after the sorts its fields take from outside it.
         bool ready = true;

@@ -21,6 +21,26 @@ namespace tvx {
 // again when writing fails, a symbol's bit is set only after the write, and the stack has room
 // reserved before anything is recorded, so that record and stack always agree.
 void SmtLib2ApiTracer::trace_type_declaration(DataType const* type) {
+  if (type->is_instance()) {
+    // An instance needs its generic sort and the declarable sorts among its arguments, found
+    // on an explicit stack however deep the arguments nest.
+    std::vector<DataType const*> walk{type};
+    std::vector<DataType const*> found;
+    while (!walk.empty()) {
+      DataType const* u = walk.back();
+      walk.pop_back();
+      DataType const* d = u->is_instance() ? u->get_generic() : u;
+      if (d->is_declarable() && declared_types_.count(d) == 0) {
+        found.push_back(d);
+      }
+      walk.insert(walk.end(), u->get_components().begin(), u->get_components().end());
+    }
+    for (DataType const* d : found) {
+      trace_type_declaration(d);
+    }
+    out_.flush();
+    return;
+  }
   if (type->is_datatype()) {
     declare_datatype(type);
     out_.flush();
@@ -47,6 +67,9 @@ void SmtLib2ApiTracer::trace_type_declaration(DataType const* type) {
 // the group (uninterpreted sorts and other datatypes, which may need others in turn: an
 // explicit stack declares dependencies first).
 void SmtLib2ApiTracer::declare_datatype(DataType const* type) {
+  if (type->is_instance()) {
+    type = type->get_generic();
+  }
   if (declared_types_.count(type) != 0) {
     return;
   }
@@ -71,7 +94,7 @@ void SmtLib2ApiTracer::declare_datatype(DataType const* type) {
           continue;
         }
         if (f->is_datatype()) {
-          stack.push_back({f, false});
+          stack.push_back({f->is_instance() ? f->get_generic() : f, false});
         } else {
           trace_type_declaration(f);
         }
@@ -200,7 +223,7 @@ inline void SmtLib2ApiTracer::examine(Term const* t, std::size_t n,
     own_declared = false;
   }
   if (ty->is_simple()) {
-    // The declarable sorts are the user's uninterpreted ones.
+    // The declarable sorts are the user's uninterpreted ones and datatypes.
     if (ty != last_sort) {
       last_sort = ty;
       last_sort_undeclared =
@@ -208,6 +231,27 @@ inline void SmtLib2ApiTracer::examine(Term const* t, std::size_t n,
     }
     if (last_sort_undeclared) {
       types.insert(ty);
+      own_declared = false;
+    }
+  } else if (ty->has_instances()) {
+    // (S Int), (Array Int (L U)): the generic sorts and the declarable sorts inside.
+    if (ty != last_sort) {
+      last_sort = ty;
+      instance_sorts_.clear();
+      sort_walk_.assign(1, ty);
+      while (!sort_walk_.empty()) {
+        DataType const* u = sort_walk_.back();
+        sort_walk_.pop_back();
+        DataType const* d = u->is_instance() ? u->get_generic() : u;
+        if (d->is_declarable() && declared_types_.find(d) == declared_types_.end()) {
+          instance_sorts_.push_back(d);
+        }
+        sort_walk_.insert(sort_walk_.end(), u->get_components().begin(), u->get_components().end());
+      }
+      last_sort_undeclared = !instance_sorts_.empty();
+    }
+    if (last_sort_undeclared) {
+      types.insert(instance_sorts_.begin(), instance_sorts_.end());
       own_declared = false;
     }
   }

@@ -419,6 +419,56 @@ TEST_F(TermTest, DatatypesAndTheirConstructors) {
   EXPECT_EQ(mgr.get_printed_name(list2), "L!1");
 }
 
+// Sorts with parameters: instances are hash-consed and printed as applications; a parametric
+// datatype's instance has constructors of its own, printed under the generic names, with the
+// constructor qualified by its sort.
+TEST_F(TermTest, SortsWithParametersAndTheirInstances) {
+  DataType const* s2 = mgr.make_sort_constructor("S", 2);
+  DataType const* s_ib = mgr.get_instance(s2, {integer, mgr.get_bool_type()});
+  EXPECT_EQ(mgr.get_instance(s2, {integer, mgr.get_bool_type()}), s_ib);
+  EXPECT_NE(mgr.get_instance(s2, {integer, integer}), s_ib);
+  EXPECT_EQ(s_ib->to_string(), "(S Int Bool)");
+  EXPECT_TRUE(s_ib->is_instance() && !s_ib->is_simple() && !s_ib->is_declarable());
+  EXPECT_THROW(mgr.get_instance(s2, {integer}), Refused);
+  EXPECT_THROW(mgr.make_symbol("bad", s2), Refused) << "a generic sort is no term's sort";
+
+  DataType const* t = mgr.get_sort_parameter("T", 0);
+  DataType const* list = mgr.make_datatype_sort("L", 1);
+  DataType const* l_t = mgr.get_instance(list, {t});
+  mgr.define_datatypes({list}, {{{"nil", {}}, {"cons", {{"hd", t}, {"tl", l_t}}}}}, {{t}});
+  std::ostringstream declaration;
+  printer.print_type_declaration(declaration, list);
+  EXPECT_EQ(declaration.str(),
+            "(declare-datatypes ((L 1)) ((par (T) ((nil) (cons (hd T) (tl (L T)))))))\n");
+  DataType const* l_int = mgr.get_instance(list, {integer});
+  EXPECT_EQ(mgr.substitute_params(mgr.get_array_type(t, l_t), {integer}),
+            mgr.get_array_type(integer, l_int));
+  std::vector<DataType const*> binding;
+  EXPECT_TRUE(
+      mgr.match_params(mgr.get_array_type(t, l_t), mgr.get_array_type(integer, l_int), binding));
+  EXPECT_EQ(binding, std::vector<DataType const*>{integer});
+  EXPECT_FALSE(mgr.match_params(l_t, mgr.get_array_type(integer, integer), binding));
+  Symbol const* generic_cons = mgr.find_symbol("cons");
+  Symbol const* cons = mgr.instance_symbol(generic_cons, l_int);
+  Symbol const* nil = mgr.datatype_info(l_int)->constructors[0].constructor;
+  EXPECT_EQ(cons->get_output_type(), l_int);
+  EXPECT_EQ(mgr.instance_symbol(generic_cons, l_int), cons) << "made once";
+  Term const* one = mgr.make_term(cons, {i, mgr.make_constant(nil)});
+  EXPECT_EQ(print(one), "((as cons (L Int)) i (as nil (L Int)))");
+  EXPECT_EQ(print(mgr.make_term(mgr.datatype_info(l_int)->constructors[1].tester, {one})),
+            "(is-cons ((as cons (L Int)) i (as nil (L Int))))");
+  EXPECT_FALSE(mgr.has_params(one));
+  EXPECT_TRUE(mgr.has_params(mgr.make_constant(mgr.find_symbol("nil"))));
+  // A field of a parameter that is not the datatype's own is refused.
+  DataType const* other = mgr.make_datatype_sort("M", 1);
+  EXPECT_THAT(
+      [&] {
+        mgr.define_datatypes({other}, {{{"m", {{"f", mgr.get_sort_parameter("X", 1)}}}}},
+                             {{mgr.get_sort_parameter("Y", 0)}});
+      },
+      ThrowsMessage<Refused>(HasSubstr("not one of M's")));
+}
+
 TEST_F(TermTest, MillionDeepTermPrintsWithoutRecursion) {
   Term const* t = p;
   std::string expected;

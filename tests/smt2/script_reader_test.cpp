@@ -139,6 +139,14 @@ TEST(ScriptReaderTest, CommandsBecomeApiCalls) {
        "(declare-fun b () Bool)\n(assert (and a b a (= 1 1)))\n"},
       {"(declare-fun a () (Array Int Real))(assert (= a ((as const (Array Int Real)) 1)))",
        "(declare-fun a () (Array Int Real))\n(assert (= a ((as const (Array Int Real)) 1.0)))\n"},
+      // A bare constructor of a parametric datatype takes its sort from where it stands.
+      {"(declare-datatypes ((L 1)) ((par (T) ((nil) (cons (hd T) (tl (L T)))))))"
+       "(declare-fun x () (L Int))(assert (and ((_ is cons) x) (= (tl x) nil) (= x (cons 1 nil))"
+       " (match x ((nil false) ((cons h t) (= t (as nil (L Int))))))))",
+       "(declare-datatypes ((L 1)) ((par (T) ((nil) (cons (hd T) (tl (L T)))))))\n"
+       "(declare-fun x () (L Int))\n(assert (let ((_let_1 (= (tl x) (as nil (L Int))))) (and "
+       "(is-cons x) _let_1 (= x ((as cons (L Int)) 1 (as nil (L Int)))) (ite (is-nil x) false "
+       "_let_1))))\n"},
       // After a reset every name may be declared again, with another sort; the new symbol
       // has a printed name of its own.
       {"(declare-sort U 0)(declare-fun x () U)(push 1)(define-fun d () Bool true)(assert d)"
@@ -177,7 +185,18 @@ TEST(ScriptReaderTest, MalformedAndUnsupportedInput) {
       {"(define-funs-rec ((f () Int) (g () Int)) (1))", "1:44", "one body per function", 0},
       {"(declare-fun f () Int)(define-fun-rec f () Int 1)", "1:39", "already declared", 1},
       {"(check-sat)(minimize x)", "1:13", "the command 'minimize' is not supported", 1},
-      {"(declare-sort S 1)", "1:17", "parametric sorts are not supported", 0},
+      {"(declare-sort S 1)(declare-fun x () S)", "1:37", "the sort 'S' takes 1 argument(s)", 1},
+      {"(declare-sort S 2)(declare-fun x () (S Int))", "1:43", "'S' takes 2 argument(s)", 1},
+      {"(declare-datatypes ((L 1)) ((par (T) ((nil) (cons (hd T) (tl (L T)))))))"
+       "(assert (= nil nil))",
+       "1:82", "the sort of 'nil' is not known here: write (as nil SORT)", 0},
+      {"(declare-datatypes ((L 1)) ((par (T) ((nil) (cons (hd T) (tl (L T)))))))"
+       "(declare-fun x () (L Int))(assert (= (cons true nil) x))",
+       "1:108", "((L Bool) (L Int))", 2},
+      {"(declare-datatypes ((L 1)) (((nil))))", "1:30", "expected 'par'", 0},
+      {"(declare-datatypes ((L 1)) ((par (T U) ((nil)))))", "1:22", "takes 1 sort parameter", 0},
+      {"(declare-datatype L (par (T T) ((nil))))", "1:29", "'T' is repeated", 0},
+      {"(declare-datatype L (par (T) ((c (s U)))))", "1:37", "unknown sort 'U'", 0},
       {"(define-sort M (K V) (Array K V))(declare-fun m () (M Int))", "1:58", "'M' takes 2", 0},
       {"(define-sort M (K) K)(declare-fun m () M)", "1:40", "'M' takes 1 argument", 0},
       {"(define-sort M (K) K)(declare-fun m () (M Int Int))", "1:47", "expected ')'", 0},
@@ -220,7 +239,6 @@ TEST(ScriptReaderTest, MalformedAndUnsupportedInput) {
       {"(declare-datatypes ((A 0) (A 0)) (((a)) ((b))))", "1:28", "already declared", 0},
       {"(declare-datatype A ((a (s A))))", "1:2", "has no value", 0},
       {"(declare-datatypes () ((A (a (s B)))))", "1:33", "unknown sort 'B'", 0},
-      {"(declare-datatypes ((L 1)) ((par (T) ((nil)))))", "1:24", "sort parameters", 0},
       {"(declare-datatype A ((a) (b)))(declare-const x A)(assert (match x ((1 true))))", "1:69",
        "expected a pattern", 2},
       {"(declare-datatype A ((a (s Int)) (b)))(declare-const x A)"

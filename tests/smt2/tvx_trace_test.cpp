@@ -270,6 +270,19 @@ TEST_F(TvxTraceTest, ScriptsReplayInZ3AndCvc5InBothModes) {
        "(assert (=> ((_ is succ) n) (distinct n (pred n))))"
        "(assert (= n (succ (succ zero))))(check-sat)"
        "(assert (= l (cons (node nil) (cons (leaf 1) nil))))(assert (is-leaf (hd l)))(check-sat)"},
+      {"parametric datatypes and sorts",
+       "(declare-datatypes ((Lst 1) (Pair 2)) ((par (T) ((nil) (cons (hd T) (tl (Lst T)))))"
+       " (par (A B) ((mk (fst A) (snd B))))))(declare-sort S 1)"
+       "(declare-datatype Opt (par (X) ((none) (some (val X)))))(declare-fun s () (S Int))"
+       "(declare-fun x () (Lst Int))(declare-fun y () (Lst Bool))"
+       "(declare-fun p () (Pair Int (S Int)))(declare-fun o () (Opt (Lst Int)))"
+       "(assert (= x ((as cons (Lst Int)) 1 (as nil (Lst Int)))))(assert (is-cons y))"
+       "(assert (not (= y (as nil (Lst Bool)))))(assert (= (tl y) (cons false (as nil (Lst "
+       "Bool)))))"
+       "(assert (= (snd p) s))"
+       "(assert (= o (some (cons 5 x))))(assert (match o ((none false) ((some v) (= (hd v) 5)))))"
+       "(check-sat)(push 1)(assert (is-nil (tl (val o))))(check-sat)(pop 1)"
+       "(assert (= (fst p) (hd (tl (val o)))))(assert (distinct (fst p) 1))(check-sat)"},
   };
   std::string const trace = "'" + tmp_ + "/trace.smt2'";
   for (auto const& [what, script] : scripts) {

@@ -724,6 +724,41 @@ TEST_P(EngineSuiteTest, DatatypeValuesAreConstructorTerms) {
   EXPECT_EQ(value(app(f, {num("1")})), cons(num("2"), nil));
 }
 
+// Instances of a parametric datatype and of a sort with parameters are sorts of their own in
+// every engine; values come back as the instance's constructor terms.
+TEST_P(EngineSuiteTest, ParametricDatatypesAndSortConstructors) {
+  Solver& s = *solver_;
+  DataType const* t = mgr_.get_sort_parameter("T", 0);
+  DataType const* list = mgr_.make_datatype_sort("L", 1);
+  mgr_.define_datatypes(
+      {list}, {{{"nil", {}}, {"cons", {{"hd", t}, {"tl", mgr_.get_instance(list, {t})}}}}}, {{t}});
+  DataType const* box = mgr_.make_sort_constructor("Box", 1);
+  DataType const* l_int = mgr_.get_instance(list, {I_});
+  DataType const* l_bool = mgr_.get_instance(list, {B_});
+  DataType const* box_int = mgr_.get_instance(box, {I_});
+  auto const& li = mgr_.datatype_info(l_int)->constructors;
+  auto const& lb = mgr_.datatype_info(l_bool)->constructors;
+  Term const* x = var("x", l_int);
+  Term const* y = var("y", l_bool);
+  Term const* b1 = var("b1", box_int);
+  Term const* b2 = var("b2", box_int);
+  Term const* nil_int = mgr_.make_constant(li[0].constructor);
+  Term const* nil_bool = mgr_.make_constant(lb[0].constructor);
+  assert_all({app(li[1].tester, {x}), eq(app(li[1].selectors[0], {x}), num("4")),
+              eq(app(li[1].selectors[1], {x}), nil_int), app(lb[1].tester, {y}),
+              app(lb[1].selectors[0], {y}), eq(app(lb[1].selectors[1], {y}), nil_bool),
+              mgr_.make_not(eq(b1, b2))});
+  ASSERT_EQ(s.check(), CheckResult::Sat);
+  EXPECT_EQ(value(x), app(li[1].constructor, {num("4"), nil_int}));
+  EXPECT_EQ(value(y), app(lb[1].constructor, {mgr_.make_true(), nil_bool}));
+  EXPECT_NE(value(b1), value(b2));
+  EXPECT_EQ(value(b1)->get_type(), box_int);
+  // A term over the generic datatype's own constructors reaches no engine.
+  EXPECT_THROW(s.assert_formula(eq(mgr_.make_constant(mgr_.find_symbol("nil")),
+                                   mgr_.make_constant(mgr_.find_symbol("nil")))),
+               Error);
+}
+
 // Recursive definitions, one alone and a mutually recursive pair, decide checks in every
 // engine, scoped like declarations; misuse is refused before anything is traced.
 TEST_P(EngineSuiteTest, RecursiveDefinitionsDecideChecks) {

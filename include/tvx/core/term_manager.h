@@ -59,6 +59,7 @@ struct DatatypeInfo {
   };
   std::vector<DataType const*> const* group;
   std::vector<Constructor> constructors;
+  std::vector<DataType const*> params;  // a generic datatype's sort parameters, in order
 };
 
 class TermManager {
@@ -85,22 +86,45 @@ class TermManager {
   // a declaration.
   DataType const* get_simple_type(std::string const& name, bool uninterpreted_only);
 
+  // Sorts with parameters. make_sort_constructor makes a generic uninterpreted sort
+  // ((declare-sort S 2)); get_instance applies a generic sort to arguments ((S Int Bool)), the
+  // same sort for the same arguments. A parametric datatype's fields take its parameters
+  // (get_sort_parameter: one sort per name and position) and instances over them.
+  DataType const* make_sort_constructor(std::string const& name, std::size_t arity);
+  DataType const* get_sort_parameter(std::string const& name, std::size_t index);
+  DataType const* get_instance(DataType const* generic, std::vector<DataType const*> const& args);
+  // t with args[i] put for each sort parameter of position i.
+  DataType const* substitute_params(DataType const* t, std::vector<DataType const*> const& args);
+  // Whether `actual` is `pattern` with sorts put for its parameters, extending `binding`
+  // (indexed by parameter position; null where not bound yet) with those sorts.
+  bool match_params(DataType const* pattern, DataType const* actual,
+                    std::vector<DataType const*>& binding) const;
+
   // Datatypes are made in two steps, so that a group's constructors can take the group's own
   // sorts: make_datatype_sort makes a sort without constructors that no name lookup finds yet;
   // define_datatypes gives each sort of a group its constructors (constructors[i] for
-  // sorts[i]). It checks the whole group first (names, sorts, every datatype inhabited) and
-  // throws before anything is made; then the sorts' and constructors' and selectors' names
-  // become known (get_simple_type, find_symbol), printed names chosen as for uninterpreted
-  // symbols and sorts. Testers have no name of their own: they are written (_ is C).
-  DataType const* make_datatype_sort(std::string const& name);
+  // sorts[i]) and, for a parametric one, its parameters (params[i]: get_sort_parameter's
+  // sorts of positions 0, 1, ...). It checks the whole group first (names, sorts, every
+  // datatype inhabited) and throws before anything is made; then the sorts' and constructors'
+  // and selectors' names become known (get_simple_type, find_symbol), printed names chosen as
+  // for uninterpreted symbols and sorts. Testers have no name of their own: they are written
+  // (_ is C). A parametric datatype's own constructors are over its parameters: terms take
+  // those of its instances (instance_symbol).
+  DataType const* make_datatype_sort(std::string const& name, std::size_t num_params = 0);
   void define_datatypes(std::vector<DataType const*> const& sorts,
-                        std::vector<std::vector<ConstructorDecl>> const& constructors);
-  // The constructors of a defined datatype; null for any other sort.
-  DatatypeInfo const* datatype_info(DataType const* sort) const;
-  // The declarable sorts (uninterpreted sorts, datatypes) from outside a datatype's group that
-  // the group's fields take, components of compound sorts included: what a declaration of the
-  // group needs declared before it. Each once, in order of first mention.
-  std::vector<DataType const*> datatype_dependencies(DataType const* sort) const;
+                        std::vector<std::vector<ConstructorDecl>> const& constructors,
+                        std::vector<std::vector<DataType const*>> const& params = {});
+  // The constructors of a defined datatype or of an instance of one (made on first request);
+  // null for any other sort.
+  DatatypeInfo const* datatype_info(DataType const* sort);
+  // The constructor, selector or tester of `instance` that the generic datatype's symbol
+  // `generic` stands for.
+  Symbol const* instance_symbol(Symbol const* generic, DataType const* instance);
+  // The sorts from outside a datatype's group that the group's fields take, components of
+  // arrays included: for a generic or plain datatype the declarable sorts and instances a
+  // declaration of the group needs declared first; for an instance, the sorts an engine makes
+  // first. Each once, in order of first mention.
+  std::vector<DataType const*> datatype_dependencies(DataType const* sort);
   // The datatype a DT_CONSTRUCTOR, DT_SELECTOR or DT_TESTER symbol belongs to, and the
   // constructor it belongs to.
   DatatypeInfo::Constructor const& constructor_of(Symbol const* s) const;
@@ -173,6 +197,14 @@ class TermManager {
     return id >= free_vars_of_.size() || free_vars_of_[id] == 0;
   }
 
+  // Whether a symbol of a parametric datatype over its own parameters occurs in `t` (a bare
+  // `nil` of (List T), say): such a term reaches no solver, which needs the instance.
+  bool has_any_params() const { return any_generic_; }
+  bool has_params(Term const* t) const {
+    std::size_t const id = static_cast<std::size_t>(t->get_id());
+    return id < generic_terms_.size() && generic_terms_[id];
+  }
+
   // An irrational algebraic Real that a solver answered, exact as the solver wrote it
   // (`text`, such as "(root-obj (+ (^ x 2) (- 2)) 2)", which printers write as it is), with a
   // decimal approximation (empty when the solver gave none). One term per text. Solvers take
@@ -238,7 +270,11 @@ class TermManager {
   void grow_terms();
 
   DataType const* intern_type(DataType::Kind kind, std::string name, std::uint64_t width,
-                              std::vector<DataType const*> components);
+                              std::vector<DataType const*> components,
+                              DataType const* generic = nullptr, std::size_t num_params = 0);
+  void instantiate_datatypes(DataType const* instance);
+  // A datatype symbol of an instance, like the generic one `like` but of sort `type`.
+  Symbol const* make_datatype_symbol(Symbol const* like, DataType const* type);
   Symbol const* interpreted_symbol(SymbolTag::tag tag, std::string const& name,
                                    DataType const* const* arg_types, std::size_t n,
                                    DataType const* result, std::uint64_t const* indices,
@@ -298,15 +334,21 @@ class TermManager {
   std::map<std::pair<std::string, std::uint64_t>, Term const*> variables_;
   std::vector<BinderInfo> binder_infos_;
   std::map<std::string, Term const*> algebraics_;
-  // Datatypes by sort id; each group's list of sorts, shared by its members.
-  std::unordered_map<std::uint64_t, DatatypeInfo> datatypes_;
+  // Datatypes by sort id (a generic datatype's instance over its own parameters shares its
+  // entry); each group's list of sorts, shared by its members.
+  std::unordered_map<std::uint64_t, DatatypeInfo*> datatypes_;
+  std::deque<DatatypeInfo> datatype_infos_;
   std::deque<std::vector<DataType const*>> datatype_groups_;
+  std::map<std::pair<std::string, std::uint64_t>, DataType const*> params_;
   std::unordered_map<std::uint64_t, std::string> approximations_;  // by symbol id
   std::map<std::string, std::size_t> binder_info_index_;
   // Free variables: per term id (0 for none, and for every term made before the first
   // variable), an index into var_sets_, which holds each set of variable symbol ids once,
   // sorted; var_sets_[0] is the empty set.
   std::vector<std::uint32_t> free_vars_of_;
+  // Per term id, whether it has_params(); kept only once a parametric datatype exists.
+  std::vector<bool> generic_terms_;
+  bool any_generic_ = false;
   std::vector<std::vector<std::uint64_t>> var_sets_;
   std::map<std::vector<std::uint64_t>, std::uint32_t> var_set_index_;
   std::vector<std::uint64_t> key_scratch_;

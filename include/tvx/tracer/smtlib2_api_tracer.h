@@ -134,6 +134,9 @@ class SmtLib2ApiTracer : public ApiTracer {
   std::vector<bool> declared_symbols_;
   std::vector<Symbol const*> symbol_decl_stack_;
   std::set<DataType const*, TermPrinter::sym_ty_lt> declared_types_;
+  // Scratch of the declaration search for sorts with instances.
+  std::vector<DataType const*> instance_sorts_;
+  std::vector<DataType const*> sort_walk_;
   std::vector<DataType const*> type_decl_stack_;
   std::vector<Symbol const*> new_symbols_;  // in declaration order, each once
   // Scratch of find_symbols_and_types_to_declare alone, so that it leaves new_symbols_ be.
