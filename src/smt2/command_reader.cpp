@@ -23,12 +23,7 @@ void ScriptReader::Impl::read(std::istream& in, std::string const& filename) {
     Impl* self;
     ~Reset() {
       self->lex_ = nullptr;
-      self->frames_.clear();
-      self->values_.clear();
-      self->indices_.clear();
-      self->let_names_.clear();
-      self->undo_lets(0);
-      self->binder_attributes_.clear();
+      self->reset_parse_state();
     }
   } reset{this};
   for (;;) {
@@ -41,19 +36,37 @@ void ScriptReader::Impl::read(std::istream& in, std::string const& filename) {
     assert(frames_.empty() && values_.empty() && let_undo_.empty());
     std::uint64_t const line = lex.peek().line;
     std::uint64_t const column = lex.peek().column;
+    std::uint64_t const answered = responses_ == nullptr ? 0 : responses_->count();
     bool more = true;
     try {
-      more = command();
-    } catch (ReadError const&) {
-      throw;
-    } catch (Unsupported const& e) {
-      // An engine without the feature: a solver answers "unsupported" and goes on.
-      if (responses_ == nullptr) {
+      try {
+        more = command();
+      } catch (ReadError const&) {
+        throw;
+      } catch (Unsupported const& e) {
+        // An engine without the feature: a solver answers "unsupported" and goes on.
+        if (responses_ == nullptr) {
+          error_at(line, column, e.what());
+        }
+        responses_->unsupported();
+      } catch (Error const& e) {
         error_at(line, column, e.what());
       }
-      responses_->unsupported();
-    } catch (Error const& e) {
-      error_at(line, column, e.what());
+    } catch (ReadError const& e) {
+      if (responses_ == nullptr || !persona_.continued_execution) {
+        throw;
+      }
+      // Continued execution: the error is the command's answer, and the next command follows.
+      responses_->error(e.what());
+      ++errors_answered_;
+      reset_parse_state();
+      if (!lex.skip_to_command_end()) {
+        return;
+      }
+      continue;
+    }
+    if (print_success_ && responses_ != nullptr && responses_->count() == answered) {
+      responses_->text("success");
     }
     if (!more) {
       return;
@@ -226,11 +239,29 @@ void ScriptReader::Impl::cmd_check_allsat() {
   }
 }
 
+// Each value is answered beside its term as the script wrote it, the way solvers echo it.
 void ScriptReader::Impl::cmd_get_value() {
-  cmd_term_list(terms_scratch_, false, "get-value");
-  std::vector<std::pair<Term const*, Term const*>> values;
-  for (Term const* t : terms_scratch_) {
-    values.emplace_back(t, solver_.get_model_value(t));
+  std::vector<std::string> texts;
+  expect_lparen(" starting the list of terms");
+  terms_scratch_.clear();
+  struct StopRecording {
+    Lexer* lex;
+    ~StopRecording() { lex->record_into(nullptr); }
+  } stop{lex_};
+  while (lex_->peek_kind() != TokenKind::kRParen) {
+    texts.emplace_back();
+    lex_->record_into(&texts.back());
+    terms_scratch_.push_back(parse_term(false));
+    lex_->record_into(nullptr);
+  }
+  if (terms_scratch_.empty()) {
+    expected("a term");
+  }
+  lex_->next();
+  expect_rparen(" after the list of terms");
+  std::vector<std::pair<std::string, Term const*>> values;
+  for (std::size_t i = 0; i < terms_scratch_.size(); ++i) {
+    values.emplace_back(std::move(texts[i]), solver_.get_model_value(terms_scratch_[i]));
   }
   if (responses_ != nullptr) {
     responses_->values(values);
@@ -312,6 +343,10 @@ void ScriptReader::Impl::cmd_reset() {
   have_pending_group_ = false;
   assertion_names_.clear();
   named_formulas_.clear();
+  options_.clear();
+  config_.model_generation = initial_models_;
+  config_.unsat_core_generation = initial_cores_;
+  print_success_ = print_success_ && persona_.reset_keeps_print_success;
   solver_.reset();
 }
 
@@ -357,6 +392,7 @@ void ScriptReader::Impl::cmd_set_logic() {
   bool const reals =
       logic.find("RA") != std::string::npos || logic.find("RDL") != std::string::npos;
   numerals_are_real_ = reals && !ints;
+  solver_.set_logic(logic);
 }
 
 void ScriptReader::Impl::cmd_set_info() {
@@ -387,8 +423,13 @@ void ScriptReader::Impl::cmd_echo() {
   std::string const text = lex_->peek().text;
   lex_->next();
   expect_rparen(" after the string");
-  if (responses_ != nullptr) {
+  if (responses_ != nullptr && persona_.echo_quoted) {
     responses_->string(text);
+  } else if (responses_ != nullptr) {
+    responses_->text(text);
+  }
+  if (responses_ != nullptr && print_success_ && persona_.echo_success) {
+    responses_->text("success");
   }
 }
 
@@ -680,43 +721,123 @@ void ScriptReader::Impl::cmd_assert() {
       return;  // only the marker that selects a group
     }
   }
-  solver_.assert_formula(t);
-  if (!pending_name_.empty()) {
+  if (pending_name_.empty()) {
+    solver_.assert_formula(t);
+  } else {
+    solver_.assert_named(t, pending_name_);
     assertion_names_[t] = pending_name_;
   }
 }
 
 // get-info and get-option: the few keys a session can answer; "unsupported" for the rest.
 void ScriptReader::Impl::answer_info(bool info, std::string const& key) {
-  std::string value;
-  if (info && key == ":name") {
-    value = "\"tvx\"";
-  } else if (info && key == ":error-behavior") {
-    value = "immediate-exit";
-  } else if (info && key == ":reason-unknown") {
-    std::string const& reason = solver_.reason_unknown();
-    if (!reason.empty() && reason.find_first_of(" ()\"|;") == std::string::npos) {
-      value = reason;
-    } else {
-      value = "\"";
-      for (char c : reason) {
-        value += c == '"' ? std::string("\"\"") : std::string(1, c);
-      }
-      value += '"';
+  auto quoted = [](std::string const& text) {
+    std::string out = "\"";
+    for (char c : text) {
+      out += c == '"' ? std::string("\"\"") : std::string(1, c);
     }
-  } else if (!info && key == ":produce-models") {
-    value = config_.model_generation ? "true" : "false";
-  } else if (!info && key == ":produce-unsat-cores") {
-    value = config_.unsat_core_generation ? "true" : "false";
+    return out + '"';
+  };
+  std::string value;
+  if (!info) {
+    value = option_value(key);
+    if (value.empty()) {
+      responses_->unsupported();
+    } else {
+      responses_->text(value);
+    }
+    return;
+  }
+  if (key == ":name") {
+    value = quoted(persona_.name);
+  } else if (key == ":version" && !persona_.version.empty()) {
+    value = quoted(persona_.version);
+  } else if (key == ":authors" && !persona_.authors.empty()) {
+    value = quoted(persona_.authors);
+  } else if (key == ":error-behavior") {
+    value = persona_.continued_execution ? "continued-execution" : "immediate-exit";
+  } else if (key == ":reason-unknown") {
+    std::string reason = solver_.reason_unknown();
+    if (reason.empty()) {
+      reason = "unknown";
+    }
+    bool const simple = !reason.empty() && reason.find_first_of(" ()\"|;") == std::string::npos;
+    value = simple ? reason : quoted(reason);
+  } else if (key == ":all-statistics") {
+    value = "()";
+  } else if (key == ":assertion-stack-levels") {
+    value = std::to_string(scope_marks_.size());
   } else {
     responses_->unsupported();
     return;
   }
-  if (info) {
-    responses_->info(key, value);
-  } else {
-    responses_->text(value);
+  responses_->info(key, value);
+}
+
+void ScriptReader::Impl::reset_parse_state() {
+  frames_.clear();
+  values_.clear();
+  indices_.clear();
+  let_names_.clear();
+  undo_lets(0);
+  binder_attributes_.clear();
+  forward_sort_ = nullptr;
+  pending_name_.clear();
+  have_pending_group_ = false;
+}
+
+namespace {
+
+// The standard options and their values before any set-option, as get-option writes them.
+struct StandardOption {
+  char const* key;
+  char const* initial;
+};
+constexpr StandardOption kStandardOptions[] = {
+    {":diagnostic-output-channel", "\"stderr\""},
+    {":global-declarations", "false"},
+    {":interactive-mode", "false"},
+    {":print-success", "false"},
+    {":produce-assertions", "false"},
+    {":produce-assignments", "false"},
+    {":produce-models", "false"},
+    {":produce-proofs", "false"},
+    {":produce-unsat-assumptions", "false"},
+    {":produce-unsat-cores", "false"},
+    {":random-seed", "0"},
+    {":regular-output-channel", "\"stdout\""},
+    {":reproducible-resource-limit", "0"},
+    {":verbosity", "0"},
+    // Options many solvers take beside the standard ones.
+    {":timeout", "0"},
+    {":rlimit", "0"},
+};
+
+}  // namespace
+
+std::string ScriptReader::Impl::option_value(std::string const& key) const {
+  if (key == ":produce-models") {
+    return config_.model_generation ? "true" : "false";
   }
+  if (key == ":produce-unsat-cores") {
+    return config_.unsat_core_generation ? "true" : "false";
+  }
+  if (key == ":print-success") {
+    return print_success_ ? "true" : "false";
+  }
+  if (key == ":global-declarations" || key == ":global-decls") {
+    return global_declarations_ ? "true" : "false";
+  }
+  auto it = options_.find(key);
+  if (it != options_.end()) {
+    return it->second;
+  }
+  for (StandardOption const& o : kStandardOptions) {
+    if (key == o.key) {
+      return o.initial;
+    }
+  }
+  return "";
 }
 
 void ScriptReader::Impl::cmd_set_option() {
@@ -725,6 +846,36 @@ void ScriptReader::Impl::cmd_set_option() {
     expected("an option keyword");
   }
   lex_->next();
+  auto boolean = [&]() {
+    Token const value = lex_->peek();
+    if (value.kind != TokenKind::kSymbol || (value.text != "true" && value.text != "false")) {
+      expected("'true' or 'false'");
+    }
+    lex_->next();
+    expect_rparen(" after the option value");
+    return value.text == "true";
+  };
+  if (eq(key.text, ":print-success")) {
+    print_success_ = boolean();
+    return;
+  }
+  // The options that decide what a session may ask go into the trace, so that it replays.
+  if (eq(key.text, ":produce-models")) {
+    config_.model_generation = boolean();
+    solver_.set_option(key.text, config_.model_generation ? "true" : "false");
+    return;
+  }
+  if (eq(key.text, ":produce-unsat-cores")) {
+    config_.unsat_core_generation = boolean();
+    solver_.set_option(key.text, config_.unsat_core_generation ? "true" : "false");
+    return;
+  }
+  if (eq(key.text, ":produce-unsat-assumptions") || eq(key.text, ":produce-assignments")) {
+    bool const on = boolean();
+    options_[key.text] = on ? "true" : "false";
+    solver_.set_option(key.text, on ? "true" : "false");
+    return;
+  }
   if (eq(key.text, ":config")) {
     Token const value = lex_->peek();
     if (value.kind != TokenKind::kString) {
@@ -753,8 +904,42 @@ void ScriptReader::Impl::cmd_set_option() {
     global_declarations_ = value.text == "true";
     return;
   }
-  skip_attribute_value();
+  // Any other standard option is kept as written, for get-option; an option no solver
+  // standard knows is answered unsupported, as SMT-LIB says.
+  if (option_value(key.text).empty()) {
+    skip_attribute_value();
+    expect_rparen(" after the option value");
+    if (responses_ != nullptr) {
+      responses_->unsupported();
+    }
+    return;
+  }
+  Token const value = lex_->peek();
+  if (value.kind == TokenKind::kLParen || value.kind == TokenKind::kRParen) {
+    expected("an option value");
+  }
+  lex_->next();
   expect_rparen(" after the option value");
+  std::string text = value.text;
+  if (value.kind == TokenKind::kString) {
+    text = "\"";
+    for (char c : value.text) {
+      text += c == '"' ? std::string("\"\"") : std::string(1, c);
+    }
+    text += '"';
+  }
+  if (eq(key.text, ":timeout") || eq(key.text, ":random-seed")) {
+    std::uint64_t n = 0;
+    if (value.kind != TokenKind::kNumeral || !str::parse_decimal(value.text, &n)) {
+      error_at(value, "expected a numeral after '" + key.text + "'");
+    }
+    if (eq(key.text, ":timeout")) {
+      config_.timeout = static_cast<double>(n) / 1000.0;  // milliseconds, as solvers take it
+    } else {
+      config_.random_seed = static_cast<unsigned>(n);
+    }
+  }
+  options_[key.text] = text;
 }
 
 void ScriptReader::Impl::cmd_term_list(std::vector<Term const*>& out, bool allow_empty,

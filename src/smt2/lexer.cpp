@@ -113,6 +113,64 @@ void Lexer::error_here(std::string const& message) {
   error(t.line, t.column, message);
 }
 
+void Lexer::record(Token const& t) {
+  std::string& out = *record_;
+  if (!out.empty() && out.back() != '(' && t.kind != TokenKind::kRParen) {
+    out += ' ';
+  }
+  switch (t.kind) {
+    case TokenKind::kLParen:
+      out += '(';
+      break;
+    case TokenKind::kRParen:
+      out += ')';
+      break;
+    case TokenKind::kString:
+      out += '"';
+      for (char c : t.text) {
+        out += c;
+        if (c == '"') {
+          out += '"';
+        }
+      }
+      out += '"';
+      break;
+    case TokenKind::kSymbol:
+      if (t.quoted) {
+        out += '|';
+        out += t.text;
+        out += '|';
+        break;
+      }
+      out += t.text;
+      break;
+    default:
+      out += t.text;
+      break;
+  }
+}
+
+bool Lexer::skip_to_command_end() {
+  while (depth_ > 0) {
+    TokenKind kind;
+    try {
+      kind = peek_kind();
+    } catch (ReadError const&) {
+      // The culprit character: past it, lexing starts afresh.
+      if (peek_char() < 0) {
+        return false;
+      }
+      ++cur_;
+      continue;
+    }
+    if (kind == TokenKind::kEof) {
+      return false;
+    }
+    next();
+  }
+  return true;
+}
+
 void Lexer::fail(std::uint64_t line, std::uint64_t column, std::string const& message) {
   have_token_ = false;
   sync();

@@ -64,7 +64,21 @@ class Lexer {
       lex();
     }
     have_token_ = false;
+    depth_ += token_.kind == TokenKind::kLParen;
+    depth_ -= token_.kind == TokenKind::kRParen && depth_ > 0;
+    if (record_ != nullptr) {
+      record(token_);
+    }
   }
+  // From now on each token consumed is appended to `text` as SMT-LIB writes it, one blank
+  // between tokens except after '(' and before ')'; null stops recording.
+  void record_into(std::string* text) { record_ = text; }
+  // Parentheses opened and not closed by the tokens consumed so far.
+  std::uint64_t depth() const { return depth_; }
+  // After an error inside a command: consumes what is left of it (up to the parenthesis that
+  // closes it, text that cannot be lexed skipped a character at a time), so that reading can go
+  // on with the next command. False at the end of the input.
+  bool skip_to_command_end();
 
   // Reports MESSAGE at a position: throws ReadError.
   [[noreturn]] void error(std::uint64_t line, std::uint64_t column,
@@ -102,6 +116,7 @@ class Lexer {
   // Reports an error found while lexing, with the stream buffer advanced to the culprit.
   [[noreturn]] void fail(std::uint64_t line, std::uint64_t column, std::string const& message);
   void lex();
+  void record(Token const& t);
   void skip_blanks();
   void lex_quoted_symbol();
   void lex_string();
@@ -125,6 +140,8 @@ class Lexer {
   std::uint64_t line_start_ = 0;  // offset of the first character of that line
   bool have_token_ = false;
   Token token_;
+  std::uint64_t depth_ = 0;
+  std::string* record_ = nullptr;
 };
 
 }  // namespace smt2

@@ -112,11 +112,17 @@ std::string sort_text(DataType const* t);
 class ScriptReader::Impl {
  public:
   explicit Impl(Solver& solver)
-      : solver_(solver), mgr_(solver.term_manager()), config_(solver.configuration()) {}
+      : solver_(solver),
+        mgr_(solver.term_manager()),
+        config_(solver.configuration()),
+        initial_models_(config_.model_generation),
+        initial_cores_(config_.unsat_core_generation) {}
 
   void read(std::istream& in, std::string const& filename);
   ProgressCallback progress_;
   ResponseWriter* responses_ = nullptr;
+  SolverPersona persona_;
+  std::uint64_t errors_answered_ = 0;
 
  private:
   // A define-fun: the body is a term over placeholder constants, one per parameter; an
@@ -382,6 +388,10 @@ class ScriptReader::Impl {
   void cmd_set_option();
   void answer_info(bool info, std::string const& key);
   void cmd_term_list(std::vector<Term const*>& out, bool allow_empty, char const* command);
+  // Forgets what a command that failed half-way left in the term parser's state.
+  void reset_parse_state();
+  // The value an option has now, as get-option writes it; empty for an option not known.
+  std::string option_value(std::string const& key) const;
 
   Solver& solver_;
   TermManager& mgr_;
@@ -441,6 +451,13 @@ class ScriptReader::Impl {
   // While the older syntax of declare-datatypes is read: makes a sort name not known yet a
   // datatype of the group being declared.
   std::function<DataType const*(Token const&)>* forward_sort_ = nullptr;
+
+  // Options set by set-option that change nothing else, as written, by keyword.
+  std::map<std::string, std::string> options_;
+  bool print_success_ = false;
+  // The options a reset goes back to.
+  bool initial_models_;
+  bool initial_cores_;
 };
 
 }  // namespace smt2

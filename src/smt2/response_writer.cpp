@@ -26,6 +26,7 @@ ResponseWriter::ResponseWriter(TermManager& mgr, Configuration& config, std::ost
 void ResponseWriter::end() {
   out_ << '\n';
   out_.flush();
+  ++count_;
 }
 
 void ResponseWriter::check(CheckResult result) {
@@ -38,6 +39,15 @@ void ResponseWriter::values(std::vector<std::pair<Term const*, Term const*>> con
   for (std::size_t i = 0; i < pairs.size(); ++i) {
     out_ << (i ? " (" : "(") << printer_.term_text(pairs[i].first) << ' '
          << printer_.term_text(pairs[i].second) << ')';
+  }
+  out_ << ')';
+  end();
+}
+
+void ResponseWriter::values(std::vector<std::pair<std::string, Term const*>> const& pairs) {
+  out_ << '(';
+  for (std::size_t i = 0; i < pairs.size(); ++i) {
+    out_ << (i ? " (" : "(") << pairs[i].first << ' ' << printer_.term_text(pairs[i].second) << ')';
   }
   out_ << ')';
   end();

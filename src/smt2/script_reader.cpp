@@ -22,5 +22,13 @@ void ScriptReader::set_response_writer(ResponseWriter* writer) {
   impl_->responses_ = writer;
 }
 
+void ScriptReader::set_persona(SolverPersona persona) {
+  impl_->persona_ = std::move(persona);
+}
+
+std::uint64_t ScriptReader::errors_answered() const {
+  return impl_->errors_answered_;
+}
+
 }  // namespace smt2
 }  // namespace tvx

@@ -629,6 +629,11 @@ class Cvc5Engine final : public Engine {
 
 }  // namespace
 
+std::string cvc5_library_version() {
+  cvc5::Solver solver;
+  return solver.getVersion();
+}
+
 std::unique_ptr<Engine> make_cvc5_engine(TermManager& mgr, Configuration const& config) {
   return std::make_unique<Cvc5Engine>(mgr, config);
 }

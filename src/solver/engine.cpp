@@ -50,6 +50,21 @@ std::vector<std::string> builtin_engine_names() {
   return names;
 }
 
+std::string builtin_engine_version(std::string const& name) {
+#ifdef TVX_HAVE_Z3
+  if (name == "z3") {
+    return z3_library_version();
+  }
+#endif
+#ifdef TVX_HAVE_CVC5
+  if (name == "cvc5") {
+    return cvc5_library_version();
+  }
+#endif
+  (void)name;
+  return "";
+}
+
 std::unique_ptr<Engine> make_engine(std::string const& name, TermManager& mgr,
                                     Configuration const& config) {
 #ifdef TVX_HAVE_Z3

@@ -13,9 +13,11 @@ namespace tvx {
 
 #ifdef TVX_HAVE_Z3
 std::unique_ptr<Engine> make_z3_engine(TermManager& mgr, Configuration const& config);
+std::string z3_library_version();
 #endif
 #ifdef TVX_HAVE_CVC5
 std::unique_ptr<Engine> make_cvc5_engine(TermManager& mgr, Configuration const& config);
+std::string cvc5_library_version();
 #endif
 // A solver process started from the command line `command` (split at blanks; quotes group).
 // Always built: it needs no solver library.

@@ -286,6 +286,31 @@ void Solver::assert_formula(Term const* formula) {
   assertions_.push_back(Assertion{formula, group_});
 }
 
+void Solver::assert_named(Term const* formula, std::string const& name) {
+  check_formula(formula, "assert_named");
+  if (name.empty()) {
+    throw Error("assert_named: the name is empty");
+  }
+  tracer_->trace_assert_named(formula, name);
+  forget_answers();
+  engine_->assert_formula(formula, config_.unsat_core_generation);
+  assertions_.push_back(Assertion{formula, group_});
+}
+
+void Solver::set_logic(std::string const& logic) {
+  if (logic.empty()) {
+    throw Error("set_logic: no logic named");
+  }
+  tracer_->trace_set_logic(logic);
+}
+
+void Solver::set_option(std::string const& keyword, std::string const& value) {
+  if (keyword.size() < 2 || keyword[0] != ':' || value.empty()) {
+    throw Error("set_option: expected a keyword such as :produce-models and a value");
+  }
+  tracer_->trace_set_option(keyword, value);
+}
+
 void Solver::push(std::size_t levels) {
   for (std::size_t i = 0; i < levels; ++i) {
     tracer_->trace_push_backtrack_point();

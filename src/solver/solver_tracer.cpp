@@ -150,6 +150,19 @@ void SolverTracer::trace_define_funs_rec(std::vector<Symbol const*> const& funct
   writer_->trace_define_funs_rec(functions, params, bodies);
 }
 
+void SolverTracer::trace_set_logic(std::string const& logic) {
+  writer_->trace_set_logic(logic);
+}
+
+void SolverTracer::trace_set_option(std::string const& keyword, std::string const& value) {
+  writer_->trace_set_option(keyword, value);
+}
+
+void SolverTracer::trace_assert_named(Term const* t, std::string const& name) {
+  declare_nested_sorts(t);
+  writer_->trace_assert_named(t, name);
+}
+
 void SolverTracer::trace_reset() {
   writer_->trace_reset();
 }

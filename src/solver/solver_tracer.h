@@ -44,6 +44,9 @@ class SolverTracer final : public ApiTracer {
   void trace_get_model() override;
   void trace_get_model_value(Term const* t) override;
   void trace_reset() override;
+  void trace_set_logic(std::string const& logic) override;
+  void trace_set_option(std::string const& keyword, std::string const& value) override;
+  void trace_assert_named(Term const* t, std::string const& name) override;
   void trace_define_funs_rec(std::vector<Symbol const*> const& functions,
                              std::vector<std::vector<Term const*>> const& params,
                              std::vector<Term const*> const& bodies) override;

@@ -597,6 +597,12 @@ Term const* Z3Engine::interpolant(std::vector<Term const*> const&,
       "the z3 engine cannot compute interpolants (z3 4.8 has none); the cvc5 engine can");
 }
 
+std::string z3_library_version() {
+  unsigned major = 0, minor = 0, build = 0, revision = 0;
+  Z3_get_version(&major, &minor, &build, &revision);
+  return std::to_string(major) + "." + std::to_string(minor) + "." + std::to_string(build);
+}
+
 std::unique_ptr<Engine> make_z3_engine(TermManager& mgr, Configuration const& config) {
   return std::make_unique<Z3Engine>(mgr, config);
 }

@@ -4,6 +4,7 @@
 #ifndef TVX_TRACER_NULL_API_TRACER_H
 #define TVX_TRACER_NULL_API_TRACER_H
 
+#include <string>
 #include <vector>
 
 #include <tvx/tracer/api_tracer.h>
@@ -32,6 +33,9 @@ class NullApiTracer final : public ApiTracer {
   void trace_define_funs_rec(std::vector<Symbol const*> const&,
                              std::vector<std::vector<Term const*>> const&,
                              std::vector<Term const*> const&) override {}
+  void trace_set_logic(std::string const&) override {}
+  void trace_set_option(std::string const&, std::string const&) override {}
+  void trace_assert_named(Term const*, std::string const&) override {}
 };
 
 }  // namespace tvx

@@ -530,6 +530,39 @@ void SmtLib2ApiTracer::trace_define_funs_rec(std::vector<Symbol const*> const& f
   out_.flush();
 }
 
+void SmtLib2ApiTracer::trace_set_logic(std::string const& logic) {
+  out_ << "(set-logic " << SmtLibTermPrinter::quote(logic) << ")\n";
+  out_.flush();
+}
+
+void SmtLib2ApiTracer::trace_set_option(std::string const& keyword, std::string const& value) {
+  out_ << "(set-option " << keyword << ' ' << value << ")\n";
+  out_.flush();
+}
+
+// As trace_assert_formula, with the name among the formula's attributes.
+void SmtLib2ApiTracer::trace_assert_named(Term const* t, std::string const& name) {
+  line_.clear();
+  line_ += ":named ";
+  line_ += SmtLibTermPrinter::quote(name);
+  if (itp_group_ >= 0) {
+    line_ += " :interpolation-group .g";
+    append_as_fresh_stream(line_, itp_group_);
+  }
+  if (global_decls_) {
+    std::string const annotation = line_;
+    declare_and_define(t);
+    out_ << "(assert (! ";
+    outlabel(t, nullptr);
+    out_ << ' ' << annotation << "))\n";
+  } else {
+    std::string const annotation = line_;
+    do_print_new_declarations(t);
+    printer_.apitracer_print_term(out_, t, annotation);
+  }
+  out_.flush();
+}
+
 void SmtLib2ApiTracer::trace_reset() {
   std::fill(declared_symbols_.begin(), declared_symbols_.end(), false);
   symbol_decl_stack_.clear();

@@ -81,13 +81,17 @@ TEST(CorpusReplayTest, TracesReplayInZ3AndCvc5AndReachAFixedPoint) {
     if (t2 != trace(t2, global)) {
       return mode + ": the trace of its trace is not a fixed point";
     }
-    // Neither the option for unsat assumptions nor the logic is an API call, so the copies
-    // that the solvers read add them. cvc5 reserves labels that start with '.'.
+    // The trace carries the script's logic; the copies that the solvers read add the option
+    // for unsat assumptions where the script did not set it, and the logic where the script
+    // gave none. cvc5 reserves labels that start with '.'.
     bool const cores = ("," + e[4] + ",").find(",unsat-core,") != std::string::npos;
     std::string const base = tmp + "/" + e[0] + "." + mode;
     std::ofstream(base + ".z3") << (cores ? "(set-option :produce-unsat-assumptions true)\n" : "")
                                 << t1;
-    std::string cvc5 = "(set-logic " + e[1] + ")\n" + trace(script, global, "tvx_d_");
+    std::string cvc5 = trace(script, global, "tvx_d_");
+    if (cvc5.find("(set-logic ") == std::string::npos) {
+      cvc5 = "(set-logic " + e[1] + ")\n" + cvc5;
+    }
     if (global) {
       cvc5.replace(cvc5.find(":global-decls"), 13, ":global-declarations");
     }

@@ -51,7 +51,7 @@ TEST(ScriptReaderTest, CommandsBecomeApiCalls) {
       // script, trace
       {"(set-logic QF_UF)(declare-sort U 0)(declare-fun f (U Bool) U)(declare-const c U)"
        "(declare-fun |x y| () Bool)(declare-fun |p| () Bool)(assert (and p |p|))",
-       "(declare-sort U 0)\n(declare-fun f (U Bool) U)\n(declare-fun c () U)\n"
+       "(set-logic QF_UF)\n(declare-sort U 0)\n(declare-fun f (U Bool) U)\n(declare-fun c () U)\n"
        "(declare-fun |x y| () Bool)\n(declare-fun p () Bool)\n(assert (and p p))\n"},
       {"(push 2)(pop 1)(push)(pop)(pop 1)(push 0)(declare-fun a () Bool)(declare-fun x () Int)"
        "(check-sat)(check-sat-assuming (a (not a)))(check-sat-assuming ())(check-allsat (a))"
@@ -82,7 +82,7 @@ TEST(ScriptReaderTest, CommandsBecomeApiCalls) {
       {"(set-option :global-decls true)(declare-fun x () Int)(define-fun .7 () Int x)"
        "(define-fun .9 () Int 3)(define-fun .12 () Bool (< .7 .9))(assert (! (> x 0) :named pos))"
        "(assert (=> pos .12))(check-sat-assuming (.12 (not pos) ))(get-value (.7))",
-       "(declare-fun x () Int)\n(assert (> x 0))\n(assert (=> (> x 0) (< x 3)))\n"
+       "(declare-fun x () Int)\n(assert (! (> x 0) :named pos))\n(assert (=> (> x 0) (< x 3)))\n"
        "(check-sat-assuming ((< x 3) (not (> x 0)) ))\n(get-value (x))\n"},
       // .gN is group N when that is free; other names take the lowest free number.
       {"(declare-fun a () Bool)(assert (! a :interpolation-group .g3))"
@@ -95,7 +95,7 @@ TEST(ScriptReaderTest, CommandsBecomeApiCalls) {
       {"(set-logic QF_LIRA)(declare-fun x () Real)(declare-fun n () Int)"
        "(assert (> (+ x n 1) (/ 1 3)))(assert (< (- 5) (ite true n x) 2))(assert (<= n 2))"
        "(assert (< (- (/ 1.0 2.0)) x (/ 5.0 2.0) 0.5 (- 0.25)))",
-       "(declare-fun x () Real)\n(declare-fun n () Int)\n"
+       "(set-logic QF_LIRA)\n(declare-fun x () Real)\n(declare-fun n () Int)\n"
        "(assert (> (+ x (to_real n) 1.0) (/ 1.0 3.0)))\n"
        "(assert (< (- 5.0) (ite true (to_real n) x) 2.0))\n(assert (<= n 2))\n"
        "(assert (< (- (/ 1.0 2.0)) x (/ 5.0 2.0) 0.5 (- 0.25)))\n"},
@@ -105,11 +105,12 @@ TEST(ScriptReaderTest, CommandsBecomeApiCalls) {
        "(declare-fun v () (_ BitVec 8))\n(declare-fun m () (Array (_ BitVec 8) Bool))\n"
        "(assert (select m ((_ extract 7 0) (concat #b0000 (bvadd v #b00000101 #b00000001)))))\n"
        "(assert (= ((_ zero_extend 8) v) #b0000000100101100))\n"},
-      // Options, infos and comments make no call; exit ends the input.
+      // Infos and comments make no call, nor do options other than those that decide what a
+      // session may ask; exit ends the input.
       {"; c\n(set-info :status sat)(set-info :source |multi\nline|)(get-info :name)"
        "(set-option :produce-models true)(get-option :produce-models)(echo \"hi \"\"there\"\"\")"
        "(set-info :x (a (b c)))(check-sat)(exit)(check-sat) garbage ( (",
-       "(check-sat)\n"},
+       "(set-option :produce-models true)\n(check-sat)\n"},
       // Names made after a push go with its pop, and can then be declared anew.
       {"(push 1)(declare-fun x () Int)(define-fun d () Int 1)(declare-sort S 0)(pop 1)"
        "(declare-fun x () Int)(define-fun d () Bool true)(declare-sort S 0)"

@@ -4,6 +4,7 @@
 #ifndef TVX_SMT2_RESPONSE_WRITER_H
 #define TVX_SMT2_RESPONSE_WRITER_H
 
+#include <cstdint>
 #include <ostream>
 #include <string>
 #include <utility>
@@ -26,6 +27,8 @@ class ResponseWriter {
   void check(CheckResult result);
   // ((TERM VALUE) ...)
   void values(std::vector<std::pair<Term const*, Term const*>> const& pairs);
+  // The same with each term given as text, written as it is.
+  void values(std::vector<std::pair<std::string, Term const*>> const& pairs);
   // ((define-fun NAME () SORT VALUE) ... (define-fun F ((x!0 S) ...) SORT BODY) ...), where a
   // function's BODY is an ite over its points, ending in its value elsewhere.
   void model(Model const& model);
@@ -46,12 +49,15 @@ class ResponseWriter {
   void string(std::string const& text);
   void unsupported();
   void error(std::string const& message);
+  // Responses written so far.
+  std::uint64_t count() const { return count_; }
 
  private:
   void end();  // the newline and the flush of one response
 
   SmtLib2TermPrinter printer_;
   std::ostream& out_;
+  std::uint64_t count_ = 0;
 };
 
 }  // namespace smt2

@@ -102,6 +102,8 @@ class Engine {
 // The engines built into this library, by name ("z3", "cvc5"); engines whose solver library
 // was not found at build time are left out.
 std::vector<std::string> builtin_engine_names();
+// The version of a built-in engine's solver library ("4.8.12"); empty for any other name.
+std::string builtin_engine_version(std::string const& name);
 
 // Makes an engine: a built-in engine by name, or, for any other text, a solver process started
 // from that command line ("z3 -in", "cvc5 --incremental"). The engine reads the configuration's

@@ -73,8 +73,15 @@ class Solver {
     define_funs_rec({function}, {params}, {body});
   }
 
+  // --- what a session declares of itself (traced, so that the trace replays as it ran) ---
+  void set_logic(std::string const& logic);
+  // An option that decides what the session may ask (":produce-models", "true"), as written.
+  void set_option(std::string const& keyword, std::string const& value);
+
   // --- assertions and scopes ---
   void assert_formula(Term const* formula);
+  // An assertion with a name for unsat cores; answered as assert_formula.
+  void assert_named(Term const* formula, std::string const& name);
   void push(std::size_t levels = 1);
   void pop(std::size_t levels = 1);  // at most num_scopes()
   std::size_t num_scopes() const { return scopes_.size(); }

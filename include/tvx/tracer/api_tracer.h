@@ -3,6 +3,7 @@
 #ifndef TVX_TRACER_API_TRACER_H
 #define TVX_TRACER_API_TRACER_H
 
+#include <string>
 #include <vector>
 
 #include <tvx/core/term_manager.h>
@@ -37,6 +38,13 @@ class ApiTracer {
   virtual void trace_define_funs_rec(std::vector<Symbol const*> const& functions,
                                      std::vector<std::vector<Term const*>> const& params,
                                      std::vector<Term const*> const& bodies) = 0;
+  // What a session declares of itself, so that its trace replays as it ran: its logic, and an
+  // option that decides what it may ask (:produce-models, :produce-unsat-cores, ...), with the
+  // value as the script wrote it.
+  virtual void trace_set_logic(std::string const& logic) = 0;
+  virtual void trace_set_option(std::string const& keyword, std::string const& value) = 0;
+  // An assertion named for unsat cores: (assert (! F :named NAME)).
+  virtual void trace_assert_named(Term const* t, std::string const& name) = 0;
 };
 
 }  // namespace tvx

@@ -56,6 +56,9 @@ class SmtLib2ApiTracer : public ApiTracer {
   // again when next used; in global-declarations mode the option that announces the mode is
   // written again too, since a reset takes options back to their defaults.
   void trace_reset() override;
+  void trace_set_logic(std::string const& logic) override;
+  void trace_set_option(std::string const& keyword, std::string const& value) override;
+  void trace_assert_named(Term const* t, std::string const& name) override;
   // (define-fun-rec f ((x S) ...) R BODY), or for several functions
   // (define-funs-rec ((f ((x S) ...) R) ...) (BODY ...)), after what the signatures and bodies
   // need declared; the functions count as declared from then on. The bodies are written in
