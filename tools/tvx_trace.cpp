@@ -24,6 +24,8 @@
 #include <tvx/solver/engine.h>
 #include <tvx/solver/solver.h>
 
+#include "dropin.h"
+
 namespace {
 
 constexpr int kExitOk = 0;
@@ -37,6 +39,7 @@ void print_usage(std::ostream& os) {
   }
   os << "usage: tvx-trace [--solver NAME] [--global-decls] [--dump-config] [--set KEY=VALUE]...\n"
         "                 [-o FILE | --trace FILE] [FILE | -]\n"
+        "       tvx-trace --as z3|cvc5 [SOLVER OPTIONS] [FILE...]\n"
         "\n"
         "Reads an SMT-LIB 2 script (standard input for '-' or no FILE) and writes its API-call\n"
         "trace to standard output or to the file given with -o. With --solver, answers the\n"
@@ -55,6 +58,10 @@ void print_usage(std::ostream& os) {
         "  --set KEY=VALUE    set a configuration entry before the tracer is built\n"
         "                     (for example printer.defines_prefix=d_ or timeout=10)\n"
         "  -o, --trace FILE   write the trace to FILE\n"
+        "  --as SOLVER        stand in for SOLVER (z3 or cvc5), as when called by that\n"
+        "                     name: take its command line, answer as it does, and trace each\n"
+        "                     session into $TVX_TRACE_DIR (default\n"
+        "                     ~/.local/state/tvx/traces)\n"
         "  --help             show this help and exit\n"
         "  --version          show the version and exit\n"
         "\n"
@@ -202,6 +209,18 @@ int run_session(Options const& opts, tvx::Configuration& config, std::istream& i
   tvx::smt2::ResponseWriter responses(mgr, config, std::cout);
   if (answering) {
     reader.set_response_writer(&responses);
+    // Answered as the solver named would answer: z3 goes on after an error, cvc5 stops.
+    std::string program = opts.solver_name.substr(0, opts.solver_name.find(' '));
+    program = program.substr(program.rfind('/') == std::string::npos ? 0 : program.rfind('/') + 1);
+    tvx::smt2::SolverPersona persona;
+    if (program == "z3") {
+      persona.name = "Z3";
+      persona.continued_execution = true;
+    } else if (program == "cvc5") {
+      persona.name = "cvc5";
+    }
+    persona.version = tvx::builtin_engine_version(program);
+    reader.set_persona(persona);
   }
   Progress progress(isatty(2) != 0 && !answering);
   reader.set_progress_callback([&progress](std::uint64_t bytes, std::uint64_t commands) {
@@ -211,23 +230,38 @@ int run_session(Options const& opts, tvx::Configuration& config, std::istream& i
     reader.read(in, name);
   } catch (tvx::smt2::ReadError const& e) {
     progress.finish();
+    // An answered session reports the error as its answer, once; a trace run on stderr.
     if (answering) {
       responses.error(e.what());
+    } else {
+      std::cerr << e.what() << "\n";
     }
-    std::cerr << e.what() << "\n";
     return kExitInput;
   } catch (std::bad_alloc const&) {
     progress.finish();
     std::cerr << "tvx-trace: error: out of memory\n";
     return kExitInput;
   }
-  return kExitOk;
+  return reader.errors_answered() == 0 ? kExitOk : kExitInput;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
   std::ios::sync_with_stdio(false);
+  // Called under a solver's name, or told to stand in for one: the drop-in solver.
+  std::string as = argc > 0 ? tvx::dropin::solver_of_program(argv[0]) : "";
+  int first = 1;
+  if (as.empty() && argc > 1 && std::string(argv[1]) == "--as") {
+    if (argc < 3 || tvx::dropin::solver_of_program(argv[2]).empty()) {
+      return usage_error("option '--as' needs a solver to stand in for: z3 or cvc5");
+    }
+    as = argv[2];
+    first = 3;
+  }
+  if (!as.empty()) {
+    return tvx::dropin::run(as, std::vector<std::string>(argv + first, argv + argc));
+  }
   Options opts;
   if (std::optional<int> const done = parse_options(argc, argv, opts)) {
     return *done;

@@ -1,13 +1,15 @@
 #!/usr/bin/env bash
-# why3 proves a theory through tvx-trace answering with z3 (in both trace modes) and through z3
-# itself: the verdicts must be the same goal by goal, and every trace tvx wrote must replay in z3
-# with the answers tvx gave. Usage: why3_test.sh TVX_TRACE THEORY.mlw
+# why3 proves a theory through tvx-trace answering with z3 (in both trace modes), through the
+# drop-in (a link named z3, tracing into TVX_TRACE_DIR) and through z3 itself: the verdicts must
+# be the same goal by goal, and every trace tvx wrote must replay in z3 with the answers tvx gave
+# (the drop-in's: without an error). Usage: why3_test.sh TVX_TRACE THEORY.mlw
 set -euo pipefail
 tvx="$(realpath "$1")"
 theory="$2"
 work="$(mktemp -d)"
 trap 'rm -rf "$work"' EXIT
-mkdir "$work/traces"
+mkdir "$work/traces" "$work/shim" "$work/dropin-traces"
+ln -s "$tvx" "$work/shim/z3"
 
 # tvx-trace as a why3 prover: answers the task through z3, keeps the trace and the answers.
 cat >"$work/tvx-prover" <<EOF
@@ -33,11 +35,12 @@ prover() { # name, command
   prover bare "z3 -smt2 %f"
   prover scoped "$work/tvx-prover scoped %f"
   prover global "$work/tvx-prover global %f"
+  prover dropin "$work/shim/z3 -smt2 %f"
 } >"$work/why3.conf"
 
 # "Goal g." then "Prover result is: Valid (0.01s, 123 steps)." become "g. Valid".
 verdicts() {
-  HOME="$work" why3 -C "$work/why3.conf" prove -P "$1" "$theory" 2>&1 |
+  HOME="$work" TVX_TRACE_DIR="$work/dropin-traces" why3 -C "$work/why3.conf" prove -P "$1" "$theory" 2>&1 |
       awk '/^Goal /{g=$2} /^Prover result is:/{print g, $4}' || true
 }
 expected="$(verdicts bare)"
@@ -48,7 +51,7 @@ grep -q Valid <<<"$expected" || {
   exit 1
 }
 status=0
-for mode in scoped global; do
+for mode in scoped global dropin; do
   got="$(verdicts "$mode")"
   if [ "$got" != "$expected" ]; then
     echo "tvx-trace ($mode traces) gave other verdicts:"
@@ -69,6 +72,15 @@ for trace in "$work"/traces/*.trace; do
   fi
   count=$((count + 1))
 done
-echo "$count traces replayed"
-[ "$count" -gt 0 ] || status=1
+dropins=0
+for trace in "$work"/dropin-traces/*.smt2; do
+  [ -e "$trace" ] || break
+  if z3 -smt2 -T:20 "$trace" | grep -q '^(error'; then
+    echo "replaying the drop-in's $(basename "$trace") in z3 gave an error"
+    status=1
+  fi
+  dropins=$((dropins + 1))
+done
+echo "$count traces replayed, and $dropins of the drop-in's"
+[ "$count" -gt 0 ] && [ "$dropins" -gt 0 ] || status=1
 exit "$status"
