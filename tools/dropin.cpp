@@ -14,6 +14,8 @@
 #include <fstream>
 #include <iostream>
 #include <memory>
+#include <sstream>
+#include <stdexcept>
 #include <streambuf>
 #include <string>
 #include <vector>
@@ -322,6 +324,23 @@ int run(std::string const& solver, std::vector<std::string> const& args) {
   }
   std::string const prefix = "tvx (as " + solver + "): ";
   Configuration config;
+  // TVX_TRACE_CONFIG: configuration entries for the trace, KEY=VALUE separated by blanks (such
+  // as printer.defines_prefix=d_, whose labels cvc5 reads back).
+  if (char const* entries = std::getenv("TVX_TRACE_CONFIG"); entries != nullptr) {
+    std::istringstream words(entries);
+    ConfigurationSetter setter;
+    for (std::string entry; words >> entry;) {
+      std::size_t const eq = entry.find('=');
+      try {
+        if (eq == std::string::npos) {
+          throw std::invalid_argument("expected KEY=VALUE, found '" + entry + "'");
+        }
+        setter.set(&config, entry.substr(0, eq), entry.substr(eq + 1));
+      } catch (std::invalid_argument const& e) {
+        std::cerr << prefix << "warning: TVX_TRACE_CONFIG: " << e.what() << "; left out\n";
+      }
+    }
+  }
   config.model_generation = inv.produce_models;
   config.unsat_core_generation = inv.produce_cores;
   config.timeout = inv.timeout;

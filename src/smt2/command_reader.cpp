@@ -934,7 +934,7 @@ void ScriptReader::Impl::cmd_set_option() {
       error_at(value, "expected a numeral after '" + key.text + "'");
     }
     if (eq(key.text, ":timeout")) {
-      config_.timeout = static_cast<double>(n) / 1000.0;  // milliseconds, as solvers take it
+      solver_.set_timeout(static_cast<double>(n) / 1000.0);  // milliseconds, as solvers take it
     } else {
       config_.random_seed = static_cast<unsigned>(n);
     }

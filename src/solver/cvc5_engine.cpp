@@ -26,16 +26,20 @@ Cvc5Session::Cvc5Session(TermManager& mgr, Configuration const& config)
   solver_.setOption("produce-unsat-assumptions", "true");
   solver_.setOption("seed", std::to_string(config.random_seed));
   if (config.timeout > 0) {
-    double const ms = config.timeout * 1000.0;
-    std::uint64_t const limit =
-        ms >= 1e18 ? std::uint64_t{1000000000000000000} : static_cast<std::uint64_t>(ms + 0.5);
-    time_limit_ = std::to_string(limit == 0 ? 1 : limit);
-    solver_.setOption("tlimit-per", time_limit_);
+    set_timeout(config.timeout);
   }
   if (config.verbosity > 0) {
     solver_.setOption("verbosity", std::to_string(config.verbosity));
   }
   solver_.setLogic("ALL");
+}
+
+void Cvc5Session::set_timeout(double seconds) {
+  double const ms = seconds * 1000.0;
+  std::uint64_t const limit =
+      ms >= 1e18 ? std::uint64_t{1000000000000000000} : static_cast<std::uint64_t>(ms + 0.5);
+  time_limit_ = seconds <= 0 ? "" : std::to_string(limit == 0 ? 1 : limit);
+  solver_.setOption("tlimit-per", time_limit_.empty() ? "0" : time_limit_);
 }
 
 // ------------------------------------------------------------------------ sorts and symbols
@@ -566,6 +570,10 @@ class Cvc5Engine final : public Engine {
                        std::vector<Term const*> const& bodies) override {
     call("define_funs_rec", [&] { session_->define_funs_rec(functions, params, bodies); });
   }
+  void set_timeout(double seconds) override {
+    config_.timeout = seconds;
+    call("set_timeout", [&] { session_->set_timeout(seconds); });
+  }
   // A new solver: cvc5 fixes its options and logic once per solver.
   void reset() override {
     call("reset", [&] {
@@ -621,7 +629,7 @@ class Cvc5Engine final : public Engine {
   }
 
   TermManager& mgr_;
-  Configuration const config_;
+  Configuration config_;
   std::string name_ = "cvc5";
   DeepStack stack_;
   std::unique_ptr<Cvc5Session> session_;

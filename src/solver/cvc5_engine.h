@@ -38,6 +38,7 @@ class Cvc5Session {
   Cvc5Session(TermManager& mgr, Configuration const& config);
 
   void declare_sort(DataType const* sort) { sort_of(sort); }
+  void set_timeout(double seconds);
   void declare_fun(Symbol const* symbol) { decl_of(symbol); }
   void assert_formula(Term const* formula, bool track);
   void push();

@@ -571,6 +571,18 @@ void ProcessEngine::reset_assertions() {
   forget_above(0, dropped);
 }
 
+void ProcessEngine::set_timeout(double seconds) {
+  config_.timeout = seconds;
+  limit_ = seconds > 0 ? seconds * 1.5 + 2.0 : kNoTimeoutLimit;
+  double const ms = seconds * 1000.0;
+  std::string const limit =
+      seconds <= 0
+          ? "0"
+          : std::to_string(ms >= 4294967295.0 ? 4294967295u : static_cast<unsigned>(ms + 0.5));
+  set_option(solver_ == "cvc5" ? ":tlimit-per" : ":timeout",
+             limit == "0" && seconds > 0 ? "1" : limit, false);
+}
+
 void ProcessEngine::reset() {
   process_.reset();
   ended_.clear();

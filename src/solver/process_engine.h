@@ -56,6 +56,7 @@ class ProcessEngine final : public Engine {
   // Starts the solver anew: solvers differ on whether (reset) itself answers under
   // :print-success, and a new process is the start state for every one of them.
   void reset() override;
+  void set_timeout(double seconds) override;
   void define_funs_rec(std::vector<Symbol const*> const& functions,
                        std::vector<std::vector<Term const*>> const& params,
                        std::vector<Term const*> const& bodies) override;

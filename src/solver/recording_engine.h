@@ -21,6 +21,7 @@ class RecordingEngine : public Engine {
   void pop() override {}
   void reset_assertions() override {}
   void reset() override {}
+  void set_timeout(double) override {}  // nothing is checked
   void define_funs_rec(std::vector<Symbol const*> const&,
                        std::vector<std::vector<Term const*>> const&,
                        std::vector<Term const*> const&) override {}

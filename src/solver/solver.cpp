@@ -304,6 +304,14 @@ void Solver::set_logic(std::string const& logic) {
   tracer_->trace_set_logic(logic);
 }
 
+void Solver::set_timeout(double seconds) {
+  if (!(seconds >= 0)) {
+    throw Error("set_timeout: the time limit must be 0 (none) or more seconds");
+  }
+  config_.timeout = seconds;
+  engine_->set_timeout(seconds);
+}
+
 void Solver::set_option(std::string const& keyword, std::string const& value) {
   if (keyword.size() < 2 || keyword[0] != ':' || value.empty()) {
     throw Error("set_option: expected a keyword such as :produce-models and a value");

@@ -49,6 +49,15 @@ Z3Engine::Z3Engine(TermManager& mgr, Configuration const& config) : mgr_(mgr) {
   check_error();
 }
 
+void Z3Engine::set_timeout(double seconds) {
+  double const ms = seconds * 1000.0;
+  unsigned const limit =
+      seconds <= 0 || ms >= 4294967295.0 ? 4294967295u : static_cast<unsigned>(ms + 0.5);
+  Z3_params_set_uint(ctx_, params_, Z3_mk_string_symbol(ctx_, "timeout"), limit == 0 ? 1u : limit);
+  Z3_solver_set_params(ctx_, solver_, params_);
+  check_error();
+}
+
 Z3Engine::~Z3Engine() {
   drop_model();
   release_held();

@@ -36,6 +36,7 @@ class Z3Engine final : public Engine {
   // z3's declarations belong to its context, not to its solver: a reset of the solver is the
   // start state.
   void reset() override { reset_assertions(); }
+  void set_timeout(double seconds) override;
   void define_funs_rec(std::vector<Symbol const*> const& functions,
                        std::vector<std::vector<Term const*>> const& params,
                        std::vector<Term const*> const& bodies) override;

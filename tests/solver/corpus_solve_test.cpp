@@ -63,6 +63,7 @@ class ModelReader : public Engine {
   void pop() override { inner_->pop(); }
   void reset_assertions() override { inner_->reset_assertions(); }
   void reset() override { inner_->reset(); }
+  void set_timeout(double seconds) override { inner_->set_timeout(seconds); }
   void define_funs_rec(std::vector<Symbol const*> const& f,
                        std::vector<std::vector<Term const*>> const& p,
                        std::vector<Term const*> const& b) override {

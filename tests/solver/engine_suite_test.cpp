@@ -814,10 +814,12 @@ TEST_P(EngineSuiteTest, IrrationalValuesComeBackAsTheSolverWroteThem) {
   EXPECT_THROW(s.assert_formula(eq(x, v)), Unsupported);
 }
 
+// The time limit given when the engine is made, or set later in the session (as a script's
+// (set-option :timeout N) does), ends a hard check with unknown.
 TEST_P(EngineSuiteTest, ATimeOutAnswersUnknownWithAReason) {
   Configuration config;
-  config.timeout = 0.1;
   Solver s(mgr_, config, make_engine(GetParam(), mgr_, config));
+  s.set_timeout(0.1);
   // Factoring a product of two random 48-bit primes through a 96-bit multiplier: many seconds
   // for either solver, so the time limit ends the check.
   auto [x, y] = vars({"x", "y"}, mgr_.get_bv_type(96));
@@ -833,6 +835,17 @@ TEST_P(EngineSuiteTest, ATimeOutAnswersUnknownWithAReason) {
   s.assert_formula(eq(x, bv("251870415031607", 96)));
   ASSERT_EQ(s.check(), CheckResult::Sat);
   EXPECT_EQ(s.reason_unknown(), "");
+  EXPECT_THROW(s.set_timeout(-1), Error);
+  // Made with the limit, an engine keeps it.
+  Configuration limited;
+  limited.timeout = 0.1;
+  Solver t(mgr_, limited, make_engine(GetParam(), mgr_, limited));
+  for (Term const* factor : {x, y}) {
+    t.assert_formula(op("bvult", {factor, bv("281474976710656", 96)}));
+    t.assert_formula(op("bvugt", {factor, bv("1", 96)}));
+  }
+  t.assert_formula(eq(op("bvmul", {x, y}), bv("50668735533102531785624545187", 96)));
+  EXPECT_EQ(t.check(), CheckResult::Unknown);
 }
 
 // ------------------------------------------------------------------------ interpolants

@@ -41,6 +41,7 @@ class SpyEngine : public Engine {
   void pop() override { log("pop"), inner_->pop(); }
   void reset_assertions() override { log("reset-assertions"), inner_->reset_assertions(); }
   void reset() override { log("reset"), inner_->reset(); }
+  void set_timeout(double seconds) override { log("set_timeout"), inner_->set_timeout(seconds); }
   void define_funs_rec(std::vector<Symbol const*> const& f,
                        std::vector<std::vector<Term const*>> const& p,
                        std::vector<Term const*> const& b) override {

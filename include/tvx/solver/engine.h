@@ -64,6 +64,8 @@ class Engine {
   virtual void pop() = 0;
   // Removes every assertion and scope; declarations stay.
   virtual void reset_assertions() = 0;
+  // The time limit of each later check, in seconds; 0 for none.
+  virtual void set_timeout(double seconds) = 0;
   // Back to the state the engine was made in: no assertions, scopes or declarations.
   virtual void reset() = 0;
   // Defines each function (used in no term before) by its body over its parameters

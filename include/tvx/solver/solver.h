@@ -77,6 +77,9 @@ class Solver {
   void set_logic(std::string const& logic);
   // An option that decides what the session may ask (":produce-models", "true"), as written.
   void set_option(std::string const& keyword, std::string const& value);
+  // The time limit of each later check, in seconds (0 for none); not traced, since a replay
+  // chooses its own limits.
+  void set_timeout(double seconds);
 
   // --- assertions and scopes ---
   void assert_formula(Term const* formula);
