@@ -16,7 +16,7 @@ build="${TVX_BENCH_BUILD_DIR:-$root/build/bench}"
 results="$root/bench/results"
 work="${TMPDIR:-/tmp}/tvx-bench"
 
-bash "$root/scripts/deps.sh" libz3-dev libcvc5-dev libbenchmark-dev python3
+bash "$root/scripts/deps.sh" libz3-dev libcvc5-dev libbenchmark-dev python3 yosys
 
 cmake -S "$root" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DTVX_BUILD_BENCHMARKS=ON \
   -DTVX_BUILD_TESTS=OFF -DTVX_BUILD_TOOLS=ON >/dev/null
@@ -67,3 +67,6 @@ if [ "$TVX_BENCH_READER_MB" != 0 ]; then
 fi
 python3 "$root/bench/report.py" "$results" "${jsons[@]}" | tee "$results/table.txt"
 python3 "$root/bench/plot.py" "$results/table.tsv" "$results/cost_per_term.svg"
+# The drop-in solver under a real client (its line follows the table).
+python3 "$root/bench/dropin_bench.py" "$build/tools/tvx-trace" "$root/tests/clients/counter.sv" |
+  tee -a "$results/table.txt" || echo "error: the drop-in benchmark failed; its line is missing"
