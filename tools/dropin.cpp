@@ -314,7 +314,23 @@ int answer_query(Invocation const& inv, std::vector<std::string> const& args) {
 std::string solver_of_program(std::string const& argv0) {
   std::string const base =
       argv0.substr(argv0.rfind('/') == std::string::npos ? 0 : argv0.rfind('/') + 1);
-  return base == "z3" || base == "cvc5" ? base : "";
+  if (base == "z3" || base == "cvc5") {
+    return base;
+  }
+  // TVX_DROPIN_NAMES: further names, NAME=SOLVER separated by blanks ("z3-4.8=z3").
+  if (char const* names = std::getenv("TVX_DROPIN_NAMES"); names != nullptr) {
+    std::istringstream words(names);
+    for (std::string entry; words >> entry;) {
+      std::size_t const eq = entry.find('=');
+      if (eq == base.size() && entry.compare(0, eq, base) == 0) {
+        std::string const solver = entry.substr(eq + 1);
+        if (solver == "z3" || solver == "cvc5") {
+          return solver;
+        }
+      }
+    }
+  }
+  return "";
 }
 
 int run(std::string const& solver, std::vector<std::string> const& args) {

@@ -11,7 +11,8 @@
 namespace tvx {
 namespace dropin {
 
-// The solver a program name stands for ("z3", "cvc5"), from the last component of argv[0];
+// The solver a program name stands for ("z3", "cvc5"), from the last component of argv[0]: z3
+// and cvc5 themselves, and the names TVX_DROPIN_NAMES gives ("z3-4.8=z3 mysolver=cvc5");
 // empty for any other name.
 std::string solver_of_program(std::string const& argv0);
 

@@ -248,6 +248,14 @@ def main():
             if len(new) != 1 or "(declare-fun q () Bool)" not in \
                     open(os.path.join(traces, new[0])).read():
                 failures.append("the abandoned session left no trace: %r" % new)
+            # A name given by configuration stands for z3 too.
+            os.symlink(tvx, os.path.join(shim, "z3-4.8"))
+            named = dict(env)
+            named["TVX_DROPIN_NAMES"] = "other=cvc5 z3-4.8=z3"
+            out = subprocess.run(["z3-4.8", "-in"], input=b"(get-info :name)\n",
+                                 capture_output=True, env=named, timeout=20).stdout
+            if out != b'(:name "Z3")\n':
+                failures.append("a configured name did not stand for z3: %r" % out)
             # Two sessions at once: two traces.
             before = set(os.listdir(traces))
             procs = [subprocess.Popen(["z3", "-in"], stdin=subprocess.PIPE,
