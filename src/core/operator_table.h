@@ -43,6 +43,8 @@ enum class Sig : std::uint8_t {
   BvBinary,    // BV m BV m -> BV m
   BvComp,      // BV m BV m -> BV 1
   BvPred,      // BV m BV m -> Bool
+  BvToNat,     // BV m -> Int
+  IntToBv,     // indexed (n): Int -> BV n
   Select,      // (Array I E) I -> E
   Store,       // (Array I E) I E -> (Array I E)
 };
@@ -132,6 +134,8 @@ constexpr OpInfo kOps[] = {
     {"bvsle", SymbolTag::BVSLE, Sig::BvPred, Assoc::None, kNoAttr},
     {"bvsgt", SymbolTag::BVSGT, Sig::BvPred, Assoc::None, kNoAttr},
     {"bvsge", SymbolTag::BVSGE, Sig::BvPred, Assoc::None, kNoAttr},
+    {"bv2nat", SymbolTag::BV2NAT, Sig::BvToNat, Assoc::None, kNoAttr},
+    {"int2bv", SymbolTag::INT2BV, Sig::IntToBv, Assoc::None, kNoAttr},
     {"select", SymbolTag::SELECT, Sig::Select, Assoc::None, kNoAttr},
     {"store", SymbolTag::STORE, Sig::Store, Assoc::None, kNoAttr},
 };
@@ -225,6 +229,7 @@ inline std::size_t num_indices_of(Sig sig) {
     case Sig::Repeat:
     case Sig::Extend:
     case Sig::Rotate:
+    case Sig::IntToBv:
       return 1;
     default:
       return 0;
@@ -242,9 +247,9 @@ inline constexpr std::string_view kForeignPrefixes[] = {
 // clang-format off
 inline constexpr std::string_view kForeignFunctions[] = {
     "+oo", "+zero", "-oo", "-zero", "NaN", "RNA", "RNE", "RTN", "RTP", "RTZ",
-    "arccos", "arccot", "arccsc", "arcsec", "arcsin", "arctan", "bag", "bv2int", "bv2nat",
+    "arccos", "arccot", "arccsc", "arcsec", "arcsin", "arctan", "bag", "bv2int",
     "bvite", "bvnego", "bvredand", "bvredor", "bvsaddo", "bvsdivo", "bvsmulo", "bvssubo", "bvuaddo",
-    "bvumulo", "bvusubo", "char", "cos", "cot", "csc", "exp", "fp", "iand", "int2bv",
+    "bvumulo", "bvusubo", "char", "cos", "cot", "csc", "exp", "fp", "iand",
     "int_to_bv", "nat2bv", "pto", "roundNearestTiesToAway", "roundNearestTiesToEven",
     "roundTowardNegative", "roundTowardPositive", "roundTowardZero", "sbv_to_int", "sec", "sep",
     "sin", "sqrt", "tan", "to_fp", "to_fp_unsigned", "to_int_bv", "tuple", "ubv_to_int", "wand"};

@@ -419,6 +419,17 @@ DataType const* bv_result(Sig sig, Application const& app, TermManager& mgr) {
       app.arity(2);
       app.same_bv();
       return mgr.get_bv_type(1);
+    case Sig::BvToNat:
+      app.arity(1);
+      app.same_bv();
+      return app.int_type;
+    case Sig::IntToBv:
+      app.arity(1);
+      app.all_of_sort(app.int_type, "an Int argument");
+      if (app.indices[0] == 0 || app.indices[0] > TermManager::kMaxBvWidth) {
+        app.fail("expected a width between 1 and " + std::to_string(TermManager::kMaxBvWidth));
+      }
+      return mgr.get_bv_type(app.indices[0]);
     default:  // Sig::BvPred
       app.arity(2);
       app.same_bv();
@@ -605,6 +616,8 @@ Term const* TermManager::make_builtin(SymbolTag::tag op_tag, Term const* const* 
     case Sig::BvBinary:
     case Sig::BvComp:
     case Sig::BvPred:
+    case Sig::BvToNat:
+    case Sig::IntToBv:
       result = bv_result(info->sig, app, *this);
       break;
     case Sig::Select:

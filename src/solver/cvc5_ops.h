@@ -96,6 +96,8 @@ constexpr Cvc5Op kOps[] = {
     {Tag::BVSLE, K::BITVECTOR_SLE, kGiven, false},
     {Tag::BVSGT, K::BITVECTOR_SGT, kGiven, false},
     {Tag::BVSGE, K::BITVECTOR_SGE, kGiven, false},
+    {Tag::BV2NAT, K::BITVECTOR_TO_NAT, kGiven, false},
+    {Tag::INT2BV, K::INT_TO_BITVECTOR, kGiven, true},
     {Tag::SELECT, K::SELECT, kGiven, false},
     {Tag::STORE, K::STORE, kGiven, false},
 };

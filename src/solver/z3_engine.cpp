@@ -403,8 +403,8 @@ Z3_ast Z3Engine::build_numeral(Symbol const* s) {
   return Z3_mk_numeral(ctx_, v.c_str(), sort_of(type));
 }
 
-// The operators z3 has no function for, spelled with ite: (abs x) as (ite (>= x 0) x (- x)),
-// (bvcomp x y) as (ite (= x y) #b1 #b0).
+// The operators z3 has no function of their own for: (abs x) as (ite (>= x 0) x (- x)),
+// (bvcomp x y) as (ite (= x y) #b1 #b0), bv2nat as z3's unsigned bv2int.
 Z3_ast Z3Engine::build_special(Symbol const* s, Z3_ast const* a) {
   Z3_sort const sort = sort_of(s->get_output_type());
   switch (s->get_tag()) {
@@ -412,6 +412,8 @@ Z3_ast Z3Engine::build_special(Symbol const* s, Z3_ast const* a) {
       Z3_ast const nonnegative = hold(Z3_mk_ge(ctx_, a[0], hold(Z3_mk_int(ctx_, 0, sort))));
       return Z3_mk_ite(ctx_, nonnegative, a[0], hold(Z3_mk_unary_minus(ctx_, a[0])));
     }
+    case SymbolTag::BV2NAT:
+      return Z3_mk_bv2int(ctx_, a[0], false);
     case SymbolTag::BVCOMP: {
       Z3_ast const same = hold(Z3_mk_eq(ctx_, a[0], a[1]));
       Z3_ast const one = hold(Z3_mk_int(ctx_, 1, sort));

@@ -68,7 +68,8 @@ struct Z3Op {
 constexpr Z3Op row(SymbolTag::tag tag, Z3_decl_kind kind, Maker make) {
   return Z3Op{tag, kind, make};
 }
-// z3 4.8 has no function for abs and bvcomp: the engine spells them with ite.
+// z3 4.8 has no function for abs and bvcomp (the engine spells them with ite), and bv2nat is
+// its bv2int with a flag.
 constexpr Z3Op special(SymbolTag::tag tag) {
   return Z3Op{tag, Z3_OP_UNINTERPRETED, Maker()};
 }
@@ -135,6 +136,8 @@ constexpr Z3Op kOps[] = {
     row(Tag::BVSLE, Z3_OP_SLEQ, Z3_mk_bvsle),
     row(Tag::BVSGT, Z3_OP_SGT, Z3_mk_bvsgt),
     row(Tag::BVSGE, Z3_OP_SGEQ, Z3_mk_bvsge),
+    special(Tag::BV2NAT),  // Z3_mk_bv2int takes a signedness flag
+    row(Tag::INT2BV, Z3_OP_INT2BV, Z3_mk_int2bv),
     row(Tag::SELECT, Z3_OP_SELECT, Z3_mk_select),
     row(Tag::STORE, Z3_OP_STORE, Z3_mk_store),
 };

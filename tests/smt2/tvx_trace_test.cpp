@@ -218,11 +218,11 @@ TEST_F(TvxTraceTest, ScriptsReplayInZ3AndCvc5InBothModes) {
        "(check-sat)"},
       {"names of other theories",
        "(declare-sort Relation 0)(declare-fun char (Int) Relation)"
-       "(declare-fun bv2nat ((_ BitVec 4)) Int)(declare-fun fp.add (Int Int) Int)"
-       "(declare-fun re.* () Bool)(declare-fun seq.len () Int)(declare-fun int2bv (Int) (_ BitVec "
+       "(declare-fun bv2int ((_ BitVec 4)) Int)(declare-fun fp.add (Int Int) Int)"
+       "(declare-fun re.* () Bool)(declare-fun seq.len () Int)(declare-fun nat2bv (Int) (_ BitVec "
        "4))"
        "(declare-fun exp () Real)(declare-fun str.len (Int) Int)(declare-fun _str.len () Int)"
-       "(assert (= (fp.add seq.len 1) (bv2nat (int2bv 3)) (str.len _str.len)))"
+       "(assert (= (fp.add seq.len 1) (bv2int (nat2bv 3)) (str.len _str.len)))"
        "(assert (distinct (char 1) (char 2)))(assert (=> re.* (> exp 1.0)))(check-sat)(push 1)"
        "(assert (and re.* (< exp 0.0)))(check-sat)(pop 1)(assert (= seq.len (str.len 0)))"
        "(assert (distinct (str.len 0) (str.len _str.len)))(check-sat)"},
@@ -270,6 +270,11 @@ TEST_F(TvxTraceTest, ScriptsReplayInZ3AndCvc5InBothModes) {
        "(assert (=> ((_ is succ) n) (distinct n (pred n))))"
        "(assert (= n (succ (succ zero))))(check-sat)"
        "(assert (= l (cons (node nil) (cons (leaf 1) nil))))(assert (is-leaf (hd l)))(check-sat)"},
+      {"integer and bit-vector conversions",
+       "(declare-fun b () (_ BitVec 8))(declare-fun i () Int)(assert (= (bv2nat b) 200))"
+       "(assert (= ((_ int2bv 8) i) (bvadd b #x01)))(assert (< i 0))(check-sat)"
+       "(assert (= (bv2nat ((_ int2bv 4) i)) 9))(check-sat)(push 1)"
+       "(assert (= (bv2nat ((_ int2bv 3) (bv2nat b))) 1))(check-sat)(pop 1)"},
       {"parametric datatypes and sorts",
        "(declare-datatypes ((Lst 1) (Pair 2)) ((par (T) ((nil) (cons (hd T) (tl (Lst T)))))"
        " (par (A B) ((mk (fst A) (snd B))))))(declare-sort S 1)"

@@ -122,6 +122,8 @@ std::vector<Fact> facts(TermManager& mgr) {
       {op(T::BVSLE, {bv("#x01"), bv("#xff")}), false},
       {op(T::BVSGT, {bv("#x01"), bv("#xff")}), true},
       {op(T::BVSGE, {bv("#x80"), bv("#x7f")}), false},
+      is(op(T::BV2NAT, {bv("#xc8")}), i("200")),
+      is(op(T::INT2BV, {i("-55")}, {8}), bv("#xc9")),  // modulo 2^8
       is(op(T::SELECT, {stored, i("1")}), i("5")),
       is(op(T::SELECT, {stored, i("2")}), i("0")),
   };
@@ -293,7 +295,7 @@ TEST(Z3OpsTest, EachFunctionMakesItsRowsKindAndTheKindReadsBackAsTheTag) {
     EXPECT_EQ(kind, op.kind) << "'" << info.name << "' made by z3";
     EXPECT_EQ(z3ops::tag_of_kind(kind), info.tag) << "'" << info.name << "' read back";
   }
-  EXPECT_EQ(specials, 2u);  // abs and bvcomp
+  EXPECT_EQ(specials, 3u);  // abs, bvcomp and bv2nat
   EXPECT_EQ(z3ops::tag_of_kind(Z3_OP_UNINTERPRETED), SymbolTag::UNINTERPRETED);
   Z3_del_context(ctx);
 }

@@ -283,6 +283,28 @@ class EngineSuiteTest : public ::testing::TestWithParam<std::string> {
 
 // ------------------------------------------------------------------------ values
 
+// bv2nat reads a bit-vector as a non-negative integer and (_ int2bv n) an integer modulo 2^n, in
+// every engine.
+TEST_P(EngineSuiteTest, IntegerAndBitVectorConversions) {
+  Solver& s = *solver_;
+  Term const* b = var("b", mgr_.get_bv_type(8));
+  Term const* i = var("i", I_);
+  assert_all({eq(op("bv2nat", {b}), num("200")),
+              eq(mgr_.make_builtin("int2bv", {i}, {8}), op("bvadd", {b, bv("1", 8)})),
+              op("<", {i, num("0")}), op(">", {i, num("-300")})});
+  ASSERT_EQ(s.check(), CheckResult::Sat);
+  EXPECT_EQ(value(b), bv("200", 8));
+  EXPECT_EQ(value(i), num("-55"));
+  EXPECT_EQ(value(op("bv2nat", {mgr_.make_builtin("int2bv", {i}, {4})})), num("9"));
+  s.push();
+  s.assert_formula(
+      eq(op("bv2nat", {mgr_.make_builtin("int2bv", {op("bv2nat", {b})}, {3})}), num("1")));
+  EXPECT_EQ(s.check(), CheckResult::Unsat) << "200 mod 8 is 0";
+  s.pop();
+  EXPECT_THROW(mgr_.make_builtin("int2bv", {b}, {8}), Error) << "an Int argument";
+  EXPECT_THROW(mgr_.make_builtin("bv2nat", {i}), Error) << "a bit-vector argument";
+}
+
 TEST_P(EngineSuiteTest, ScalarValuesAreTheNumbersTheAssertionsFix) {
   auto [x, big, nbig] = vars({"x", "big", "nbig"}, I_);
   auto [third, half, bigfrac, whole] = vars({"third", "half", "bigfrac", "whole"}, R_);

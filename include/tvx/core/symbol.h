@@ -80,6 +80,9 @@ struct SymbolTag {
     BVSLE,
     BVSGT,
     BVSGE,
+    // conversions between integers and bit-vectors
+    BV2NAT,  // the non-negative integer a bit-vector denotes
+    INT2BV,  // indexed (n): an integer modulo 2^n as a bit-vector of width n
     // arrays
     SELECT,
     STORE,
