@@ -208,6 +208,15 @@ struct OpIndex {
 
 constexpr OpIndex kOpIndex;
 
+// Other names of operators: SMT-LIB 2.7's names of the conversions between integers and
+// bit-vectors, which scripts may write and traces write by the rows' names.
+struct OpAlias {
+  char const* name;
+  SymbolTag::tag tag;
+};
+constexpr OpAlias kOpAliases[] = {{"ubv_to_int", SymbolTag::BV2NAT},
+                                  {"int_to_bv", SymbolTag::INT2BV}};
+
 inline OpInfo const* find_op(std::string const& name) {
   if (name.empty()) {
     return nullptr;
@@ -217,6 +226,11 @@ inline OpInfo const* find_op(std::string const& name) {
     OpInfo const& op = kOps[kOpIndex.row_plus_one[slot] - 1];
     if (name == op.name) {
       return &op;
+    }
+  }
+  for (OpAlias const& alias : kOpAliases) {
+    if (name == alias.name) {
+      return op_of_tag(alias.tag);
     }
   }
   return nullptr;
@@ -249,10 +263,9 @@ inline constexpr std::string_view kForeignFunctions[] = {
     "+oo", "+zero", "-oo", "-zero", "NaN", "RNA", "RNE", "RTN", "RTP", "RTZ",
     "arccos", "arccot", "arccsc", "arcsec", "arcsin", "arctan", "bag", "bv2int",
     "bvite", "bvnego", "bvredand", "bvredor", "bvsaddo", "bvsdivo", "bvsmulo", "bvssubo", "bvuaddo",
-    "bvumulo", "bvusubo", "char", "cos", "cot", "csc", "exp", "fp", "iand",
-    "int_to_bv", "nat2bv", "pto", "roundNearestTiesToAway", "roundNearestTiesToEven",
+    "bvumulo", "bvusubo", "char", "cos", "cot", "csc", "exp", "fp", "iand", "nat2bv", "pto", "roundNearestTiesToAway", "roundNearestTiesToEven",
     "roundTowardNegative", "roundTowardPositive", "roundTowardZero", "sbv_to_int", "sec", "sep",
-    "sin", "sqrt", "tan", "to_fp", "to_fp_unsigned", "to_int_bv", "tuple", "ubv_to_int", "wand"};
+    "sin", "sqrt", "tan", "to_fp", "to_fp_unsigned", "to_int_bv", "tuple", "wand"};
 // clang-format on
 inline constexpr std::string_view kForeignSorts[] = {
     "Bag",           "Char",     "FiniteField", "Float128", "Float16",      "Float32", "Float64",

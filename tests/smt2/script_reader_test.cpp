@@ -140,6 +140,10 @@ TEST(ScriptReaderTest, CommandsBecomeApiCalls) {
        "(declare-fun b () Bool)\n(assert (and a b a (= 1 1)))\n"},
       {"(declare-fun a () (Array Int Real))(assert (= a ((as const (Array Int Real)) 1)))",
        "(declare-fun a () (Array Int Real))\n(assert (= a ((as const (Array Int Real)) 1.0)))\n"},
+      // SMT-LIB 2.7's names of the conversions are read as the operators they name.
+      {"(declare-fun b () (_ BitVec 4))(assert (= (ubv_to_int ((_ int_to_bv 4) 19)) (ubv_to_int "
+       "b)))",
+       "(declare-fun b () (_ BitVec 4))\n(assert (= (bv2nat ((_ int2bv 4) 19)) (bv2nat b)))\n"},
       // A bare constructor of a parametric datatype takes its sort from where it stands.
       {"(declare-datatypes ((L 1)) ((par (T) ((nil) (cons (hd T) (tl (L T)))))))"
        "(declare-fun x () (L Int))(assert (and ((_ is cons) x) (= (tl x) nil) (= x (cons 1 nil))"
