@@ -210,8 +210,8 @@ int run_session(Options const& opts, tvx::Configuration& config, std::istream& i
   if (answering) {
     reader.set_response_writer(&responses);
     // Answered as the solver named would answer: z3 goes on after an error, cvc5 stops.
-    std::string program = opts.solver_name.substr(0, opts.solver_name.find(' '));
-    program = program.substr(program.rfind('/') == std::string::npos ? 0 : program.rfind('/') + 1);
+    std::string const program =
+        tvx::dropin::solver_of_program(opts.solver_name.substr(0, opts.solver_name.find(' ')));
     tvx::smt2::SolverPersona persona;
     if (program == "z3") {
       persona.name = "Z3";

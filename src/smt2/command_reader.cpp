@@ -731,13 +731,6 @@ void ScriptReader::Impl::cmd_assert() {
 
 // get-info and get-option: the few keys a session can answer; "unsupported" for the rest.
 void ScriptReader::Impl::answer_info(bool info, std::string const& key) {
-  auto quoted = [](std::string const& text) {
-    std::string out = "\"";
-    for (char c : text) {
-      out += c == '"' ? std::string("\"\"") : std::string(1, c);
-    }
-    return out + '"';
-  };
   std::string value;
   if (!info) {
     value = option_value(key);
@@ -749,11 +742,11 @@ void ScriptReader::Impl::answer_info(bool info, std::string const& key) {
     return;
   }
   if (key == ":name") {
-    value = quoted(persona_.name);
+    value = str::smtlib_string(persona_.name);
   } else if (key == ":version" && !persona_.version.empty()) {
-    value = quoted(persona_.version);
+    value = str::smtlib_string(persona_.version);
   } else if (key == ":authors" && !persona_.authors.empty()) {
-    value = quoted(persona_.authors);
+    value = str::smtlib_string(persona_.authors);
   } else if (key == ":error-behavior") {
     value = persona_.continued_execution ? "continued-execution" : "immediate-exit";
   } else if (key == ":reason-unknown") {
@@ -762,7 +755,7 @@ void ScriptReader::Impl::answer_info(bool info, std::string const& key) {
       reason = "unknown";
     }
     bool const simple = !reason.empty() && reason.find_first_of(" ()\"|;") == std::string::npos;
-    value = simple ? reason : quoted(reason);
+    value = simple ? reason : str::smtlib_string(reason);
   } else if (key == ":all-statistics") {
     value = "()";
   } else if (key == ":assertion-stack-levels") {
@@ -920,14 +913,8 @@ void ScriptReader::Impl::cmd_set_option() {
   }
   lex_->next();
   expect_rparen(" after the option value");
-  std::string text = value.text;
-  if (value.kind == TokenKind::kString) {
-    text = "\"";
-    for (char c : value.text) {
-      text += c == '"' ? std::string("\"\"") : std::string(1, c);
-    }
-    text += '"';
-  }
+  std::string const text =
+      value.kind == TokenKind::kString ? str::smtlib_string(value.text) : value.text;
   if (eq(key.text, ":timeout") || eq(key.text, ":random-seed")) {
     std::uint64_t n = 0;
     if (value.kind != TokenKind::kNumeral || !str::parse_decimal(value.text, &n)) {

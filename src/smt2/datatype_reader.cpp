@@ -290,7 +290,6 @@ void ScriptReader::Impl::open_match(std::uint64_t line, std::uint64_t column) {
 // variable, which matches every value.
 void ScriptReader::Impl::open_match_case(Frame& f) {
   Term const* subject = values_[f.values_begin];
-  DatatypeInfo const* info = mgr_.datatype_info(subject->get_type());
   expect_lparen(" starting a match case (PATTERN TERM)");
   f.aux_begin = let_undo_.size();
   Token const t = lex_->peek();
@@ -372,7 +371,6 @@ void ScriptReader::Impl::open_match_case(Frame& f) {
   if (constructor != nullptr) {
     condition = mgr_.make_term(mgr_.constructor_of(constructor).tester, &subject, 1);
   }
-  (void)info;
   values_.push_back(condition);
   f.state = State::kMatchCase;
 }

@@ -7,6 +7,7 @@
 #include <streambuf>
 
 #include <tvx/smt2/read_error.h>
+#include <tvx/support/str.h>
 
 namespace tvx {
 namespace smt2 {
@@ -126,14 +127,7 @@ void Lexer::record(Token const& t) {
       out += ')';
       break;
     case TokenKind::kString:
-      out += '"';
-      for (char c : t.text) {
-        out += c;
-        if (c == '"') {
-          out += '"';
-        }
-      }
-      out += '"';
+      out += str::smtlib_string(t.text);
       break;
     case TokenKind::kSymbol:
       if (t.quoted) {

@@ -2,23 +2,10 @@
 
 #include <string>
 
+#include <tvx/support/str.h>
+
 namespace tvx {
 namespace smt2 {
-
-namespace {
-
-std::string quoted(std::string const& text) {
-  std::string s = "\"";
-  for (char c : text) {
-    s += c;
-    if (c == '"') {
-      s += '"';
-    }
-  }
-  return s + "\"";
-}
-
-}  // namespace
 
 ResponseWriter::ResponseWriter(TermManager& mgr, Configuration& config, std::ostream& out)
     : printer_(&mgr, &config.printer, "", "", false, nullptr), out_(out) {}
@@ -148,7 +135,7 @@ void ResponseWriter::text(std::string const& response) {
 }
 
 void ResponseWriter::string(std::string const& text) {
-  out_ << quoted(text);
+  out_ << str::smtlib_string(text);
   end();
 }
 
@@ -158,7 +145,7 @@ void ResponseWriter::unsupported() {
 }
 
 void ResponseWriter::error(std::string const& message) {
-  out_ << "(error " << quoted(message) << ')';
+  out_ << "(error " << str::smtlib_string(message) << ')';
   end();
 }
 

@@ -133,10 +133,7 @@ void ProcessEngine::start() {
   }
   global_decls_ = set_option(":global-declarations", "true", false);
   if (config.timeout > 0) {
-    double const ms = config.timeout * 1000.0;
-    std::string const limit =
-        std::to_string(ms >= 4294967295.0 ? 4294967295u : static_cast<unsigned>(ms + 0.5));
-    set_option(solver_ == "cvc5" ? ":tlimit-per" : ":timeout", limit == "0" ? "1" : limit, false);
+    set_timeout(config.timeout);
   }
   if (config.random_seed != 0) {
     set_option(solver_ == "cvc5" ? ":seed" : ":random-seed", std::to_string(config.random_seed),

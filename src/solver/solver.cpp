@@ -281,9 +281,7 @@ void Solver::define_funs_rec(std::vector<Symbol const*> const& functions,
 void Solver::assert_formula(Term const* formula) {
   check_formula(formula, "assert_formula");
   tracer_->trace_assert_formula(formula);
-  forget_answers();
-  engine_->assert_formula(formula, config_.unsat_core_generation);
-  assertions_.push_back(Assertion{formula, group_});
+  add_assertion(formula);
 }
 
 void Solver::assert_named(Term const* formula, std::string const& name) {
@@ -292,6 +290,11 @@ void Solver::assert_named(Term const* formula, std::string const& name) {
     throw Error("assert_named: the name is empty");
   }
   tracer_->trace_assert_named(formula, name);
+  add_assertion(formula);
+}
+
+// A checked and traced assertion goes to the engine and the record.
+void Solver::add_assertion(Term const* formula) {
   forget_answers();
   engine_->assert_formula(formula, config_.unsat_core_generation);
   assertions_.push_back(Assertion{formula, group_});

@@ -39,13 +39,12 @@ Z3Engine::Z3Engine(TermManager& mgr, Configuration const& config) : mgr_(mgr) {
   Z3_params params = Z3_mk_params(ctx_);
   Z3_params_inc_ref(ctx_, params);
   Z3_params_set_uint(ctx_, params, Z3_mk_string_symbol(ctx_, "random_seed"), config.random_seed);
-  if (config.timeout > 0) {
-    double const ms = config.timeout * 1000.0;
-    unsigned const limit = ms >= 4294967295.0 ? 4294967295u : static_cast<unsigned>(ms + 0.5);
-    Z3_params_set_uint(ctx_, params, Z3_mk_string_symbol(ctx_, "timeout"), limit == 0 ? 1u : limit);
-  }
-  Z3_solver_set_params(ctx_, solver_, params);
   params_ = params;  // the core solver gets the same settings
+  if (config.timeout > 0) {
+    set_timeout(config.timeout);  // sets the solver's parameters
+  } else {
+    Z3_solver_set_params(ctx_, solver_, params_);
+  }
   check_error();
 }
 

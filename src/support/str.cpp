@@ -17,6 +17,17 @@ std::string replace(char c, char const* replacement, std::string const& text) {
   return out.str();
 }
 
+std::string smtlib_string(std::string const& text) {
+  std::string s = "\"";
+  for (char c : text) {
+    s += c;
+    if (c == '"') {
+      s += '"';
+    }
+  }
+  return s + '"';
+}
+
 bool all_digits(std::string const& text, std::size_t from, std::size_t to) {
   if (to > text.size()) {
     to = text.size();

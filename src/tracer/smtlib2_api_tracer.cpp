@@ -542,21 +542,17 @@ void SmtLib2ApiTracer::trace_set_option(std::string const& keyword, std::string 
 
 // As trace_assert_formula, with the name among the formula's attributes.
 void SmtLib2ApiTracer::trace_assert_named(Term const* t, std::string const& name) {
-  line_.clear();
-  line_ += ":named ";
-  line_ += SmtLibTermPrinter::quote(name);
+  std::string annotation = ":named " + SmtLibTermPrinter::quote(name);
   if (itp_group_ >= 0) {
-    line_ += " :interpolation-group .g";
-    append_as_fresh_stream(line_, itp_group_);
+    annotation += " :interpolation-group .g";
+    append_as_fresh_stream(annotation, itp_group_);
   }
   if (global_decls_) {
-    std::string const annotation = line_;
     declare_and_define(t);
     out_ << "(assert (! ";
     outlabel(t, nullptr);
     out_ << ' ' << annotation << "))\n";
   } else {
-    std::string const annotation = line_;
     do_print_new_declarations(t);
     printer_.apitracer_print_term(out_, t, annotation);
   }

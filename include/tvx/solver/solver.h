@@ -144,6 +144,7 @@ class Solver {
   void check_symbol(Symbol const* symbol, char const* call) const;
   void check_term(Term const* term, char const* call) const;
   void check_formula(Term const* term, char const* call) const;
+  void add_assertion(Term const* formula);
   void check_group(int group, char const* call) const;
   void check_state(bool ok, char const* call, char const* needed) const;
   CheckResult run_check(std::vector<TheoryLit> const& assumptions);

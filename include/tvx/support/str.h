@@ -12,6 +12,9 @@ namespace str {
 // zero-terminated `replacement`; an empty replacement removes the character.
 std::string replace(char c, char const* replacement, std::string const& text);
 
+// `text` as an SMT-LIB string literal: between double quotes, each quote doubled.
+std::string smtlib_string(std::string const& text);
+
 // True when text[from, to) is not empty and holds only the digits 0 to 9.
 bool all_digits(std::string const& text, std::size_t from = 0, std::size_t to = std::string::npos);
 
